@@ -1,0 +1,44 @@
+#include "base/text.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <stdexcept>
+
+std::string format(const char* form, ...) {
+  va_list args, again;
+  va_start(args, form);
+  va_copy(again, args);
+  char small[512];
+  int length = vsnprintf(small, sizeof small, form, args);
+  va_end(args);
+  std::string text;
+  if (length >= 0 && size_t(length) < sizeof small) {
+    text.assign(small, length);
+  } else if (length >= 0) {
+    text.resize(length);
+    vsnprintf(text.data(), text.size() + 1, form, again);
+  }
+  va_end(again);
+  if (length < 0) throw std::runtime_error("Text cannot be formatted");
+  return text;
+}
+
+std::vector<std::string> split(std::string_view text, char separator) {
+  std::vector<std::string> pieces;
+  for (size_t from = 0;;) {
+    size_t to = text.find(separator, from);
+    pieces.emplace_back(text.substr(from, to == text.npos ? to : to - from));
+    if (to == text.npos) return pieces;
+    from = to + 1;
+  }
+}
+
+std::map<std::string, std::string> parseKeyValues(std::string_view text) {
+  std::map<std::string, std::string> values;
+  for (const std::string& piece : split(text, ',')) {
+    if (piece.empty()) continue;
+    size_t equals = piece.find('=');
+    values[piece.substr(0, equals)] = equals == piece.npos ? "" : piece.substr(equals + 1);
+  }
+  return values;
+}

@@ -1,0 +1,18 @@
+// text.h - small helpers on text: printf formatting into a string, splitting, key=value lists.
+// Threads  pure functions.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// The text that printf would make of `form` and its arguments, of any length.
+[[gnu::format(printf, 1, 2)]] std::string format(const char* form, ...);
+
+// `text` cut at every `separator`; an empty text gives one empty piece.
+std::vector<std::string> split(std::string_view text, char separator);
+
+// "key=value,key=value": pieces are cut at the comma and each at its first '='; a piece without '=' gets an
+// empty value, an empty piece is dropped, and the last value of a key wins.
+std::map<std::string, std::string> parseKeyValues(std::string_view text);
