@@ -1,0 +1,49 @@
+// algo_option.h - option tables: one entry binds a name to a typed field, and the table drives getopt, the
+// help text and the parsing. Threads  used on the main thread only (getopt keeps static state).
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <getopt.h>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct AlgoOption {
+  const char* name;
+  int has_arg;       // no_argument, required_argument, optional_argument
+  int short_letter;  // 0 for none
+  const char* help;  // null hides the option from every usage output; may hold newlines
+};
+
+class OptionParser {
+ public:
+  // Stores the argument (null for a flag). False ends the parsing; the setter has told why.
+  using Setter = std::function<bool(const char* value)>;
+
+  void add(const AlgoOption& option, Setter setter);
+
+  // The common bindings. Numbers are read in base 10 with strtol, and an unparsable value reads as 0.
+  void addFlag(const char* name, int short_letter, const char* help, bool& field);
+  void addInt(const char* name, int short_letter, const char* help, int& field);
+  void addDouble(const char* name, int short_letter, const char* help, double& field);
+  void addText(const char* name, int short_letter, const char* help, std::string& field);
+  void addList(const char* name, int short_letter, const char* help, std::vector<std::string>& field);
+
+  enum Outcome { kOk, kUnknownOption, kRefused };
+  // Runs getopt_long over args[1..count) from the start. With kOk, `positional` holds the other arguments in
+  // order.
+  Outcome parse(int count, const char* const args[], std::vector<const char*>& positional);
+
+  // Prints the entries that have help text, the text starting in column 24; `title` may be null.
+  void print(FILE* stream, const char* title) const;
+
+ private:
+  struct Entry {
+    AlgoOption option;
+    Setter setter;
+  };
+  std::vector<Entry> entries_;
+};

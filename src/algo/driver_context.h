@@ -1,0 +1,24 @@
+// driver_context.h - what the driver and every algorithm share of a run.
+// Owns     nothing. The main thread holds one; each walker has a copy of its own with its own shard,
+// reference and reads.
+#pragma once
+
+#include <string>
+
+#include "algo/shard.h"
+#include "base/thread_coop.h"
+#include "readdata/bam/read_cache.h"
+#include "readdata/interval/interval_list.h"
+#include "readdata/ref/fasta_file.h"
+
+struct DriverContext {
+  enum Mode : int { kTraversal = 0, kShardedTraversal = 1, kNonTraversal = 2, kHelp = 31 };
+
+  int mode = kTraversal;
+  Shard shard;                              // the one being walked; empty in the main context
+  FastaFile* reference = nullptr;           // null without -r
+  ReadCache* reads = nullptr;               // null without -i
+  const IntervalList* intervals = nullptr;  // null without --interval
+  std::string command_line;                 // argv[0] and the driver's own arguments, up to the first --algo
+  thread_coop* pool = nullptr;
+};
