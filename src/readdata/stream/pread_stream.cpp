@@ -1,7 +1,9 @@
 #include "readdata/stream/pread_stream.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,27 +11,26 @@ namespace {
 
 struct Cookie {
   int descriptor;
-  off64_t position;
+  off64_t position = 0;
   off64_t size;
   std::unique_ptr<char[]> buffer;
 };
 
-ssize_t cookieRead(void* context, char* buffer, size_t count) {
+ssize_t readCookie(void* context, char* to, size_t count) {
   auto* cookie = static_cast<Cookie*>(context);
   ssize_t got;
   do {
-    got = pread(cookie->descriptor, buffer, count, cookie->position);
+    got = pread(cookie->descriptor, to, count, cookie->position);
   } while (got < 0 && errno == EINTR);
   if (got > 0) cookie->position += got;
   return got;
 }
 
-int cookieSeek(void* context, off64_t* offset, int whence) {
+int seekCookie(void* context, off64_t* offset, int whence) {
   auto* cookie = static_cast<Cookie*>(context);
   off64_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? cookie->position : cookie->size;
   off64_t target;
   if (__builtin_add_overflow(base, *offset, &target) || target < 0 || target > cookie->size) {
-    *offset = cookie->position;
     errno = EINVAL;
     return -1;
   }
@@ -37,7 +38,7 @@ int cookieSeek(void* context, off64_t* offset, int whence) {
   return 0;
 }
 
-int cookieClose(void* context) {
+int closeCookie(void* context) {
   delete static_cast<Cookie*>(context);
   return 0;
 }
@@ -51,11 +52,16 @@ FILE* open_pread_stream(int descriptor, size_t buffer_size) {
     errno = ESPIPE;
     return nullptr;
   }
-  auto cookie =
-      std::make_unique<Cookie>(Cookie{descriptor, 0, status.st_size, std::make_unique<char[]>(buffer_size)});
-  FILE* stream = fopencookie(cookie.get(), "r", {cookieRead, nullptr, cookieSeek, cookieClose});
-  if (stream == nullptr) return nullptr;
-  Cookie* owned = cookie.release();  // the stream's now
-  setvbuf(stream, owned->buffer.get(), _IOFBF, buffer_size);
+  buffer_size = std::max<size_t>(buffer_size, 1);
+  std::unique_ptr<Cookie> cookie(new (std::nothrow) Cookie{descriptor, 0, status.st_size, nullptr});
+  if (cookie) cookie->buffer.reset(new (std::nothrow) char[buffer_size]);
+  if (!cookie || !cookie->buffer) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  FILE* stream = fopencookie(cookie.get(), "r", {readCookie, nullptr, seekCookie, closeCookie});
+  if (!stream) return nullptr;
+  setvbuf(stream, cookie->buffer.get(), _IOFBF, buffer_size);
+  cookie.release();
   return stream;
 }
