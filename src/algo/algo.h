@@ -53,6 +53,11 @@ class Algo {
  protected:
   Algo(DriverContext* context, int count, const char* const args[]);
 
+  // In help mode a constructor gives its usage text and its table and returns; both go to standard error.
+  void giveHelp(const std::string& usage, const OptionParser& parser);
+  // Throws unless a --merge run has neither reads nor reference, and at least one partial file.
+  void requireMergeRun(size_t partial_count) const;
+
   // context->command_line with " --algo" and this algorithm's arguments behind it.
   std::string command_line_;
 };

@@ -1,5 +1,9 @@
 // algo_option.h - option tables: one entry binds a name to a typed field, and the table drives getopt, the
-// help text and the parsing. Threads  used on the main thread only (getopt keeps static state).
+// help text and the parsing.
+// Numbers  decimal, cut to the range of int; what does not parse reads as 0, and text behind a number is not
+//          looked at.
+// Names    may be abbreviated. An option without its argument counts as an unknown one.
+// Threads  used on the main thread only (getopt keeps static state).
 #pragma once
 
 #include <cstdint>
@@ -20,12 +24,16 @@ struct AlgoOption {
 
 class OptionParser {
  public:
+  OptionParser() = default;
+  OptionParser(const OptionParser&) = delete;  // the getopt table points into the object
+  OptionParser& operator=(const OptionParser&) = delete;
+
   // Stores the argument (null for a flag). False ends the parsing; the setter has told why.
   using Setter = std::function<bool(const char* value)>;
 
   void add(const AlgoOption& option, Setter setter);
 
-  // The common bindings. Numbers are read in base 10 with strtol, and an unparsable value reads as 0.
+  // The common bindings. Texts given here must outlive the parser.
   void addFlag(const char* name, int short_letter, const char* help, bool& field);
   void addInt(const char* name, int short_letter, const char* help, int& field);
   void addDouble(const char* name, int short_letter, const char* help, double& field);
@@ -45,5 +53,12 @@ class OptionParser {
     AlgoOption option;
     Setter setter;
   };
+  void buildGetoptTable();
+  const Entry* entryOf(int getopt_answer) const;
+
   std::vector<Entry> entries_;
+  // For getopt_long, made when first asked for after a change of the entries.
+  std::vector<option> getopt_table_;
+  std::string short_letters_;
+  int long_choice_ = 0;
 };
