@@ -41,7 +41,7 @@ bool POSIXIOHandle::openFile(const char* path, const char* mode) {
     return false;
   }
   descriptor_ = std::make_shared<Descriptor>(number);
-  flags_ = writing ? kWrite : 0;
+  if (writing) flags_ = kWrite;
   off_t start = lseek(number, 0, SEEK_CUR);
   position_ = std::max<off_t>(start, 0);
   struct stat status;
