@@ -1,5 +1,6 @@
 #include "base/text.h"
 
+#include <cctype>
 #include <cstdarg>
 #include <cstdio>
 #include <stdexcept>
@@ -41,4 +42,16 @@ std::map<std::string, std::string> parseKeyValues(std::string_view text) {
     values[piece.substr(0, equals)] = equals == piece.npos ? "" : piece.substr(equals + 1);
   }
   return values;
+}
+
+bool scanUnsigned(const char*& cursor, uint64_t limit, uint64_t& value) {
+  while (isspace(static_cast<unsigned char>(*cursor))) ++cursor;
+  if (!isdigit(static_cast<unsigned char>(*cursor))) return false;
+  uint64_t sum = 0;
+  for (; isdigit(static_cast<unsigned char>(*cursor)); ++cursor) {
+    unsigned digit = *cursor - '0';
+    sum = sum > (limit - digit) / 10 || digit > limit ? limit + 1 : sum * 10 + digit;
+  }
+  value = sum;
+  return true;
 }

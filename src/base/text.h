@@ -2,6 +2,7 @@
 // Threads  pure functions.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
@@ -16,3 +17,8 @@ std::vector<std::string> split(std::string_view text, char separator);
 // "key=value,key=value": pieces are cut at the comma and each at its first '='; a piece without '=' gets an
 // empty value, an empty piece is dropped, and the last value of a key wins.
 std::map<std::string, std::string> parseKeyValues(std::string_view text);
+
+// Reads an unsigned decimal number, behind white space but without sign, and moves `cursor` behind its
+// digits. False, with `cursor` behind the white space, when there are no digits. A number above `limit` is
+// stored as limit + 1, and so shows itself; `limit` is below 2^64 - 1.
+bool scanUnsigned(const char*& cursor, uint64_t limit, uint64_t& value);

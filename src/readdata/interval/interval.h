@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstdint>
-#include <list>
 #include <map>
 #include <string>
 #include <vector>
