@@ -27,7 +27,6 @@ struct Shard {
   int32_t contig_number = 0;
   int32_t sequence = 0;  // counts the shards in the order in which they are cut
   const TargetEntry* entry = nullptr;
-  uint32_t target_start = 0;  // start of the Target that the shard was cut from
 
   // Reads that start before this do not belong to the steps of the shard that begin at `from`.
   uint32_t firstOwnStart(uint32_t from) const { return from == entry->start ? entry->previous_end : from; }
