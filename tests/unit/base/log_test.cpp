@@ -1,0 +1,97 @@
+#include "base/log.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <regex>
+#include <thread>
+#include <vector>
+
+#include "temp_folder.h"
+
+namespace {
+
+const char kLine[] = R"(\d{4}-\d\d-\d\d/\d\d:\d\d:\d\d\.\d{6} (\S+) (ERROR|WARN |INFO |DEBUG|TRACE):(.*))";
+
+std::vector<std::string> linesOf(const std::string& path) {
+  std::ifstream file(path);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(file, line);) lines.push_back(line);
+  return lines;
+}
+
+// Sends what is logged inside of `work` to a file and gives its lines.
+template <class Work>
+std::vector<std::string> logged(int level, Work work) {
+  TempFolder folder;
+  std::string path = folder.path("log");
+  auto standard = std::make_shared<FileLoggerEngine>(fopen("/dev/null", "w"));
+  Logger::setDefaults(level, std::make_shared<FileLoggerEngine>(fopen(path.c_str(), "w")));
+  work();
+  Logger::setDefaults(LOG_INFO, standard);
+  return linesOf(path);
+}
+
+TEST(Logger, WritesTagLevelAndMessageUpToItsLevel) {
+  auto lines = logged(LOG_DEBUG, [] {
+    Logger logger("Haplotyper");
+    for (int level = LOG_ERROR; level <= LOG_TRACE; ++level)
+      logger.log(level, "message %d of %s", level, "five");
+    logger.log(LOG_ERROR, "%s", std::string(5000, 'x').c_str());
+  });
+  const char* words[] = {"ERROR", "WARN ", "INFO ", "DEBUG"};
+  ASSERT_EQ(lines.size(), 5u);
+  for (int level = 0; level < 4; ++level) {
+    std::smatch parts;
+    ASSERT_TRUE(std::regex_match(lines[level], parts, std::regex(kLine))) << lines[level];
+    EXPECT_EQ(parts[1], "Haplotyper");
+    EXPECT_EQ(parts[2], words[level]);
+    EXPECT_EQ(parts[3], "message " + std::to_string(level) + " of five");
+  }
+  EXPECT_THAT(lines[4], testing::EndsWith("ERROR:" + std::string(5000, 'x')));
+}
+
+TEST(Logger, LinesOfManyThreadsStayWhole) {
+  auto lines = logged(LOG_INFO, [] {
+    Logger logger("many");
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+      threads.emplace_back([&logger, t] {
+        for (int i = 0; i < 250; ++i) logger.log(LOG_INFO, "%s", std::string(100 + i, char('a' + t)).c_str());
+      });
+    for (auto& thread : threads) thread.join();
+  });
+  ASSERT_EQ(lines.size(), 1000u);
+  for (const std::string& line : lines) {
+    size_t colon = line.rfind(':');
+    EXPECT_EQ(line.find_first_not_of(line[colon + 1], colon + 1), std::string::npos) << line;
+    EXPECT_GE(line.size() - colon - 1, 100u);
+  }
+}
+
+TEST(LoggerDeathTest, NullTagIsAProgrammingError) {
+  EXPECT_EXIT(Logger(nullptr), testing::ExitedWithCode(255), "Initial logger with NULL tag\\.\n$");
+}
+
+TEST(LoggerDeathTest, LevelComesFromTheEnvironment) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process that has made no logger yet
+  auto levels = [](const char* value) {
+    if (value)
+      setenv("dbglevel", value, 1);
+    else
+      unsetenv("dbglevel");
+    Logger logger("env");
+    int highest = -1;
+    for (int level = LOG_ERROR; level <= LOG_TRACE; ++level)
+      if (logger.enabled(level)) highest = level;
+    exit(highest);
+  };
+  EXPECT_EXIT(levels(nullptr), testing::ExitedWithCode(LOG_INFO), "");
+  EXPECT_EXIT(levels("0"), testing::ExitedWithCode(LOG_ERROR), "");
+  EXPECT_EXIT(levels("3"), testing::ExitedWithCode(LOG_DEBUG), "");
+  EXPECT_EXIT(levels("99"), testing::ExitedWithCode(LOG_TRACE), "");
+  EXPECT_EXIT(levels("loud"), testing::ExitedWithCode(LOG_INFO), "");
+}
+
+}  // namespace

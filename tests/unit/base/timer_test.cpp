@@ -1,0 +1,85 @@
+#include "base/timer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <regex>
+#include <thread>
+#include <vector>
+
+#include "temp_folder.h"
+
+namespace {
+
+// The rows above the one of the whole process.
+std::string rows(bool reset) {
+  std::string table = timer_table(reset);
+  return table.substr(0, table.find("overall: "));
+}
+
+TEST(Timer, TableHasUsedTimersInNameOrder) {
+  timer_table(true);
+  timer("unused");
+  Timer* second = timer("b step");
+  second->user = 61'234'567;
+  second->system = 999;
+  second->real = 3'000'050'000;
+  second->calls = 12;
+  Timer* first = timer("a step");
+  first->calls = 1;
+  EXPECT_EQ(timer("a step"), first);
+  EXPECT_EQ(rows(false),
+            "a step: 1 calls 0.000 user 0.000 sys 0.000 real\n"
+            "b step: 12 calls 61.234 user 0.000 sys 3000.050 real\n");
+  EXPECT_NE(rows(true), "");
+  EXPECT_EQ(rows(false), "");
+  { TimerScope scope(first); }  // the pointer outlives a reset
+  EXPECT_THAT(rows(true), testing::StartsWith("a step: 1 calls "));
+}
+
+TEST(Timer, LastRowIsTheProcess) {
+  std::smatch parts;
+  std::string table = timer_table(true);
+  std::string last = table.substr(table.find("overall: "));
+  ASSERT_TRUE(std::regex_match(
+      last, parts, std::regex(R"(overall: (\d+) mem \d+\.\d{3} user \d+\.\d{3} sys (\d+\.\d{3}) real\n)")));
+  EXPECT_NEAR(double(std::stoull(parts[1])), double(peak_memory()), 64e6);
+  EXPECT_LT(std::stod(parts[2]), 300);  // since the start of the program, not since 1970
+}
+
+TEST(Timer, ScopesAddUpFromAllThreads) {
+  timer_table(true);
+  Timer* step = timer("busy");
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([step] {
+      for (int i = 0; i < 500; ++i) TimerScope scope(step);
+      TimerScope none(nullptr);
+      TimerScope scope(step);
+      std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    });
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(step->calls, 4u * 501);
+  EXPECT_GE(step->real, 4u * 30'000);
+  timer_table(true);
+}
+
+TEST(Timer, CountsProcessorTime) {
+  Timer* step = timer("spin");
+  double begin = now();
+  {
+    TimerScope scope(step);
+    volatile double sum = 0;
+    while (now() - begin < 0.3) sum = sum + 1;
+  }
+  EXPECT_GE(step->user + step->system, 20'000u);
+  EXPECT_LE(step->real, 60'000'000u);
+  timer_table(true);
+}
+
+TEST(Timer, FileSizes) {
+  TempFolder folder;
+  EXPECT_EQ(file_size(folder.write("some", "12345").c_str()), 5);
+  EXPECT_EQ(file_size(folder.path("none").c_str()), -1);
+}
+
+}  // namespace
