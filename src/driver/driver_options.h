@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,12 +19,12 @@ enum class InterPolicy { kLeast, kMost, kRandom };
 enum class IntraPolicy { kFirst, kLast, kRandom };
 
 struct DriverOptions {
-  std::string reference;
+  std::optional<std::string> reference;
   std::vector<std::string> inputs;
   std::vector<std::string> qual_cals;
   std::vector<std::string> read_filters;
-  int thread_count = 0;  // the number of processors unless given
-  std::string interval;
+  int thread_count = 0;                 // the number of processors unless given
+  std::optional<std::string> interval;  // the last one given
   int interval_padding = 0;
   bool skip_no_coor = false;
   int mode = -1;  // DriverContext::Mode once decided
@@ -39,3 +40,10 @@ struct DriverOptions {
   int debug = 0;
   std::map<std::string, std::string> cram_read_options;
 };
+
+// Adds the driver's option table to `parser`, bound to the fields of `options`. --version ends the process.
+void bindDriverOptions(OptionParser& parser, DriverOptions& options);
+
+// After parsing: fills in what follows from other options, the mode first of all. False, with the reason told
+// on standard error, when they contradict each other.
+bool settleDriverOptions(DriverOptions& options);

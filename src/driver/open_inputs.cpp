@@ -1,0 +1,85 @@
+#include "driver/open_inputs.h"
+
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+#include <unistd.h>
+
+#include "base/text.h"
+#include "base/timer.h"
+#include "driver/descriptor_limit.h"
+
+void loadIntervals(RunInputs& run) {
+  const DriverOptions& options = run.options;
+  if (!options.interval) return;
+  const char* value = options.interval->c_str();
+  run.intervals = std::make_unique<IntervalList>();
+  const bool loaded =
+      access(value, R_OK) == 0 ? run.intervals->load(value) : run.intervals->add_strings(value);
+  if (!loaded) throw ExitRun{1};
+  run.intervals->pad(options.interval_padding);
+  run.intervals->merge();
+}
+
+namespace {
+
+void openReads(RunInputs& run, size_t algo_count, std::string& summary) {
+  const DriverOptions& options = run.options;
+  reserveDescriptors(options.inputs.size(), algo_count, options.thread_count);
+  summary += "input file size:";
+  for (const std::string& path : options.inputs) summary += format(" %ld", long(file_size(path.c_str())));
+  summary += "\n";
+
+  std::vector<BAMHandle*> handles;
+  for (const std::string& path : options.inputs) {
+    run.handles.push_back(open_read_source(path, run.reference.get(), true));
+    handles.push_back(run.handles.back().get());
+    if (!handles.back()->setOptions(options.cram_read_options)) throw ExitRun{1};
+  }
+  run.reads = std::make_unique<ReadCache>(handles);
+}
+
+// Calibrated qualities cannot be made yet, and reads that were asked to have them must not pass without.
+void attachTransforms(const DriverOptions& options) {
+  constexpr char kUnavailable[] = ": base quality calibration is not available in this version";
+  for (const std::string& filter : options.read_filters) {
+    const std::string name = filter.substr(0, filter.find(','));
+    if (name != "QualCalFilter") {
+      fprintf(stderr, "Unknown read filter name %s\n", name.c_str());
+      throw ExitRun{1};
+    }
+    throw std::invalid_argument("--read_filter " + filter + kUnavailable);
+  }
+  for (const std::string& table : options.qual_cals)
+    throw std::invalid_argument("--qual_cal " + table + kUnavailable);
+}
+
+}  // namespace
+
+void openInputs(RunInputs& run, size_t algo_count, std::string& summary) {
+  if (run.options.reference) run.reference = std::make_unique<FastaFile>(*run.options.reference);
+  if (!run.options.inputs.empty()) openReads(run, algo_count, summary);
+  attachTransforms(run.options);
+}
+
+void buildContigs(RunInputs& run) {
+  if (run.reference) run.contigs = run.reference->contigs();
+  if (run.reference && run.reads) {
+    if (run.reads->input().check_contigs(run.contigs) < 0) throw ExitRun{1};
+    if (run.intervals && !run.intervals->check_contigs(run.contigs, false)) throw ExitRun{1};
+  }
+  if (run.reads) {
+    run.contigs = run.reads->input().contigs();
+    if (run.intervals && !run.intervals->check_contigs(run.contigs, true)) throw ExitRun{1};
+  }
+  for (size_t i = 0; i < run.contigs.size(); ++i) {
+    if (strcmp(run.contigs[i].contig, kNoCoor) == 0)
+      throw std::invalid_argument(format("The contig name %s stands for reads without coordinates", kNoCoor));
+    run.contig_map[run.contigs[i].contig] = int32_t(i);
+  }
+}
+
+void appendNoCoor(RunInputs& run) {
+  run.contig_map[kNoCoor] = int32_t(run.contigs.size());
+  run.contigs.push_back({kNoCoor, 0, 0});
+}
