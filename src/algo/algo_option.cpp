@@ -83,6 +83,8 @@ OptionParser::Outcome OptionParser::parse(int count, const char* const args[],
     const int answer = getopt_long(count, copy.data(), short_letters_.c_str(), getopt_table_.data(), nullptr);
     if (answer == -1) break;
     const Entry* entry = answer == '?' ? nullptr : entryOf(answer);
+    // getopt has moved on to the next argument, but for a cluster of short letters, which it is still in.
+    faulty_argument_ = copy[std::clamp(optind - 1, 1, count - 1)];
     if (!entry) return kUnknownOption;
     if (!entry->setter(optarg)) return kRefused;
   }

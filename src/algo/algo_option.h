@@ -44,6 +44,8 @@ class OptionParser {
   // Runs getopt_long over args[1..count) from the start. With kOk, `positional` holds the other arguments in
   // order.
   Outcome parse(int count, const char* const args[], std::vector<const char*>& positional);
+  // The argument that parse() could not take.
+  const std::string& faultyArgument() const { return faulty_argument_; }
 
   // Prints the entries that have help text, the text starting in column 24; `title` may be null.
   void print(FILE* stream, const char* title) const;
@@ -61,4 +63,5 @@ class OptionParser {
   std::vector<option> getopt_table_;
   std::string short_letters_;
   int long_choice_ = 0;
+  std::string faulty_argument_;
 };
