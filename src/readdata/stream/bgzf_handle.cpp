@@ -178,7 +178,8 @@ int BGZFHandle::has_eof() {
 
 int BGZFHandle::close() {
   if (!open_) return 0;
-  if ((flags_ & kWrite) != 0) {
+  bool writing = writeMode();
+  if (writing) {
     if (error_kind_ == 0) flush();
     set_parallel(nullptr);
     // A file that lacks bytes gets no end marker, so that nobody takes it for whole.
@@ -189,11 +190,12 @@ int BGZFHandle::close() {
     if (fclose(stream) != 0) fail(kIo, errno);
   }
   open_ = false;
+  flags_ = 0;
   file_.reset();
   inflater_.reset();
   compressor_.reset();
   block_length_ = block_offset_ = other_length_ = 0;
-  return (flags_ & kWrite) != 0 && error_kind_ != 0 ? -1 : 0;
+  return writing && error_kind_ != 0 ? -1 : 0;
 }
 
 int BGZFHandle::error_code() const {

@@ -5,6 +5,7 @@
 // allocation per block.
 #pragma once
 
+#include <cassert>
 #include <cstdio>
 #include <cstring>
 #include <memory>

@@ -241,6 +241,7 @@ int POSIXIOHandle::close() {
   int number = descriptor_->number;
   descriptor_->number = -1;
   descriptor_.reset();
+  flags_ = 0;
   if (::close(number) != 0) fail(errno);
   return error_ != 0 ? -1 : 0;
 }
