@@ -1,5 +1,8 @@
 // bam_impl.h - BAM files behind BAMHandle. Contract as there.
 // Source   the BAM layout follows the SAM format document.
+// Errors   what the file says wrongly is told with the file's name: on standard error before an exception
+//          with a short text, or in the exception itself. A record that is handed out fits the header and
+//          itself: lengths, contig numbers, positions, CIGAR and sequence agree.
 #pragma once
 
 #include "readdata/bam/bam_handle.h"
@@ -7,7 +10,12 @@
 
 class BAMImpl final : public BAMHandle {
  public:
+  // Largest block of a record that is believed, in bytes.
+  static constexpr int32_t kMaxRecord = 1 << 28;
+
   explicit BAMImpl(std::string path);
+  // Closes what close() did not; a failure is then only told on standard error. After an exception the end
+  // marker of a file being written is left out.
   ~BAMImpl() override;
 
   void open(const char* mode) override;
@@ -24,6 +32,7 @@ class BAMImpl final : public BAMHandle {
   uint64_t tell() const override;
   void flush() override;
   void setIndexBuilder(BamIndexHelper* helper) override;
+  // Throws std::invalid_argument, naming both files, for the index of another file.
   void setIndex(std::shared_ptr<const BamIndex> index) override;
   int64_t tailSize() const override { return BGZFHandle::kEofSize; }
   const char* indexSuffix() const override { return ".bai"; }
@@ -32,11 +41,21 @@ class BAMImpl final : public BAMHandle {
   std::unique_ptr<FetchState> newFetchState() override;
 
   BGZFHandle& bgzf() { return static_cast<BGZFHandle&>(*io); }
+  const BGZFHandle& bgzf() const { return static_cast<const BGZFHandle&>(*io); }
 
  private:
   class Cursor;
   void writeRaw(const void* bytes, size_t length);
+  void readHeaderBytes(void* to, size_t count);
+  void readHeaderText(std::string& text, size_t length);
+  [[noreturn]] void failHeader(const std::string& reason) const;
+  [[noreturn]] void failRecord(const char* reason) const;
+  void readData(bam_record& record, size_t length);
+  void checkCigar(bam_record& record) const;
+  void checkPlace(const bam_record& record) const;
+  std::string placeText(const bam_record& record) const;  // "read NAME at CONTIG:POS", for messages
 
   BamIndexHelper* index_builder_ = nullptr;
   uint64_t records_begin_ = 0;  // virtual offset behind the header
+  int exceptions_ = 0;          // in flight at the opening
 };

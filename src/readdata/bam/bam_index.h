@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "readdata/bam/bam_header.h"
+
 struct Chunk {
   uint64_t begin = 0, end = 0;
 };
@@ -25,28 +27,37 @@ class BamIndexBase {
 // True when the environment asks for indexes without the pseudo bin of counts (`disable_bam_max_bin`).
 bool bam_max_bin_disabled();
 
+// Refuses, as std::invalid_argument, a header with a contig longer than a .bai can number. For whoever is
+// about to write one.
+void checkBaiContigs(const bam_header& header);
+
 class BamIndex final : public BamIndexBase {
  public:
   static constexpr uint32_t kPseudoBin = 37450;
   static constexpr uint32_t kMaxContigLength = 536870912;  // 2^29, what the binning scheme can number
 
   struct ContigIndex {
-    std::map<uint32_t, std::vector<Chunk>> bins;  // without the pseudo bin
+    std::map<uint32_t, std::vector<Chunk>> bins;  // without the pseudo bin; chunks in file order
     std::vector<uint64_t> linear;                 // lowest offset per 16384-base window
     bool has_counts = false;                      // the pseudo bin was there
-    uint64_t first_offset = 0, last_offset = 0;   // of the contig's reads, from the pseudo bin
+    uint64_t first_offset = 0, last_offset = 0;   // begin and end of the contig's reads, from the pseudo bin
     uint64_t mapped = 0, unmapped = 0;
     uint64_t lastChunkEnd() const;  // highest chunk end of the contig, 0 when it has none
   };
 
   // Finds and reads the index of the BAM `bam_path`: `bam_path`.bai, else with ".bam" replaced by ".bai".
   // build_mode 0: throws when missing; 1: builds when missing; 2: always builds (and writes `bam_path`.bai).
-  // A bad file throws std::invalid_argument that names it.
-  static std::shared_ptr<const BamIndex> load(const std::string& bam_path, int build_mode);
+  // A bad file throws std::invalid_argument that names it; so does one that points behind the end of the BAM
+  // or, when the caller knows the BAM's contig count, has another one.
+  static std::shared_ptr<const BamIndex> load(const std::string& bam_path, int build_mode,
+                                              int64_t contig_count = -1);
+  // Scans the BAM. Throws std::runtime_error when it is not sorted.
+  static std::shared_ptr<BamIndex> build(const std::string& bam_path);
 
   void query(int32_t contig, uint32_t start, uint32_t end, std::vector<Chunk>& chunks) const override;
-  uint64_t readCount() const;            // mapped and unmapped, with unplaced reads
+  uint64_t readCount() const;            // mapped and unmapped reads with coordinates, 0 without pseudo bins
   uint64_t firstUnmappedOffset() const;  // where to start looking for unplaced reads, 0: behind the header
+  // Writes beside `path` and renames, so that a file of that name is always whole.
   bool save(const std::string& path) const;
 
   std::string path;
@@ -61,13 +72,17 @@ class BamIndexHelper {
   // `offset` is where the first record begins. `path` is for messages.
   BamIndexHelper(BamIndex& index, size_t contig_count, std::string path, uint64_t offset);
 
-  // One record that lies in [offset of the last call, end_offset). `name` may be null; `mapped` is false for
-  // a placed read with the unmapped flag.
+  // One record that lies in [begin_offset, end_offset). An end_offset of 0 stands for "where the next record
+  // begins", or what finish() is told. `end` is the alignment's end; a record covers one base at least.
+  // `name` may be null; `mapped` is false for a placed read with the unmapped flag.
   void add(int32_t ref_id, int32_t pos, int64_t end, bool mapped, uint64_t begin_offset, uint64_t end_offset,
            const char* name);
+  // `end_offset` is where the last record ends at the latest.
   void finish(uint64_t end_offset);
 
  private:
+  [[noreturn]] void refuse(int32_t ref_id, int32_t pos, const char* name) const;
+  void settleEnd(uint64_t offset);
   void closeContig();
   void closeChunk();
 
@@ -78,4 +93,7 @@ class BamIndexHelper {
   uint64_t chunk_begin_ = 0, chunk_end_ = 0;
   uint64_t first_offset_ = 0, last_offset_ = 0;
   uint64_t mapped_ = 0, unmapped_ = 0;
+  bool end_open_ = false;  // the end of the last record is not known yet
+  bool no_coor_ = false;   // reads without coordinates have begun
+  bool dump_;              // each addition is printed
 };
