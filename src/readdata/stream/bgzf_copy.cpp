@@ -13,15 +13,16 @@ constexpr int kTargetFailed = -3;
 
 }  // namespace
 
-// Writes the bytes of the source's current block from its cursor up to `until`, in blocks of our own.
+// Writes the bytes of the source's current block from its cursor up to `until`, in blocks of our own. The map
+// gets a pair even when there are none.
 int BGZFHandle::copyPiece(BGZFHandle& source, uint32_t until, OffsetMap* map) {
-  while (source.block_offset_ < until) {
+  do {
     uint32_t size = std::min<uint32_t>(until - source.block_offset_, kMaxBlock);
     if (ensure_room(size) != 0) return kTargetFailed;
     if (map != nullptr) (*map)[source.block_address_ << 16 | source.block_offset_] = tell();
     if (write(source.block_.get() + source.block_offset_, size) < 0) return kTargetFailed;
     source.block_offset_ += size;
-  }
+  } while (source.block_offset_ < until);
   return 0;
 }
 

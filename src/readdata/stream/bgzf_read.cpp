@@ -7,6 +7,12 @@
 #include "readdata/stream/bgzf_file.h"
 #include "readdata/stream/bgzf_handle.h"
 
+namespace {
+
+constexpr uint64_t kUnknownPosition = ~uint64_t{0};
+
+}  // namespace
+
 void BGZFHandle::swapBlocks() {
   std::swap(block_, other_block_);
   std::swap(block_length_, other_length_);
@@ -16,7 +22,10 @@ void BGZFHandle::swapBlocks() {
 
 int BGZFHandle::seekFile(uint64_t address) {
   if (address == file_position_) return 0;
-  if (fseeko(file_->stream, static_cast<off_t>(address), SEEK_SET) != 0) return fail(kIo, errno);
+  if (fseeko(file_->stream, static_cast<off_t>(address), SEEK_SET) != 0) {
+    file_position_ = kUnknownPosition;
+    return fail(kIo, errno);
+  }
   file_position_ = address;
   return 0;
 }
@@ -32,6 +41,7 @@ int BGZFHandle::readRaw(size_t* size) {
     if (!ferror(stream)) return fail(kHeader);
     int number = errno;
     clearerr(stream);
+    file_position_ = kUnknownPosition;
     return fail(kIo, number != 0 ? number : EIO);
   }
   *size = bgzf::blockSize(compressed_.get());
@@ -42,6 +52,7 @@ int BGZFHandle::readRaw(size_t* size) {
   if (got == rest) return 1;
   int number = ferror(stream) ? errno : 0;  // without a failure the file has just ended too early
   clearerr(stream);
+  file_position_ = kUnknownPosition;
   return fail(kIo, number);
 }
 
@@ -128,12 +139,10 @@ int64_t BGZFHandle::seek(int64_t offset, int whence) {
   uint32_t cursor = offset & 0xffff;
   if (file_size_ >= 0 && address > static_cast<uint64_t>(file_size_)) return fail(kIo, EINVAL);
   bool current = block_length_ > 0 && block_address_ == address;
-  if (!current && other_length_ > 0 && other_address_ == address) {
-    swapBlocks();
-    current = true;
-  }
-  if (current) {
-    if (cursor > block_length_) return fail(kUsage);
+  bool other = !current && other_length_ > 0 && other_address_ == address;
+  if (current || other) {
+    if (cursor > (current ? block_length_ : other_length_)) return fail(kUsage);
+    if (other) swapBlocks();
     block_offset_ = cursor;
     return offset;
   }

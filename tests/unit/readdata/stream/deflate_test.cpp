@@ -1,0 +1,157 @@
+// The compressors below the handles: the fast one in rooms of any size, one-shot gzip, single blocks; zlib
+// judges.
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include "base/host.h"
+#include "readdata/stream/block_codec.h"
+#include "readdata/stream/fast_lz.h"
+#include "readdata/stream/gzip_block.h"
+#include "zlib_blocks.h"
+
+namespace {
+
+// The bytes that zlib makes of a whole stream; a text of its own for anything but a clean end.
+std::string inflated(const std::string& stream_bytes, int window) {
+  std::string out;
+  z_stream stream = {};
+  if (inflateInit2(&stream, window) != Z_OK) return "inflateInit2 failed";
+  stream.next_in = reinterpret_cast<uint8_t*>(const_cast<char*>(stream_bytes.data()));
+  stream.avail_in = static_cast<uint32_t>(stream_bytes.size());
+  std::string piece(100000, 0);
+  int code = Z_OK;
+  while (code == Z_OK) {
+    stream.next_out = reinterpret_cast<uint8_t*>(piece.data());
+    stream.avail_out = static_cast<uint32_t>(piece.size());
+    code = inflate(&stream, Z_NO_FLUSH);
+    out.append(piece, 0, piece.size() - stream.avail_out);
+  }
+  bool whole = code == Z_STREAM_END && stream.avail_in == 0;
+  inflateEnd(&stream);
+  return whole ? out : "inflate failed";
+}
+
+const std::vector<std::string>& payloads() {
+  static const std::vector<std::string> all = {
+      "", "x", "ab", sampleText(1000), std::string(300000, 'a'), randomBytes(200000), sampleText(1000000)};
+  return all;
+}
+
+const uint8_t* bytesOf(const std::string& text) {
+  return reinterpret_cast<const uint8_t*>(text.data());
+}
+
+TEST(FastLz, MakesAStreamInRoomsOfAnySize) {
+  if (!cpu_has_fast_deflate()) GTEST_SKIP() << "the processor lacks the fast path";
+  LZ_Stream2 state;
+  for (const auto& payload : payloads())
+    for (uint32_t room : {1u, 7u, 8u, 9u, 100u, 5000u, 2000000u}) {
+      state.reset();
+      state.next_in = bytesOf(payload);
+      state.avail_in = static_cast<uint32_t>(payload.size());
+      state.end_of_stream = true;
+      std::string out, piece(room, 0);
+      for (size_t step = 0; !state.finished(); ++step) {
+        ASSERT_LT(step, payload.size() * 2 + 100);
+        state.next_out = reinterpret_cast<uint8_t*>(piece.data());
+        state.avail_out = room;
+        ASSERT_TRUE(fast_lz(&state));
+        out.append(piece, 0, room - state.avail_out);
+        ASSERT_EQ(state.total_out, out.size());
+      }
+      EXPECT_TRUE(inflated(out, -15) == payload) << payload.size() << " in " << room;
+    }
+}
+
+TEST(GzipCompress, IsGzipForEveryStrategyAndLevel) {
+  for (const auto& payload : payloads())
+    for (int strategy : {Z_DEFAULT_STRATEGY, Z_FILTERED, Z_HUFFMAN_ONLY, Z_RLE, Z_FIXED, 10, 11, 12, 13, 14})
+      for (int level : {-1, 1, 5, 9}) {
+        uint8_t* output = nullptr;
+        size_t size = 0;
+        auto crc = static_cast<uint32_t>(crc32(0, bytesOf(payload), static_cast<uint32_t>(payload.size())));
+        uint8_t* made = gzip_compress(bytesOf(payload), payload.size(), &output, &size, level, strategy,
+                                      level == 5 ? &crc : nullptr);
+        ASSERT_NE(made, nullptr);
+        EXPECT_EQ(made, output);
+        EXPECT_TRUE(inflated(std::string(reinterpret_cast<char*>(made), size), 31) == payload)
+            << payload.size() << " " << strategy << " " << level;
+        free(made);
+      }
+}
+
+TEST(GzipCompress, TakesTheFastPathWhenAllowed) {
+  std::string text = sampleText(500000);
+  auto made = [&](int level, int strategy) {
+    uint8_t* output = nullptr;
+    size_t size = 0;
+    gzip_compress(bytesOf(text), text.size(), &output, &size, level, strategy);
+    std::string bytes(reinterpret_cast<char*>(output), size);
+    free(output);
+    return bytes;
+  };
+  // The fast path knows no level; zlib does.
+  EXPECT_NE(made(1, 0), made(9, 0));
+  EXPECT_EQ(made(1, 10) == made(9, 10), cpu_has_fast_deflate());
+  EXPECT_EQ(made(9, 13), made(9, Z_RLE));
+}
+
+TEST(GzipCompress, StaysInTheRoomGiven) {
+  std::string text = sampleText(100000), noise = randomBytes(100000);
+  for (int strategy : {0, 10})
+    for (const auto& payload : {text, noise})
+      for (size_t room : {0, 5, 17, 18, 100, 99999, 200000}) {
+        std::string buffer(room + 64, '#');
+        auto* output = reinterpret_cast<uint8_t*>(buffer.data());
+        size_t size = room;
+        testing::internal::CaptureStderr();
+        uint8_t* made = gzip_compress(bytesOf(payload), payload.size(), &output, &size, 6, strategy);
+        std::string message = testing::internal::GetCapturedStderr();
+        bool fits = room == 200000 || (room == 99999 && payload == text);
+        EXPECT_EQ(made != nullptr, fits) << room;
+        EXPECT_EQ(message, fits ? "" : "Deflate produced larger output than expected. Abort\n");
+        EXPECT_EQ(buffer.substr(room), std::string(64, '#'));
+        if (made != nullptr) {
+          EXPECT_TRUE(inflated(buffer.substr(0, size), 31) == payload);
+        }
+      }
+  uint8_t* output = nullptr;
+  size_t size = 0;
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(gzip_compress(bytesOf(text), text.size(), &output, &size, 6, 9), nullptr);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "zlib deflateInit2 error: stream error\n");
+}
+
+TEST(BlockCodec, MakesBlocksThatZlibReads) {
+  std::string block(65536, 0), back(65536, 0);
+  BlockInflater inflater;
+  for (int level : {-1, 0, 1, 6, 9, 12})
+    for (bool fast : {false, true}) {
+      BlockCompressor compressor(level, fast);
+      for (const auto& payload : payloads()) {
+        std::string part = payload.substr(0, 65280);
+        int size = compressor.compress(bytesOf(part), part.size(), reinterpret_cast<uint8_t*>(block.data()));
+        ASSERT_GT(size, 26);
+        auto blocks = blocksOf(block.substr(0, static_cast<size_t>(size)));
+        ASSERT_EQ(blocks.size(), 1u);
+        EXPECT_TRUE(blocks[0].data == part);
+        uint32_t length = 0;
+        EXPECT_EQ(inflater.inflate(bytesOf(block), static_cast<size_t>(size), true,
+                                   reinterpret_cast<uint8_t*>(back.data()), &length),
+                  BlockInflater::kGood);
+        EXPECT_TRUE(back.substr(0, length) == part);
+      }
+    }
+}
+
+TEST(Crc, IsThatOfZlibInPieces) {
+  std::string text = sampleText(100000);
+  for (size_t cut : {0, 1, 7, 50000, 100000}) {
+    uint32_t first = gzip_crc32(0, text.data(), cut);
+    EXPECT_EQ(first, crc32(0, bytesOf(text), static_cast<uint32_t>(cut)));
+    EXPECT_EQ(gzip_crc32(first, text.data() + cut, text.size() - cut), crc32(0, bytesOf(text), 100000));
+  }
+}
+
+}  // namespace
