@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-class Timer;
+struct Timer;
 
 class thread_coop {
  public:
