@@ -5,8 +5,7 @@
 #include <string>
 #include <vector>
 
-// What stands behind one --algo, up to the next: the algorithm's name and its arguments. Empty when nothing
-// does.
+// What stands between one --algo and the next: an algorithm's name and its arguments; may be empty.
 struct AlgoRange {
   const char* const* args;
   int count;

@@ -1,5 +1,4 @@
-// descriptor_limit.h - makes sure, before the first file is opened, that a run can hold all its files open at
-// once.
+// descriptor_limit.h - makes sure, before a run opens its inputs, that it can hold all its files open.
 #pragma once
 
 #include <cstddef>
