@@ -77,6 +77,9 @@ class BamIndexHelper {
   // `name` may be null; `mapped` is false for a placed read with the unmapped flag.
   void add(int32_t ref_id, int32_t pos, int64_t end, bool mapped, uint64_t begin_offset, uint64_t end_offset,
            const char* name);
+  // Counts further records behind the last one, of its contig and its bin, which touch no window that
+  // records before them have not touched.
+  void addMore(uint64_t mapped, uint64_t unmapped);
   // `end_offset` is where the last record ends at the latest.
   void finish(uint64_t end_offset);
 

@@ -97,6 +97,15 @@ void BamIndexHelper::add(int32_t ref_id, int32_t pos, int64_t end, bool mapped, 
   chunk_end_ = last_offset_ = end_open_ ? begin_offset : end_offset;
 }
 
+void BamIndexHelper::addMore(uint64_t mapped, uint64_t unmapped) {
+  if (no_coor_) {
+    index_.n_no_coor += mapped + unmapped;
+    return;
+  }
+  mapped_ += mapped;
+  unmapped_ += unmapped;
+}
+
 void BamIndexHelper::closeChunk() {
   if (bin_ == kNoBin) return;
   std::vector<Chunk>& chunks = index_.contigs[last_ref_].bins[bin_];

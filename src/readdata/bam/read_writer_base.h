@@ -1,9 +1,9 @@
 // read_writer_base.h - how read-writing algorithms make one sorted file: each shard writes a temporary file
-// on its own thread, and the shards' bytes are appended in genome order, without recompression. Threads  a
-// shard writer belongs to a walker; the output writer is used by init(), then by the merging thread alone.
+// on its own thread, and the shards' bytes are appended in genome order, without recompression.
+// Threads  a shard writer belongs to a walker; the output writer is used by init(), then by the merging
+//          thread alone, then by close().
 // Errors   std::invalid_argument for files that cannot be opened, std::runtime_error for failures of writing;
-// both name
-//          the file. An output that did not end well has no end marker and no index.
+//          both name the file. An output that did not end well has no end marker and no index.
 #pragma once
 
 #include <map>
@@ -64,6 +64,11 @@ class ParallelReadWriterBase {
   // Writes end marker and index. Not called when the run failed: then the output is left without both.
   virtual void close() = 0;
 };
+
+// Options of the map that writers share: the level of `bam_compression`, -1 (the default level) without it,
+// and the mode text of a handle that is to write at that level.
+int bamCompression(const ReadWriterBase::Options& options);
+std::string bamWriteMode(int level);
 
 // `format` is "bam"; anything else throws std::invalid_argument, since no other writer exists.
 std::unique_ptr<ParallelReadWriterBase> createReadWriter(const std::string& output, FastaFile* reference,
