@@ -110,9 +110,10 @@ TEST(ThreadCoop, ExceptionOfSubmittedWorkComesOutOfTheFuture) {
   pool.join();
 }
 
-TEST(ThreadCoop, TaskIsDestroyedBeforeItsWorkerWaitsForTheNext) {
+TEST(ThreadCoop, WaitingWorkerTakesATaskAndDestroysItBeforeItWaitsAgain) {
   thread_coop pool;
   pool.addWorker([] {});
+  sleepMicros(50000);  // so that the worker waits
   auto held = std::make_shared<int>(1);
   std::weak_ptr<int> seen = held;
   pool.addTask(std::make_shared<std::function<void()>>([held] {}));
