@@ -10,7 +10,8 @@
 #include <memory>
 #include <string>
 
-// Source block address -> virtual offset in the destination at which the bytes of that block begin.
+// Offset in the source -> offset in the destination, virtual ones for BGZF: the beginning of what was copied and of
+// each block in it. An offset in between moves by the difference of the nearest pair at or below it.
 using OffsetMap = std::map<uint64_t, uint64_t>;
 
 class IOHandle {

@@ -1,6 +1,7 @@
 // What BGZFHandle writes: judged by zlib and gzip, at every level, on one thread and on the pool.
 #include <chrono>
 #include <cstdlib>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdexcept>
 #include <thread>
@@ -193,6 +194,54 @@ TEST(BgzfWriter, LeavesNoEndMarkerBehindAFailure) {
   EXPECT_EQ(misused.close(), -1);
   file = fileBytes(path);
   EXPECT_TRUE(file.size() < 28 || file.substr(file.size() - 28) != endMarker());
+}
+
+// Points a standard stream elsewhere for as long as it lives.
+class Redirect {
+ public:
+  Redirect(int number, const std::string& path, int flags) : number_(number), saved_(dup(number)) {
+    int other = open(path.c_str(), flags, 0666);
+    EXPECT_GE(dup2(other, number), 0);
+    close(other);
+  }
+  ~Redirect() {
+    dup2(saved_, number_);
+    close(saved_);
+  }
+
+ private:
+  int number_, saved_;
+};
+
+TEST(BgzfWriter, DashIsAStandardStream) {
+  TempFolder folder;
+  std::string path = folder.path("out.gz"), text = sampleText(200000);
+  {
+    fflush(stdout);
+    Redirect output(STDOUT_FILENO, path, O_WRONLY | O_CREAT | O_TRUNC);
+    BGZFHandle handle;
+    bool good =
+        handle.openFile("-", "w") && handle.write(text.data(), text.size()) > 0 && handle.close() == 0;
+    EXPECT_TRUE(good);
+    EXPECT_EQ(::write(STDOUT_FILENO, "", 0), 0);  // still open
+  }
+  EXPECT_TRUE(joined(blocksOf(fileBytes(path))) == text);
+  // The input need not stand at its beginning: here another block came first.
+  std::string first = zlibBlock("first");
+  std::string both = folder.write("both.gz", first + fileBytes(path));
+  Redirect input(STDIN_FILENO, both, O_RDONLY);
+  ASSERT_EQ(lseek(STDIN_FILENO, static_cast<off_t>(first.size()), SEEK_SET),
+            static_cast<off_t>(first.size()));
+  BGZFHandle handle;
+  ASSERT_TRUE(handle.openFile("-", "r"));
+  std::string got(text.size() + 1, 0);
+  int64_t begin = handle.tell();
+  EXPECT_EQ(begin, static_cast<int64_t>(first.size()) << 16);
+  ASSERT_EQ(handle.read(got.data(), got.size()), static_cast<int64_t>(text.size()));
+  EXPECT_EQ(got.compare(0, text.size(), text), 0);
+  ASSERT_EQ(handle.seek(begin + 100, SEEK_SET), begin + 100);
+  ASSERT_EQ(handle.clone()->read(got.data(), 50), 50);
+  EXPECT_EQ(got.compare(0, 50, text, 100, 50), 0);
 }
 
 TEST(BgzfWriter, RefusesWrongUse) {
