@@ -130,6 +130,8 @@ bool BAMImpl::Cursor::stop(uint64_t resume, bool hold) {
   if (hold) {
     held_.swap(current);
     held_end_ = handle_.tell();
+  } else if (gap_ != 0) {
+    last_ref_ = last_pos_ = -1;  // going back
   }
   return false;
 }

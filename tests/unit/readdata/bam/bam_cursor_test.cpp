@@ -1,0 +1,362 @@
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdexcept>
+
+#include "bam_files.h"
+#include "readdata/bam/bam_impl.h"
+#include "temp_folder.h"
+
+namespace {
+
+using testing::HasSubstr;
+using Names = std::vector<std::string>;
+
+// Names of the reads of a range, in the order in which the cursor delivers them. Takes their contents away,
+// as the cache does.
+Names fetch(BAMHandle::FetchState& cursor, int32_t contig, uint32_t start, uint32_t end) {
+  Names names;
+  for (bool more = cursor.seek(contig, start, end); more; more = cursor.readNext()) {
+    bam_record taken;
+    taken.swap(cursor.current);
+    names.push_back(taken.name());
+  }
+  EXPECT_FALSE(cursor.readNext());
+  return names;
+}
+
+Names overlapping(const std::vector<RawRead>& reads, int32_t contig, uint32_t start, uint32_t end) {
+  Names names;
+  for (const RawRead& read : reads)
+    if (read.overlaps(contig, start, end)) names.push_back(read.name);
+  return names;
+}
+
+Names unplacedOf(const std::vector<RawRead>& reads) {
+  Names names;
+  for (const RawRead& read : reads)
+    if (read.ref_id < 0) names.push_back(read.name);
+  return names;
+}
+
+template <typename Call>
+std::string thrownBy(Call call) {
+  testing::internal::CaptureStderr();
+  std::string thrown;
+  try {
+    call();
+  } catch (const std::exception& error) {
+    thrown = error.what();
+  }
+  std::string told = testing::internal::GetCapturedStderr();
+  return thrown.empty() ? "" : told + thrown;
+}
+
+// Every read of the file, contig by contig in tiles of `tile` bases, then those without coordinates.
+Names fetchAll(BAMHandle& bam, uint32_t tile) {
+  auto cursor = bam.newFetchState();
+  Names names;
+  for (size_t contig = 0; contig < bam.header->contigCount(); ++contig) {
+    for (uint64_t start = 0; start < bam.header->lengths[contig]; start += tile)
+      for (const std::string& name : fetch(*cursor, static_cast<int32_t>(contig),
+                                           static_cast<uint32_t>(start), static_cast<uint32_t>(start + tile)))
+        names.push_back(name);
+  }
+  for (const std::string& name : fetch(*cursor, -1, 0, 0)) names.push_back(name);
+  return names;
+}
+
+Names allNames(const std::vector<RawRead>& reads) {
+  Names names;
+  for (const RawRead& read : reads) names.push_back(read.name);
+  return names;
+}
+
+struct Layout {
+  size_t block;      // uncompressed bytes per block
+  bool by_samtools;  // whose index
+};
+
+// Files of both indexes and of blocks small and large.
+class BamCursor : public testing::TestWithParam<Layout> {
+ protected:
+  void make(const std::vector<RawRead>& reads) {
+    path_ = folder_.write("a.bam", inBlocks(rawBam(sampleContigs(), reads), GetParam().block));
+    if (GetParam().by_samtools) {
+      if (std::system(("samtools index " + path_ + " 2> /dev/null").c_str()) != 0)
+        GTEST_SKIP() << "samtools is not installed";
+    } else {
+      ASSERT_TRUE(BamIndex::build(path_)->save(path_ + ".bai"));
+    }
+    bam_ = open_read_source(path_, nullptr, true);
+  }
+  TempFolder folder_;
+  std::string path_;
+  std::unique_ptr<BAMHandle> bam_;
+};
+
+TEST_P(BamCursor, DeliversWhatOverlaps) {
+  auto reads = sampleReads(6000, 40, 21);
+  ASSERT_NO_FATAL_FAILURE(make(reads));
+  if (bam_ == nullptr) return;
+  auto cursor = bam_->newFetchState();
+  std::mt19937 random(22);
+  size_t delivered = 0;
+  for (int i = 0; i < 600; ++i) {
+    auto contig = static_cast<int32_t>(random() % sampleContigs().size());
+    uint32_t start = random() % sampleContigs()[contig].length;
+    if (i % 2 == 0) {
+      const RawRead& read = reads[random() % 6000];
+      contig = read.ref_id;
+      start = read.pos + random() % 200;
+    }
+    uint32_t end = start + 1 + random() % (i % 3 == 0 ? 40 : 200000);
+    Names expected = overlapping(reads, contig, start, end);
+    delivered += expected.size();
+    ASSERT_EQ(fetch(*cursor, contig, start, end), expected) << contig << ":" << start << "-" << end;
+    if (i % 100 == 0) {
+      ASSERT_EQ(fetch(*cursor, -1, 0, 0), unplacedOf(reads));
+    }
+  }
+  EXPECT_GT(delivered, 2000u);
+}
+
+TEST_P(BamCursor, AdjacentRangesDeliverEachReadOnce) {
+  auto reads = sampleReads(3000, 10, 23);
+  ASSERT_NO_FATAL_FAILURE(make(reads));
+  if (bam_ == nullptr) return;
+  std::mt19937 random(24);
+  for (int32_t contig = 0; contig < static_cast<int32_t>(sampleContigs().size()); ++contig) {
+    uint32_t length = sampleContigs()[contig].length;
+    for (int round = 0; round < 20; ++round) {
+      auto cursor = bam_->newFetchState();
+      uint32_t first = round % 2 == 0 ? 0 : random() % length, end = first;
+      Names got, expected = overlapping(reads, contig, first, length);
+      while (end < length) {
+        uint32_t start = end;
+        end = std::min<uint64_t>(length, uint64_t(end) + 1 + random() % (length / 20 + 2));
+        for (const std::string& name : fetch(*cursor, contig, start, end)) got.push_back(name);
+      }
+      ASSERT_EQ(got, expected) << contig << " from " << first;
+    }
+  }
+}
+
+TEST_P(BamCursor, WholeFileInTiles) {
+  auto reads = sampleReads(2000, 30, 25);
+  ASSERT_NO_FATAL_FAILURE(make(reads));
+  if (bam_ == nullptr) return;
+  for (uint32_t tile : {70000u, 1000000u, 400000000u})
+    EXPECT_EQ(fetchAll(*bam_, tile), allNames(reads)) << tile;
+}
+
+TEST_P(BamCursor, RangesGivenUpAreNotResumed) {
+  auto reads = sampleReads(2000, 0, 26);
+  ASSERT_NO_FATAL_FAILURE(make(reads));
+  if (bam_ == nullptr) return;
+  auto cursor = bam_->newFetchState();
+  Names expected = overlapping(reads, 0, 1000000, 2000000);
+  ASSERT_TRUE(cursor->seek(0, 0, 1000000));  // one read of many
+  EXPECT_EQ(fetch(*cursor, 0, 1000000, 2000000), expected);
+  fetch(*cursor, 0, 500000, 1000000);
+  cursor->close();
+  EXPECT_EQ(fetch(*cursor, 0, 1000000, 2000000), expected);
+}
+
+TEST_P(BamCursor, TwoCursorsAndClonesDoNotDisturbEachOther) {
+  auto reads = sampleReads(2000, 20, 27);
+  ASSERT_NO_FATAL_FAILURE(make(reads));
+  if (bam_ == nullptr) return;
+  auto copy = bam_->clone();
+  auto a = bam_->newFetchState(), b = bam_->newFetchState(), c = copy->newFetchState();
+  Names got;
+  for (uint32_t start = 0; start < 3000000; start += 300000) {
+    for (const std::string& name : fetch(*a, 0, start, start + 300000)) got.push_back(name);
+    EXPECT_EQ(fetch(*b, 2, 0, 70000), overlapping(reads, 2, 0, 70000));  // moves the handle of `a`
+    EXPECT_EQ(fetch(*c, -1, 0, 0), unplacedOf(reads));
+  }
+  EXPECT_EQ(got, overlapping(reads, 0, 0, 3000000));
+}
+
+INSTANTIATE_TEST_SUITE_P(Layouts, BamCursor,
+                         testing::Values(Layout{500, false}, Layout{500, true}, Layout{0xff00, false},
+                                         Layout{0xff00, true}),
+                         [](const auto& info) {
+                           return std::string(info.param.by_samtools ? "Samtools" : "Own") +
+                                  std::to_string(info.param.block);
+                         });
+
+class CursorFaults : public testing::Test {
+ protected:
+  std::string write(const std::string& name, const std::vector<RawRead>& reads, size_t block = 1000) {
+    return folder_.write(name, inBlocks(rawBam(sampleContigs(), reads), block));
+  }
+  // The file with the index of another one, past the checks of loading.
+  std::unique_ptr<BAMHandle> openWith(const std::string& path, std::shared_ptr<const BamIndex> index) {
+    auto bam = std::make_unique<BAMImpl>(path);
+    bam->open("r");
+    bam->readHeader();
+    bam->setIndex(std::move(index));
+    return bam;
+  }
+  std::shared_ptr<BamIndex> indexOf(const std::vector<RawRead>& reads, size_t block = 1000) {
+    auto index = BamIndex::build(write("indexed.bam", reads, block));
+    index->path = "the.bai";
+    return index;
+  }
+  TempFolder folder_;
+};
+
+TEST_F(CursorFaults, NeedsAnIndex) {
+  std::string path = write("a.bam", sampleReads(10, 0, 31));
+  auto bam = open_read_source(path, nullptr, false);
+  auto cursor = bam->newFetchState();
+  EXPECT_EQ(thrownBy([&] { cursor->seek(0, 0, 10); }),
+            "Index not loaded for BAM file " + path + "\nbam seek error");
+}
+
+TEST_F(CursorFaults, FilesWithoutPlacedReads) {
+  for (size_t unplaced : {0, 7}) {
+    auto reads = sampleReads(0, unplaced, 32);
+    std::string path = write("a.bam", reads);
+    BamIndex::build(path)->save(path + ".bai");
+    auto bam = open_read_source(path, nullptr, true);
+    EXPECT_EQ(fetchAll(*bam, 100000000), allNames(reads));
+  }
+}
+
+TEST_F(CursorFaults, TruncationIsNeverSilent) {
+  auto reads = sampleReads(400, 20, 33);
+  std::string whole = write("whole.bam", reads);
+  BamIndex::build(whole)->save(folder_.path("cut.bam.bai"));
+  std::string file = fileBytes(whole);
+  auto index = BamIndex::load(folder_.path("cut.bam"), 0);
+  auto blocks = blocksOf(file);
+  size_t complete = 0;
+  for (const ZlibBlock& block : blocks) {
+    for (size_t cut : {block.address, block.address + 11, block.address + block.size - 1}) {
+      std::string path = folder_.write("cut.bam", file.substr(0, cut));
+      for (uint32_t tile : {50000u, 300000000u}) {
+        Names got;
+        // Refused by the check of loading, or, without it, by the cursor.
+        std::string loading = thrownBy([&] { got = fetchAll(*open_read_source(path, nullptr, true), tile); });
+        Names read;
+        std::string reading = thrownBy([&] { read = fetchAll(*openWith(path, index), tile); });
+        if (loading.empty()) {
+          ASSERT_EQ(got, allNames(reads)) << "cut at " << cut;
+        }
+        if (reading.empty()) {
+          ASSERT_EQ(read, allNames(reads)) << "cut at " << cut;
+        }
+        if (!loading.empty()) {
+          EXPECT_THAT(loading, HasSubstr(path));
+        }
+        if (!reading.empty()) {
+          EXPECT_THAT(reading, HasSubstr(path));
+        }
+        complete += loading.empty();
+        if (cut < blocks.back().address - blocks[blocks.size() - 2].size) {
+          EXPECT_FALSE(reading.empty());
+        }
+      }
+    }
+  }
+  EXPECT_EQ(complete, 2u);  // only the end marker was missing, whole
+}
+
+TEST_F(CursorFaults, EndOfFileWhileResuming) {
+  // The second range is read on without a lookup, and the end of file comes there.
+  std::vector<RawRead> reads(3000);
+  for (size_t i = 0; i < reads.size(); ++i) {
+    reads[i].pos = static_cast<int32_t>(i * 20);
+    reads[i].name = std::to_string(i);
+  }
+  auto index = indexOf(reads);
+  std::string file = fileBytes(folder_.path("indexed.bam"));
+  for (const ZlibBlock& block : blocksOf(file)) {
+    if (block.address < file.size() / 2 || block.address + 60 > file.size()) continue;
+    std::string path = folder_.write("cut.bam", file.substr(0, block.address));
+    auto bam = openWith(path, index);
+    auto cursor = bam->newFetchState();
+    fetch(*cursor, 0, 0, 16384);
+    EXPECT_THAT(thrownBy([&] { fetch(*cursor, 0, 16384, 3000000); }), HasSubstr(path));
+  }
+}
+
+TEST_F(CursorFaults, UnsortedReads) {
+  auto reads = sampleReads(500, 0, 34);
+  auto index = indexOf(reads);
+  std::swap(reads[100].pos, reads[99].pos);  // of one contig, and of one size
+  ASSERT_EQ(reads[99].ref_id, reads[100].ref_id);
+  ASSERT_GT(reads[99].pos, reads[100].pos);
+  std::string path = write("a.bam", reads);
+  std::string message = thrownBy([&] { fetchAll(*openWith(path, index), 500000000); });
+  EXPECT_THAT(message, HasSubstr("BAM file " + path + " is not sorted: read 100 at "));
+}
+
+TEST_F(CursorFaults, ReadsOfAnotherContigThanPromised) {
+  std::vector<RawRead> reads(200);
+  auto index = indexOf(reads);
+  for (size_t first : {0, 1, 100, 199}) {
+    std::vector<RawRead> moved = reads;
+    for (size_t i = first; i < moved.size(); ++i) moved[i].ref_id = 2;
+    std::string path = write("a.bam", moved);
+    std::string message = thrownBy([&] { fetchAll(*openWith(path, index), 500000000); });
+    EXPECT_THAT(message, HasSubstr(path)) << first;
+    EXPECT_THAT(message, HasSubstr("the.bai")) << first;
+    EXPECT_THAT(message, HasSubstr("small:1")) << first;
+  }
+}
+
+TEST_F(CursorFaults, PlacedReadsAmongUnplaced) {
+  auto reads = sampleReads(20, 200, 35);
+  auto index = indexOf(reads);
+  for (size_t at : {20, 21, 100, 219}) {
+    std::vector<RawRead> moved = reads;
+    moved[at].ref_id = 6;
+    moved[at].pos = 5;
+    std::string path = write("a.bam", moved);
+    auto bam = openWith(path, index);
+    auto cursor = bam->newFetchState();
+    std::string message = thrownBy([&] { fetch(*cursor, -1, 0, 0); });
+    EXPECT_THAT(message, HasSubstr(path)) << at;
+    EXPECT_THAT(message, HasSubstr("last:6")) << at;
+  }
+}
+
+TEST_F(CursorFaults, CountOfUnplacedReads) {
+  auto reads = sampleReads(20, 30, 36);
+  auto index = std::make_shared<BamIndex>(*indexOf(reads));
+  std::string path = write("a.bam", reads);
+  for (uint64_t count : {29, 31, 0}) {
+    index->n_no_coor = count;
+    EXPECT_THAT(thrownBy([&] { fetchAll(*openWith(path, index), 500000000); }), HasSubstr(path));
+    index->has_no_coor = false;
+    EXPECT_EQ(fetchAll(*openWith(path, index), 500000000), allNames(reads));
+    index->has_no_coor = true;
+  }
+}
+
+TEST_F(CursorFaults, RandomOffsetsInTheIndex) {
+  auto reads = sampleReads(500, 5, 37);
+  auto good = indexOf(reads);
+  std::string path = write("a.bam", reads);
+  uint64_t size = fileBytes(path).size();
+  std::mt19937_64 random(38);
+  size_t refused = 0;
+  for (int i = 0; i < 200; ++i) {
+    auto index = std::make_shared<BamIndex>(*good);
+    for (auto& contig : index->contigs)
+      for (auto& [bin, chunks] : contig.bins)
+        for (Chunk& chunk : chunks)
+          if (random() % 20 == 0) {
+            chunk.begin = (random() % size) << 16 | random() % 65536;
+            chunk.end = chunk.begin + (random() % size << 16);
+          }
+    std::string message = thrownBy([&] { fetchAll(*openWith(path, index), 200000000); });
+    refused += !message.empty();
+  }
+  EXPECT_GT(refused, 190u);
+}
+
+}  // namespace

@@ -1,0 +1,494 @@
+#include "readdata/bam/bam_index.h"
+
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <set>
+#include <stdexcept>
+
+#include "bam_files.h"
+#include "readdata/bam/bam_impl.h"
+#include "temp_folder.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+bool haveSamtools() {
+  return std::system("samtools --version > /dev/null 2>&1") == 0;
+}
+
+std::string output(const std::string& command) {
+  FILE* pipe = popen(command.c_str(), "r");
+  std::string text;
+  char buffer[4096];
+  for (size_t got; pipe != nullptr && (got = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+    text.append(buffer, got);
+  EXPECT_TRUE(pipe != nullptr && pclose(pipe) == 0) << command;
+  return text;
+}
+
+template <typename Call>
+std::string thrownBy(Call call) {
+  try {
+    call();
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+  return "";
+}
+
+// Sets an environment variable for the life of the object.
+class Environment {
+ public:
+  explicit Environment(const char* name) : name_(name) { setenv(name, "1", 1); }
+  ~Environment() { unsetenv(name_); }
+
+ private:
+  const char* name_;
+};
+
+bool same(const BamIndex& a, const BamIndex& b) {
+  if (a.contigs.size() != b.contigs.size() || a.n_no_coor != b.n_no_coor || a.has_no_coor != b.has_no_coor)
+    return false;
+  for (size_t i = 0; i < a.contigs.size(); ++i) {
+    const auto &x = a.contigs[i], &y = b.contigs[i];
+    if (x.linear != y.linear || x.has_counts != y.has_counts || x.mapped != y.mapped ||
+        x.unmapped != y.unmapped || x.first_offset != y.first_offset || x.last_offset != y.last_offset ||
+        x.bins.size() != y.bins.size())
+      return false;
+    for (const auto& [bin, chunks] : x.bins) {
+      auto other = y.bins.find(bin);
+      if (other == y.bins.end() || other->second.size() != chunks.size()) return false;
+      for (size_t k = 0; k < chunks.size(); ++k)
+        if (chunks[k].begin != other->second[k].begin || chunks[k].end != other->second[k].end) return false;
+    }
+  }
+  return true;
+}
+
+// Where each record begins, found by walking the file without an index.
+std::vector<std::pair<uint64_t, uint64_t>> recordSpans(const std::string& path) {
+  BAMImpl bam(path);
+  bam.open("r");
+  bam.readHeader();
+  std::vector<std::pair<uint64_t, uint64_t>> spans;
+  bam_record record;
+  for (uint64_t begin = bam.tell(); bam.readRecord(record) > 0; begin = bam.tell())
+    spans.emplace_back(begin, bam.tell());
+  return spans;
+}
+
+TEST(BamIndex, QueriesFindEveryOverlappingRead) {
+  TempFolder folder;
+  auto reads = sampleReads(4000, 20, 5);
+  std::string path = folder.write("a.bam", inBlocks(rawBam(sampleContigs(), reads), 900));
+  auto index = BamIndex::build(path);
+  auto spans = recordSpans(path);
+  std::mt19937 random(6);
+  size_t asked = 0, offered = 0, needed = 0;
+  for (int i = 0; i < 500; ++i) {
+    auto contig = static_cast<int32_t>(random() % sampleContigs().size());
+    uint32_t length = sampleContigs()[contig].length;
+    uint32_t start = random() % length;
+    // Half of the regions lie about a read, since most of a large contig is empty.
+    if (i % 2 == 0) {
+      const RawRead& read = reads[random() % 4000];
+      contig = read.ref_id;
+      start = read.pos;
+    }
+    uint32_t end = start + 1 + random() % (i % 3 == 0 ? 50 : 100000);
+    std::vector<Chunk> chunks;
+    index->query(contig, start, end, chunks);
+    for (size_t k = 0; k < chunks.size(); ++k) {
+      ASSERT_LT(chunks[k].begin, chunks[k].end);
+      if (k > 0) {
+        ASSERT_LT(chunks[k - 1].end >> 16, chunks[k].begin >> 16);
+      }
+    }
+    for (size_t r = 0; r < reads.size(); ++r) {
+      bool inside = false;
+      for (const Chunk& chunk : chunks)
+        inside |= chunk.begin <= spans[r].first && spans[r].second <= chunk.end;
+      if (reads[r].overlaps(contig, start, end)) {
+        ASSERT_TRUE(inside) << "read " << r << " in " << contig << ":" << start << "-" << end;
+        ++needed;
+      }
+      offered += inside;
+    }
+    asked += reads.size();
+  }
+  EXPECT_GT(needed, 1000u);
+  EXPECT_LT(offered, asked / 10);  // it is not all of the file that is read
+}
+
+TEST(BamIndex, QueryOutsideOfEverythingIsEmpty) {
+  TempFolder folder;
+  auto index =
+      BamIndex::build(folder.write("a.bam", inBlocks(rawBam(sampleContigs(), sampleReads(50, 5, 7)))));
+  const struct {
+    int32_t contig;
+    uint32_t start, end;
+  } cases[] = {{-1, 0, 10},
+               {7, 0, 10},
+               {INT32_MAX, 0, 10},
+               {1, 0, 500},
+               {0, 10, 10},
+               {0, 20, 10},
+               {6, 39999, 40000},
+               {0, 1u << 29, 0xFFFFFFFF},
+               {0, 0xFFFFFFFE, 0xFFFFFFFF}};
+  for (const auto& c : cases) {
+    std::vector<Chunk> chunks = {{1, 2}};
+    index->query(c.contig, c.start, c.end, chunks);
+    EXPECT_TRUE(chunks.empty()) << c.contig << ":" << c.start;
+  }
+}
+
+TEST(BamIndex, AnswersAsSamtoolsIndexDoes) {
+  if (!haveSamtools()) GTEST_SKIP() << "samtools is not installed";
+  TempFolder folder;
+  auto reads = sampleReads(5000, 30, 8);
+  std::string file = inBlocks(rawBam(sampleContigs(), reads), 2000);
+  std::string ours = folder.write("ours.bam", file), theirs = folder.write("theirs.bam", file);
+  ASSERT_TRUE(BamIndex::build(ours)->save(ours + ".bai"));
+  ASSERT_EQ(std::system(("samtools index " + theirs).c_str()), 0);
+  auto a = BamIndex::load(ours, 0), b = BamIndex::load(theirs, 0);
+  ASSERT_EQ(a->contigs.size(), b->contigs.size());
+  EXPECT_EQ(a->n_no_coor, 30u);
+  EXPECT_EQ(b->n_no_coor, 30u);
+  EXPECT_EQ(a->readCount(), 5000u);
+  EXPECT_EQ(b->readCount(), 5000u);
+  EXPECT_EQ(a->firstUnmappedOffset(), b->firstUnmappedOffset());
+  for (size_t i = 0; i < a->contigs.size(); ++i) {
+    EXPECT_EQ(a->contigs[i].mapped, b->contigs[i].mapped);
+    EXPECT_EQ(a->contigs[i].unmapped, b->contigs[i].unmapped);
+    EXPECT_EQ(a->contigs[i].first_offset, b->contigs[i].first_offset);
+    EXPECT_EQ(a->contigs[i].last_offset, b->contigs[i].last_offset);
+    EXPECT_EQ(a->contigs[i].lastChunkEnd(), b->contigs[i].lastChunkEnd());
+    EXPECT_EQ(a->contigs[i].linear, b->contigs[i].linear) << i;
+  }
+  EXPECT_EQ(output("samtools idxstats " + ours), output("samtools idxstats " + theirs));
+  std::mt19937 random(9);
+  for (int i = 0; i < 60; ++i) {
+    const RawRead& read = reads[random() % 5000];
+    std::string region = sampleContigs()[read.ref_id].name + ":" +
+                         std::to_string(read.pos + 1 + random() % 100) + "-" +
+                         std::to_string(read.pos + 101 + random() % 20000);
+    EXPECT_EQ(output("samtools view " + ours + " " + region),
+              output("samtools view " + theirs + " " + region));
+  }
+}
+
+TEST(BamIndex, BuiltWhileWritingEqualsAScan) {
+  TempFolder folder;
+  std::string in = folder.write("in.bam", inBlocks(rawBam(sampleContigs(), sampleReads(9000, 40, 10))));
+  BAMImpl from(in), to(folder.path("out.bam"));
+  from.open("r");
+  from.readHeader();
+  to.open("w");
+  to.header = from.header;
+  to.writeHeader();
+  BamIndex known, unknown;  // by records whose ends are told, and by begins alone
+  BamIndexHelper helper(known, from.header->contigCount(), to.path, to.tell());
+  to.setIndexBuilder(&helper);
+  bam_record record;
+  while (from.readRecord(record) > 0) to.writeRecord(record);
+  to.flush();
+  uint64_t end = to.tell();
+  to.close();
+  helper.finish(end);
+  auto scanned = BamIndex::build(to.path);
+  // A record that began a new block leaves a gap of nothing behind the one before, so ends may be told in
+  // two ways; what is asked of the index has one answer.
+  std::mt19937 random(11);
+  BamIndexHelper begins(unknown, from.header->contigCount(), to.path, 0);
+  BAMImpl again(to.path);
+  again.open("r");
+  again.readHeader();
+  for (uint64_t begin = again.tell(); again.readRecord(record) > 0; begin = again.tell())
+    begins.add(record.ref_id, record.pos, alignment_end(record), !(record.flag & 4), begin, 0, nullptr);
+  begins.finish(end);
+  EXPECT_TRUE(same(unknown, *scanned));
+  for (size_t i = 0; i < known.contigs.size(); ++i) {
+    EXPECT_EQ(known.contigs[i].linear, scanned->contigs[i].linear);
+    EXPECT_EQ(known.contigs[i].bins.size(), scanned->contigs[i].bins.size());
+    EXPECT_EQ(known.contigs[i].mapped, scanned->contigs[i].mapped);
+  }
+  EXPECT_EQ(known.n_no_coor, 40u);
+}
+
+TEST(BamIndex, SaveAndLoadAgree) {
+  TempFolder folder;
+  for (size_t reads : {0, 1, 2000}) {
+    std::string path =
+        folder.write("a.bam", inBlocks(rawBam(sampleContigs(), sampleReads(reads, reads / 2, 12))));
+    auto built = BamIndex::build(path);
+    ASSERT_TRUE(built->save(path + ".bai"));
+    EXPECT_TRUE(same(*built, *BamIndex::load(path, 0, 7)));
+    EXPECT_EQ(built->readCount(), reads);
+  }
+  EXPECT_FALSE(std::filesystem::exists(folder.path("a.bam.bai.tmp")));
+}
+
+TEST(BamIndex, SaveTellsOfFailures) {
+  BamIndex index;
+  index.contigs.resize(5000);
+  EXPECT_FALSE(index.save("/dev/full"));
+  EXPECT_EQ(errno, ENOSPC);
+  EXPECT_FALSE(index.save("/no/such/folder/a.bai"));
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(BamIndex, LooksInTwoPlaces) {
+  TempFolder folder;
+  std::string file = inBlocks(rawBam(sampleContigs(), sampleReads(100, 3, 13)));
+  for (const char* name : {"x.bam", "y.BAM"}) {
+    std::string path = folder.write(name, file), second = path.substr(0, path.size() - 4) + ".bai";
+    EXPECT_EQ(thrownBy([&] { BamIndex::load(path, 0); }),
+              "Failed to load index file " + second + ", No such file or directory");
+    BamIndex::build(path)->save(second);
+    EXPECT_EQ(BamIndex::load(path, 0)->path, second);
+    BamIndex::build(path)->save(path + ".bai");
+    EXPECT_EQ(BamIndex::load(path, 0)->path, path + ".bai");
+  }
+  std::string odd = folder.write("reads", file);
+  EXPECT_THAT(thrownBy([&] { BamIndex::load(odd, 0); }), HasSubstr("index file " + odd + ".bai, "));
+  std::filesystem::create_directory(odd + ".bai");
+  EXPECT_THAT(thrownBy([&] { BamIndex::load(odd, 0); }), HasSubstr("Is a directory"));
+}
+
+TEST(BamIndex, BuildsWhenAskedTo) {
+  TempFolder folder;
+  std::string path = folder.write("x.bam", inBlocks(rawBam(sampleContigs(), sampleReads(100, 3, 14))));
+  testing::internal::CaptureStderr();
+  auto built = BamIndex::load(path, 1);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "Fail to load index file " + folder.path("x.bai") + ". Build the index file automatically\n");
+  EXPECT_TRUE(same(*built, *BamIndex::load(path, 0)));
+  folder.write("x.bam.bai", "rubbish");
+  EXPECT_THROW(BamIndex::load(path, 1), std::invalid_argument);
+  EXPECT_TRUE(same(*built, *BamIndex::load(path, 2)));
+  EXPECT_TRUE(same(*built, *BamIndex::load(path, 0)));
+}
+
+TEST(BamIndex, GoesWithoutThePseudoBin) {
+  TempFolder folder;
+  std::string path = folder.write("x.bam", inBlocks(rawBam(sampleContigs(), sampleReads(100, 3, 15))));
+  auto with = BamIndex::load(path, 2);
+  EXPECT_EQ(with->readCount(), 100u);
+  Environment environment("disable_bam_max_bin");
+  EXPECT_EQ(BamIndex::load(path, 0)->readCount(), 0u);
+  auto without = BamIndex::load(path, 2);
+  EXPECT_EQ(without->readCount(), 0u);
+  EXPECT_EQ(without->firstUnmappedOffset(), with->firstUnmappedOffset());
+  unsetenv("disable_bam_max_bin");
+  auto read = BamIndex::load(path, 0);
+  for (const auto& contig : read->contigs) EXPECT_FALSE(contig.has_counts);
+}
+
+TEST(BamIndex, PrintsItself) {
+  TempFolder folder;
+  RawRead read;
+  std::string path = folder.write("x.bam", inBlocks(rawBam({{"c", 100}}, {read})));
+  testing::internal::CaptureStderr();
+  {
+    Environment dump("bam_index_dump");
+    BamIndex::load(path, 2);
+  }
+  uint64_t first = recordSpans(path)[0].first, end = recordSpans(path)[0].second;
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "bi_add: 0 0 1 4681 " + std::to_string(first) + "\n");
+  testing::internal::CaptureStderr();
+  {
+    Environment print("bam_index_print");
+    BamIndex::load(path, 0);
+  }
+  std::string printed = testing::internal::GetCapturedStderr();
+  auto place = [](uint64_t offset) {
+    return std::to_string(offset >> 16) + "/" + std::to_string(offset & 0xffff);
+  };
+  for (const std::string& line :
+       {std::string("n = 1\n"), std::string("i = 0\n"), std::string("lmap[0].size() = 1\n"),
+        std::string("imap[0].size = 2\n"), std::string("key = 4681 value = \n"),
+        std::string("key = 37450 value = \n"), place(first) + "\n", place(first) + " " + place(end) + "\n",
+        std::string(" 1 0\n")})
+    EXPECT_THAT(printed, HasSubstr(line));
+}
+
+// --- disorder ---
+
+TEST(BamIndexHelper, RefusesDisorder) {
+  struct Step {
+    int32_t ref_id, pos;
+  };
+  const struct {
+    std::vector<Step> steps;
+    bool named;
+    const char* message;
+  } cases[] = {
+      {{{1, 5}, {0, 9}}, true, "Read r is not sorted: refID 1 > refID 0\n"},
+      {{{1, 5}, {0, 9}}, false, "Reads are not sorted: refID 1 > refID 0\n"},
+      {{{1, 5}, {1, 4}}, true, "Read r is not sorted: 5 > 4 on refID 1\n"},
+      {{{1, 5}, {1, 4}}, false, "Reads are not sorted: 5 > 4 on refID 1\n"},
+      {{{1, 5}, {-1, -1}, {1, 6}},
+       true,
+       "BAM file x.bam is not sorted: reads without coordinates  precedes reads with coordinates."},
+      {{{-1, -1}, {0, 0}},
+       false,
+       "BAM file x.bam is not sorted: reads without coordinates  precedes reads with coordinates."},
+      {{{2, 0}}, true, "BAM file x.bam: a read at position 1 of contig number 2 cannot be indexed"},
+      {{{0, -1}}, true, "BAM file x.bam: a read at position 0 of contig number 0 cannot be indexed"},
+      {{{0, 1 << 29}},
+       true,
+       "BAM file x.bam: a read at position 536870913 of contig number 0 cannot be indexed"},
+      {{{0, 5}, {0, 5}, {1, 0}, {-1, 3}, {-1, 1}}, true, ""},
+  };
+  for (const auto& c : cases) {
+    BamIndex index;
+    BamIndexHelper helper(index, 2, "x.bam", 0);
+    uint64_t offset = 1 << 16;
+    EXPECT_EQ(thrownBy([&] {
+                for (const Step& step : c.steps) {
+                  helper.add(step.ref_id, step.pos, step.pos + 10, true, offset, offset + 50,
+                             c.named ? "r" : nullptr);
+                  offset += 50;
+                }
+              }),
+              c.message);
+  }
+}
+
+TEST(BamIndexHelper, BoundsTheLinearIndex) {
+  BamIndex index;
+  BamIndexHelper helper(index, 1, "x.bam", 0);
+  helper.add(0, (1 << 29) - 1, int64_t(1) << 44, true, 100, 200, "r");
+  helper.finish(200);
+  EXPECT_EQ(index.contigs[0].linear.size(), 32768u);
+  EXPECT_EQ(index.contigs[0].linear.front(), 100u);
+}
+
+TEST(CheckBaiContigs, NamesContigAndLimit) {
+  bam_header header;
+  header.names = {"fits", "giant"};
+  header.lengths = {536870911, 536870911};
+  EXPECT_NO_THROW(checkBaiContigs(header));
+  header.lengths[1] = 536870912;
+  std::string message = thrownBy([&] { checkBaiContigs(header); });
+  EXPECT_THAT(message, HasSubstr("giant"));
+  EXPECT_THAT(message, HasSubstr("536870911"));
+}
+
+// --- hostile files ---
+
+class HostileIndex : public testing::Test {
+ protected:
+  // One contig with one bin, the pseudo bin and two windows, and the tail.
+  static constexpr size_t kContigs = 4, kBins = 8, kBin = 12, kChunks = 16, kBegin = 20, kEnd = 28,
+                          kPseudo = 36, kPseudoChunks = 40, kWindows = 76, kTail = 96, kSize = 104;
+  HostileIndex() {
+    bam_ = folder_.write("a.bam", inBlocks(rawBam({{"c", 40000}}, std::vector<RawRead>(3))));
+    auto u32 = [](uint32_t value) { return littleBytes(value, 4); };
+    auto u64 = [&](uint64_t value) {
+      return u32(static_cast<uint32_t>(value)) + u32(static_cast<uint32_t>(value >> 32));
+    };
+    auto spans = recordSpans(bam_);
+    uint64_t begin = spans.front().first, end = spans.back().second;
+    good_ = "BAI\1" + u32(1) + u32(2) + u32(4681) + u32(1) + u64(begin) + u64(end) + u32(37450) + u32(2) +
+            u64(begin) + u64(end) + u64(3) + u64(0) + u32(2) + u64(begin) + u64(begin) + u64(0);
+  }
+  std::string complaint(const std::string& bytes, int64_t contigs = 1) {
+    folder_.write("a.bam.bai", bytes);
+    return thrownBy([&] { BamIndex::load(bam_, 0, contigs); });
+  }
+  std::string with(size_t at, uint32_t value) const {
+    std::string bytes = good_;
+    return bytes.replace(at, 4, littleBytes(value, 4));
+  }
+
+  TempFolder folder_;
+  std::string bam_, good_;
+};
+
+TEST_F(HostileIndex, Fields) {
+  ASSERT_EQ(good_.size(), kSize);
+  ASSERT_EQ(complaint(good_), "");
+  const struct {
+    const char* what;
+    size_t at;
+    uint32_t value;
+    const char* message;
+  } cases[] = {
+      {"magic", 0, 0x02494142, "Incorrect bam index file format for file "},
+      {"contigs", kContigs, 0xFFFFFFFF, "count of -1 contigs"},
+      {"contigs", kContigs, 0, "does not belong to"},
+      {"contigs", kContigs, 0x7FFFFFFF, "does not belong to"},
+      {"bins", kBins, 0xFFFFFFFF, "count of -1 bins"},
+      {"bins", kBins, 0x7FFFFFFF, "is truncated"},
+      {"bins", kBins, 0, ""},  // what follows is read as windows
+      {"bins", kBins, 3, ""},
+      {"bin", kBin, 37451, "has bin 37451"},
+      {"bin", kBin, 0xFFFFFFFF, "has bin 4294967295"},
+      {"bin", kBin, 37450, "malformed bin 37450"},
+      {"chunks", kChunks, 0xFFFFFFFF, "count of -1 chunks"},
+      {"chunks", kChunks, 0x7FFFFFFF, "is truncated"},
+      {"chunks", kChunks, 0, ""},
+      {"chunk", kBegin + 4, 0x10, "ends before it begins"},
+      {"chunk", kEnd + 4, 0x10, "does not belong to"},
+      {"pseudo bin", kPseudo, 4681, "has bin 4681 twice"},
+      {"pseudo bin", kPseudoChunks, 1, "malformed bin 37450"},
+      {"windows", kWindows, 0xFFFFFFFF, "count of -1 windows"},
+      {"windows", kWindows, 0x7FFFFFFF, "is truncated"},
+      {"windows", kWindows, 4, "is truncated"},
+      {"windows", kWindows, 1, "behind its end"},
+      {"window", kWindows + 8, 0x7FFFFFFF, "does not belong to"},
+  };
+  for (const auto& c : cases) {
+    std::string message = complaint(with(c.at, c.value));
+    EXPECT_THAT(message, HasSubstr(c.message)) << c.what << " " << c.value;
+    EXPECT_THAT(message, HasSubstr(bam_ + ".bai")) << c.what << " " << c.value;
+    if (message.find("does not belong") != std::string::npos) {
+      EXPECT_THAT(message, HasSubstr("belong to " + bam_));
+    }
+  }
+}
+
+TEST_F(HostileIndex, TruncatedAtEveryByte) {
+  for (size_t cut = 0; cut < kSize; ++cut) {
+    std::string message = complaint(good_.substr(0, cut));
+    if (cut == kTail) {
+      EXPECT_EQ(message, "");  // the tail may be missing
+    } else {
+      EXPECT_THAT(message, HasSubstr(bam_ + ".bai")) << "cut at " << cut;
+    }
+  }
+  EXPECT_THAT(complaint(good_ + "x"), HasSubstr("behind its end"));
+}
+
+TEST_F(HostileIndex, OfAnotherFile) {
+  BAMImpl bam(bam_);
+  bam.open("r");
+  bam.readHeader();
+  folder_.write("a.bam.bai", good_);
+  auto good = std::make_shared<BamIndex>(*BamIndex::load(bam_, 0));
+  auto refused = [&](auto change) {
+    auto index = std::make_shared<BamIndex>(*good);
+    change(*index);
+    return thrownBy([&] { bam.setIndex(index); });
+  };
+  EXPECT_EQ(refused([](BamIndex&) {}), "");
+  const std::string messages[] = {
+      refused([](BamIndex& index) { index.contigs.resize(2); }),
+      refused([](BamIndex& index) {
+        index.contigs[0].bins[4681 + 3] = {{1 << 16, 2 << 16}};
+      }),
+      refused([](BamIndex& index) {
+        index.contigs[0].bins[0] = {{5, 1 << 16}};
+      }),
+  };
+  for (const std::string& message : messages) {
+    EXPECT_THAT(message, HasSubstr(bam_ + ".bai"));
+    EXPECT_THAT(message, HasSubstr("does not belong to " + bam_));
+  }
+}
+
+}  // namespace
