@@ -110,7 +110,9 @@ bool BAMImpl::Cursor::nextRecord() {
         checkOrder();
         return true;
       }
-      if (!open_end_ || handle_.tell() < lastChunkEnd()) failTruncated();
+      // An end that lies behind an empty last block is no promise of reads.
+      if (handle_.tell() < (open_end_ ? lastChunkEnd() : chunks_[chunk_].end)) failTruncated();
+      chunk_ = chunks_.size();
       return false;
     }
     if (++chunk_ < chunks_.size() && at < chunks_[chunk_].begin) {

@@ -264,6 +264,22 @@ TEST_F(CursorFaults, TruncationIsNeverSilent) {
   EXPECT_EQ(complete, 2u);  // only the end marker was missing, whole
 }
 
+TEST_F(CursorFaults, ChunkThatEndsBehindTheEndMarker) {
+  // As some writers tell the end of the last read: all is there, and nothing is missing.
+  auto reads = sampleReads(400, 0, 39);
+  std::string path = write("a.bam", reads);
+  auto index = indexOf(reads);
+  uint64_t last = index->firstUnmappedOffset(), end = uint64_t(fileBytes(path).size()) << 16;
+  ASSERT_LT(last, end);
+  for (auto& [bin, chunks] : index->contigs[5].bins)
+    if (chunks.back().end == last) chunks.back().end = end;
+  ASSERT_EQ(index->firstUnmappedOffset(), end);
+  for (uint32_t tile : {151u, 50000u, 300000000u})
+    EXPECT_EQ(fetchAll(*openWith(path, index), tile), allNames(reads));
+  index->contigs[0].bins.rbegin()->second.back().end = end + (1 << 16);
+  EXPECT_THAT(thrownBy([&] { fetchAll(*openWith(path, index), 300000000); }), HasSubstr(path));
+}
+
 TEST_F(CursorFaults, EndOfFileWhileResuming) {
   // The second range is read on without a lookup, and the end of file comes there.
   std::vector<RawRead> reads(3000);
