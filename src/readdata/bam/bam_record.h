@@ -2,9 +2,9 @@
 // Source   the alignment record and its optional fields follow the SAM format document.
 // Coords   zero-based; ends are exclusive.
 // Owns     `data` is malloc'ed memory of the record; a record moves, and is copied only by copy_record().
-// Errors   none of these throws but growData() (std::bad_alloc). check() must have accepted a record from a
-// file before
-//          any other routine looks at it.
+// Errors   none of these throws but what grows data (std::bad_alloc). check() must have accepted a record
+// from
+//          a file before any other routine looks at it; aux data is bounded by each routine itself.
 #pragma once
 
 #include <cstdint>
@@ -102,40 +102,54 @@ struct bam_record {
   uint8_t* auxEnd() const { return data + data_len; }
   uint8_t* fixedBlock() { return reinterpret_cast<uint8_t*>(&ref_id); }
   const uint8_t* fixedBlock() const { return reinterpret_cast<const uint8_t*>(&ref_id); }
-  void growData(size_t capacity);  // to the next power of two; keeps the contents
+  // Makes room for `capacity` bytes, rounded up to a power of two, and keeps the contents. Moves `data`.
+  // Never makes it smaller.
+  void growData(size_t capacity);
 };
 
-// What is wrong with the lengths of a record as it came from a file ("name length 0", ...), or null when
-// `data_len` holds name, CIGAR, bases, qualities and a non-negative rest, the name ends in zero and l_seq is
-// not negative. Sets l_aux.
+// What is wrong with a record as it came from a file ("name length 0", ...), or null when the parts fit in
+// `data_len`, the name ends in zero, the CIGAR has known operators only and as many read bases as the
+// sequence (when both are there), and the alignment lies within 31 bits. Sets l_aux. `data_len` bytes must
+// have been read.
 const char* check(bam_record& record);
 
 void copy_record(bam_record& to, const bam_record& from);
 
-int64_t alignment_end(const bam_record& record);                // exclusive; `pos` without CIGAR
-uint16_t bin_of(uint32_t start, uint32_t end);                  // BAI bin of [start, end)
+// Exclusive end on the reference: `pos` without CIGAR or with one that consumes no reference. A `B` steps
+// back, but never makes the end less than `pos`.
+int64_t alignment_end(const bam_record& record);
+// BAI bin of [start, end), of one base when that is empty. 4680 for a start of -1; 0 beyond 2^29.
+uint16_t bin_of(uint32_t start, uint32_t end);
 std::string cigarString(const uint8_t* words, uint32_t count);  // "%u%c" per word, words as in a record
-int64_t compare_pair(const bam_record& a,
-                     const bam_record& b);  // distance of 5-prime ends, 0 unless comparable
+// From the aligned 5-prime end of `a` to that of `b`, 0 unless both are mapped to the same contig.
+int64_t compare_pair(const bam_record& a, const bam_record& b);
+
+// Bases. Letters are in the order of the read, `length` of them.
+void decodeBases(const uint8_t* packed, size_t length, char* letters);
+void bam_seq_encode(const char* letters, size_t length, uint8_t* packed);  // an unknown letter becomes N
 
 // Aux data. A pointer is to the type byte; null stands for an absent tag, which every reader answers with 0
-// or "".
+// or "", as it does a value of another type. aux_find() returns only values that lie within the record.
 uint8_t* aux_find(const bam_record& record, const char* two_letter_tag);
-int64_t aux_size(const uint8_t* type,
-                 const uint8_t* end);  // bytes behind the type byte, -1 when it cannot be sized
-int64_t aux_int(const uint8_t* type);
-float aux_float(const uint8_t* type);
-double aux_double(const uint8_t* type);
-char aux_char(const uint8_t* type);
-const char* aux_text(const uint8_t* type);
-void aux_delete(bam_record& record, uint8_t* type);
+// Bytes behind the type byte, -1 when it has an unknown type or does not end before `end`.
+int64_t aux_size(const uint8_t* type, const uint8_t* end);
+int64_t aux_int(const uint8_t* type);                // c, C, s, S, i, I
+float aux_float(const uint8_t* type);                // f, d
+double aux_double(const uint8_t* type);              // d, f
+char aux_char(const uint8_t* type);                  // A
+const char* aux_text(const uint8_t* type);           // Z, H
+void aux_delete(bam_record& record, uint8_t* type);  // null does nothing
+// Adds a tag at the end; `bytes` is the value without its type, with the zero of a text. Moves `data`, and
+// leaves room for l_seq letters behind it. `bytes` must not lie in `data`.
 void aux_append(bam_record& record, const char* tag, char type, size_t length, const void* bytes);
-void strip_pg(bam_record& record);
+void strip_pg(bam_record& record);  // removes every tag PG
 
-// Removes `B` operators by merging the doubly covered bases. 0, or -1 when the read had to be marked
-// unmapped.
+// Removes `B` operators. Reference positions covered before and after a `B` become one: equal bases keep the
+// higher quality, of two that differ the better one stays with the difference of the two as its quality, and
+// a base on one side stays beside a gap on the other. 0, or -1 when the read had to be marked unmapped
+// because a `B` steps back behind its start (or it has thousands of operators): then only the flag changes.
 int normalise_cigar(bam_record& record);
 
-// Field by field, aux tags unordered. Empty when equal, else what differs. A tag that cannot be walked is
-// told as "corrupt aux data for tag ...".
+// Field by field, aux tags unordered and their integers by value. Empty when equal, else what differs first,
+// with both values. A tag that cannot be walked is told as "corrupt aux data for tag ...".
 std::string compare_records(const bam_record& a, const bam_record& b);
