@@ -38,6 +38,20 @@ void removeFile(const std::string& path) {
     throw std::runtime_error("Failed to remove file " + path + ", " + strerror(errno));
 }
 
+// Removes the file at the end of a scope, however that is left.
+class ScopedFile {
+ public:
+  explicit ScopedFile(std::string path) : path_(std::move(path)) { unlink(path_.c_str()); }
+  ~ScopedFile() { unlink(path_.c_str()); }
+  ScopedFile(const ScopedFile&) = delete;
+  ScopedFile& operator=(const ScopedFile&) = delete;
+  const std::string& path() const { return path_; }
+  void remove() const { removeFile(path_); }
+
+ private:
+  const std::string path_;
+};
+
 uint64_t sizeOf(FILE* file, const std::string& path) {
   struct stat status;
   if (fstat(fileno(file), &status) != 0)
@@ -101,8 +115,8 @@ void ParallelBamWriter::openOutput() {
 
 // Writes the header to a file of its own, to learn its end and the end marker, and copies it from there.
 void ParallelBamWriter::copyHeader(const bam_header& header) {
-  const std::string probe = format("%s_%d", output_.c_str(), -1);
-  unlink(probe.c_str());  // what a killed run has left
+  const ScopedFile probe_file(format("%s_%d", output_.c_str(), -1));
+  const std::string& probe = probe_file.path();
   BAMImpl bam(probe);
   bam.open(bamWriteMode(level_).c_str());
   bam.header = std::make_shared<bam_header>(header);
@@ -128,7 +142,7 @@ void ParallelBamWriter::copyHeader(const bam_header& header) {
     left -= count;
   }
   file.reset();
-  removeFile(probe);
+  probe_file.remove();
 }
 
 void ParallelBamWriter::merge(Result* result) {
