@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <random>
 
+#include "read_builder.h"
 #include "readdata/bam/bam_impl.h"
 
 namespace {
@@ -225,7 +226,7 @@ TEST(InputSet, KeepsProgramsApartWithTheirChains) {
 
 TEST(InputSet, JoinsAVeryLongProgramChain) {
   // From the far end, and many lines of one ID: neither depth nor number may cost more than in proportion.
-  constexpr int kLines = 200000;
+  constexpr int kLines = 50000;
   std::string text = kHead;
   for (int i = kLines; i > 0; i--)
     text += "@PG\tID:" + std::to_string(i) + "\tPP:" + std::to_string(i - 1) +
@@ -331,6 +332,71 @@ TEST(InputSet, NumbersFollowTheOrderOfTheReference) {
       }
     }
     EXPECT_EQ(set.contigNumber("absent"), -1);
+  }
+}
+
+TEST(InputSet, TranslatesNumbersAndGroups) {
+  Files files;
+  files.add("a.bam", kHead + "@RG\tID:g\tSM:s\n@RG\tID:h\tSM:s\n", {{"c1", 10}, {"c2", 20}})
+      .add("b.bam", kHead + "@RG\tID:g\tSM:t\n@RG\tID:h\tSM:s\n", {{"c2", 20}, {"c3", 30}, {"c1", 10}});
+  InputSet set(files.handles(), 1, true);
+  struct Case {
+    size_t file;
+    int32_t contig, mate;
+    const char* group;
+    int32_t joined_contig, joined_mate;
+    const char* joined_group;
+    int32_t index;
+  } cases[] = {
+      {0, 0, 1, "g", 0, 1, "g", 0},       {0, 1, -1, "h", 1, -1, "h", 1},
+      {1, 0, 2, "g", 1, 0, "g-dup-1", 2}, {1, 1, 0, "h", 2, 1, "h", 1},
+      {1, 2, 1, "g", 0, 2, "g-dup-1", 2}, {1, -1, -1, "g", -1, -1, "g-dup-1", 2},
+      {0, -1, -1, "g", -1, -1, "g", 0},
+  };
+  for (const Case& c : cases) {
+    bam_record record =
+        readBuilder("r").cigar("4M").tag("NM", 1).tag("RG", c.group).tag("XX", "last").build();
+    record.ref_id = c.contig;
+    record.next_ref_id = c.mate;
+    EXPECT_EQ(set.translate(c.file, record), c.index);
+    EXPECT_EQ(record.ref_id, c.joined_contig);
+    EXPECT_EQ(record.next_ref_id, c.joined_mate);
+    EXPECT_STREQ(aux_text(aux_find(record, "RG")), c.joined_group);
+    EXPECT_STREQ(aux_text(aux_find(record, "XX")), "last");
+    EXPECT_EQ(aux_int(aux_find(record, "NM")), 1);
+    EXPECT_EQ(set.readGroups()[c.index].id, c.joined_group);
+  }
+}
+
+TEST(InputSet, RefusesRecordsThatDoNotFitTheFile) {
+  Files files;
+  files.add("a.bam", kHead + kGroup, {{"c1", 10}, {"c2", 20}});
+  InputSet set(files.handles(), 1);
+  struct Case {
+    int32_t contig, mate;
+    const char* group;
+    const char* message;
+  } cases[] = {
+      {0, 0, "x", "Read (r) has a readgroup (x) not present in the BAM header from a.bam"},
+      {0, 0, "gg", "Read (r) has a readgroup (gg) not present in the BAM header from a.bam"},
+      {0, 0, "", "Read (r) has no readgroup from a.bam"},
+      {2, 0, "g", "Read (r) has an invalid contig number (2) from a.bam"},
+      {-2, 0, "g", "Read (r) has an invalid contig number (-2) from a.bam"},
+      {0, INT32_MAX, "g", "Read (r) has an invalid contig number (2147483647) from a.bam"},
+      {-1, INT32_MIN, "g", "Read (r) has an invalid contig number (-2147483648) from a.bam"},
+  };
+  for (const Case& c : cases) {
+    bam_record good = readBuilder("good").tag("RG", "g").build();
+    EXPECT_EQ(set.translate(0, good), 0);  // what neighbours share must not hide a fault
+    bam_record record = readBuilder("r").tag("RG", c.group).build();
+    record.ref_id = c.contig;
+    record.next_ref_id = c.mate;
+    try {
+      set.translate(0, record);
+      ADD_FAILURE() << c.message;
+    } catch (const std::runtime_error& error) {
+      EXPECT_STREQ(error.what(), c.message);
+    }
   }
 }
 
