@@ -1,0 +1,49 @@
+// options.h - what a simulation is made from, and the option table behind the command line.
+// Errors   parseOptions throws std::invalid_argument with a text for the user.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "rng.h"
+
+struct ContigPlan {
+  std::string name;
+  uint32_t length = 0;  // bases
+};
+
+enum class ErrorProfile { kCycles, kBinned, kPerfect };
+
+struct SimulateOptions {
+  uint64_t seed = 1;
+  std::vector<ContigPlan> contigs;
+  std::vector<std::string> samples = {"sample1"};
+  uint32_t depth = 30;  // mean coverage per sample, all reads counted
+  uint64_t pairs = 0;   // per sample; above zero it takes the place of `depth`
+  int32_t read_length = 150;
+  int32_t insert_mean = 400, insert_sd = 80;
+  int32_t read_groups = 4;  // per sample, dealt to the libraries in turn
+  int32_t libraries = 2;
+  ErrorProfile error = ErrorProfile::kCycles;
+  Chance short_insert = chanceOf(0.01);  // fragments shorter than a read
+  Chance duplicate = chanceOf(0.08);     // of a fragment having one more copy, repeatedly
+  Chance optical = chanceOf(0.25);       // of a copy being optical
+  Chance chimera = chanceOf(0.01);
+  Chance half_mapped = chanceOf(0.01);
+  Chance unmapped = chanceOf(0.01);
+  Chance qc_fail = chanceOf(0.005);
+  Chance soft_clip = chanceOf(0.03);  // of a read having a junk end
+  Chance snp = chanceOf(0.001);       // per base
+  Chance indel = chanceOf(0.00015);   // per base
+  bool flag_duplicates = false;       // set 0x400 on the copies
+  int32_t compression = 2;            // BGZF level of the BAM
+  std::string out_dir;
+  std::string prefix;
+  bool help = false;
+
+  bool contigHasReads(size_t contig) const { return contigs.size() < 3 || contig != 2; }
+};
+
+SimulateOptions parseOptions(const std::vector<std::string>& args);
+std::string optionHelp();

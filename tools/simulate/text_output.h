@@ -1,0 +1,18 @@
+// text_output.h - the FASTA with its index, and the two VCF files.
+// Errors   std::runtime_error that names the file; after one the file on disk is not whole.
+#pragma once
+
+#include <string>
+
+#include "genome.h"
+#include "variants.h"
+
+// `path` and `path`.fai, lines of 60 bases.
+void writeReference(const Genome& genome, const std::string& path);
+
+// BGZF-compressed VCF of all true sites with the phased genotypes of all samples.
+void writeTruth(const Genome& genome, const Variants& variants, const std::string& path);
+
+// BGZF-compressed VCF without genotypes: most of the true sites and some that no sample shows. The number of
+// sites.
+uint64_t writeKnownSites(const Genome& genome, const Variants& variants, const std::string& path);
