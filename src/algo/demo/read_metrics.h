@@ -35,6 +35,7 @@ class ReadMetrics {
   virtual void lines(std::vector<std::string>& list) const = 0;
 };
 
+// Keeps the settings that its metrics refer to, and outlives them.
 class ReadMetricsFactory {
  public:
   virtual ~ReadMetricsFactory() = default;

@@ -1,0 +1,268 @@
+// What counts as what in the alignment summary; whole tables are compared with a plain recount in the e2e
+// tests.
+#include "algo/demo/alignment_summary_metric.h"
+
+#include <gtest/gtest.h>
+#include <random>
+
+#include "base/text.h"
+#include "read_builder.h"
+
+namespace {
+
+using Row = std::map<std::string, std::string>;
+
+// A metric over reads on a contig of repeated "ACGT", which is what ReadBuilder makes reads of too.
+class Table {
+ public:
+  Table() { settings_.adapters = AlignmentSummarySettings::defaultAdapters(); }
+
+  AlignmentSummarySettings& settings() { return settings_; }
+  Table& add(bam_record record, uint32_t reference_end = 4000) {
+    if (!metric_) {
+      builder_ = std::make_unique<MultiCategroyAlignmentSummaryMetricBuilder>(settings_);
+      metric_ = builder_->create();
+    }
+    BAMRead read;
+    read.attach(record);
+    metric_->update(read, {reference().data(), 0, reference_end});
+    return *this;
+  }
+  ReadMetrics& metric() { return *metric_; }
+
+  std::map<std::string, Row> rows() {
+    metric_->compute();
+    std::vector<std::string> titles, lines;
+    metric_->titles(titles);
+    metric_->lines(lines);
+    EXPECT_EQ(titles.size(), 1u);
+    EXPECT_EQ(lines.size(), 1u);
+    std::vector<std::string> names = split(titles[0], '\t');
+    std::map<std::string, Row> out;
+    for (const std::string& line : split(lines[0], '\n')) {
+      if (line.empty()) continue;
+      std::vector<std::string> fields = split(line, '\t');
+      EXPECT_EQ(fields.size(), names.size());
+      for (size_t i = 0; i < fields.size(); i++) out[fields[0]][names[i]] = fields[i];
+    }
+    return out;
+  }
+  Row row(const std::string& category = "UNPAIRED") { return rows().at(category); }
+
+ private:
+  static const std::string& reference() {
+    static const std::string bases = [] {
+      std::string text;
+      for (int i = 0; i < 1000; i++) text += "ACGT";
+      return text;
+    }();
+    return bases;
+  }
+  AlignmentSummarySettings settings_;
+  std::unique_ptr<MultiCategroyAlignmentSummaryMetricBuilder> builder_;  // whose settings the metric refers to
+  std::unique_ptr<ReadMetrics> metric_;
+};
+
+ReadBuilder mapped(const std::string& cigar = "40M") {
+  return readBuilder("r").at(0, 100).cigar(cigar);
+}
+
+ReadBuilder pairOf(int32_t mate_contig, int32_t tlen) {
+  return mapped().mate(mate_contig, 300, tlen);
+}
+
+// 16 bases or more of an adapter, as an unmapped read.
+ReadBuilder unmapped(std::string letters) {
+  return readBuilder("u").seq(std::move(letters));
+}
+
+}  // namespace
+
+TEST(AlignmentSummary, ReadsGoToTheRowsOfTheirPairing) {
+  Table table;
+  table.add(mapped()).add(mapped().mate(0, 300, 240)).add(mapped().mate(0, 300, 240).flag(FLAG_SECOND));
+  table.add(mapped().mate(0, 300, 240).flag(FLAG_SECOND));
+  table.add(mapped().flag(FLAG_SECONDARY)).add(mapped().flag(FLAG_SUPPLEMENTARY));
+  auto rows = table.rows();
+  ASSERT_EQ(rows.size(), 4u);
+  EXPECT_EQ(rows["UNPAIRED"]["TOTAL_READS"], "1");
+  EXPECT_EQ(rows["FIRST_OF_PAIR"]["TOTAL_READS"], "1");
+  EXPECT_EQ(rows["SECOND_OF_PAIR"]["TOTAL_READS"], "2");
+  EXPECT_EQ(rows["PAIR"]["TOTAL_READS"], "3");
+  EXPECT_EQ(rows["PAIR"]["PF_ALIGNED_BASES"], "120");
+}
+
+TEST(AlignmentSummary, ReadsThatFailQcCountInTotalsOnly) {
+  Row row = Table().add(mapped().flag(FLAG_QC_FAIL)).add(mapped("20M").tag("XN", 1)).row();
+  EXPECT_EQ(row["TOTAL_READS"], "2");
+  EXPECT_EQ(row["MEAN_READ_LENGTH"], "30.000000");
+  EXPECT_EQ(row["PF_READS"], "1");
+  EXPECT_EQ(row["PCT_PF_READS"], "0.500000");
+  EXPECT_EQ(row["PF_NOISE_READS"], "1");
+  EXPECT_EQ(row["PF_ALIGNED_BASES"], "20");
+}
+
+TEST(AlignmentSummary, AdaptersAreMatchedFromTheFirstBaseWithOneMismatch) {
+  const std::string adapter = "AGATCGGAAGAGCTCGTATGCCGTC";
+  struct Case {
+    std::string letters;
+    bool expected;
+  };
+  std::string one = adapter, two = adapter;
+  one[3] = two[3] = 'A';
+  two[9] = 'C';
+  for (const Case& c : {Case{adapter.substr(0, 15), false}, Case{adapter.substr(0, 16), true},
+                        Case{one, true}, Case{two, false}, Case{"C" + adapter, false}}) {
+    SCOPED_TRACE(c.letters);
+    EXPECT_EQ(Table().add(unmapped(c.letters)).row()["PCT_ADAPTER"], c.expected ? "1.000000" : "0.000000");
+  }
+  // The index in the middle of an adapter may be any.
+  Table indexed;
+  indexed.add(unmapped("AGATCGGAAGAGCACACGTCTGAACTCCAGTCACGATTACAGATCTCG"));
+  EXPECT_EQ(indexed.row()["PCT_ADAPTER"], "1.000000");
+  EXPECT_EQ(Table().add(mapped().seq(adapter + "CCCCCCCCCCCCCCC")).row()["PCT_ADAPTER"], "0.000000");
+}
+
+TEST(AlignmentSummary, ChimerasAreOfPairsWithTwoGoodEnds) {
+  struct Case {
+    ReadBuilder read;
+    const char* in_pairs;
+    const char* chimeras;
+  };
+  // One ordinary pair is always there, so that a read left out of the pairs leaves 0 of 1.
+  const Case cases[] = {
+      {pairOf(0, 100000), "2", "0.000000"},
+      {pairOf(0, 100001), "2", "0.500000"},
+      {pairOf(0, -100001), "2", "0.500000"},
+      {pairOf(0, INT32_MIN), "2", "0.500000"},
+      {pairOf(1, 0), "2", "0.500000"},
+      {pairOf(1, 0).tag("MQ", 20), "2", "0.500000"},
+      {pairOf(1, 0).tag("MQ", 19), "2", "0.000000"},
+      {pairOf(1, 0).tag("MQ", 60).mapq(19), "2", "0.000000"},
+      {pairOf(1, 0).mapq(19), "2", "0.500000"},
+      {mapped().mateUnmapped(), "1", "0.000000"},
+  };
+  for (size_t i = 0; i < std::size(cases); i++) {
+    SCOPED_TRACE(i);
+    Row row = Table().add(pairOf(0, 200)).add(cases[i].read).row("FIRST_OF_PAIR");
+    EXPECT_EQ(row["READS_ALIGNED_IN_PAIRS"], cases[i].in_pairs);
+    EXPECT_EQ(row["PCT_CHIMERAS"], cases[i].chimeras);
+  }
+}
+
+// 40 bases "ACGT..." at a place where the reference reads the same.
+TEST(AlignmentSummary, BasesAreComparedThroughTheCigar) {
+  struct Case {
+    const char* cigar;
+    const char* aligned;
+    const char* mismatch_rate;
+    const char* indel_rate;
+  };
+  for (const Case& c :
+       {Case{"40M", "40", "0.000000", "0.000000"}, Case{"4S36M", "36", "1.000000", "0.000000"},
+        Case{"8M4I28M", "36", "0.000000", "0.027778"}, Case{"8M4D32M", "40", "0.000000", "0.025000"},
+        Case{"8M1D32M", "40", "0.800000", "0.025000"}, Case{"5H8M400N32M", "40", "0.000000", "0.000000"},
+        Case{"8=32X", "40", "0.000000", "0.000000"}}) {
+    SCOPED_TRACE(c.cigar);
+    std::string letters;
+    for (int i = 0; i < 40; i++) letters += "ACGT"[i % 4];
+    if (std::string(c.cigar) == "4S36M") letters = "ACGT" + std::string(36, 'N');
+    Row row = Table().add(mapped(c.cigar).seq(letters)).row();
+    EXPECT_EQ(row["PF_ALIGNED_BASES"], c.aligned);
+    EXPECT_EQ(row["PF_MISMATCH_RATE"], c.mismatch_rate);
+    EXPECT_EQ(row["PF_INDEL_RATE"], c.indel_rate);
+  }
+}
+
+TEST(AlignmentSummary, QualitiesAndMedianOfGoodReads) {
+  std::vector<uint8_t> quals(40, 20);
+  quals[0] = quals[39] = 19;
+  Table table;
+  table.add(mapped().quals(quals)).add(mapped().quals(std::vector<uint8_t>(40, 0xff)));
+  table.add(mapped().mapq(19));
+  table.add(readBuilder("r").at(0, 101).cigar("40M"));  // one base off: nothing matches
+  Row row = table.row();
+  EXPECT_EQ(row["PF_HQ_ALIGNED_READS"], "3");
+  EXPECT_EQ(row["PF_HQ_ALIGNED_BASES"], "120");
+  EXPECT_EQ(row["PF_HQ_ALIGNED_Q20_BASES"], "78");
+  EXPECT_EQ(row["PF_HQ_MEDIAN_MISMATCHES"], "0.000000");
+  EXPECT_EQ(row["PF_HQ_ERROR_RATE"], "0.333333");
+  table.add(readBuilder("r").at(0, 102).cigar("40M"));
+  EXPECT_EQ(table.row()["PF_HQ_MEDIAN_MISMATCHES"], "20.000000");
+}
+
+TEST(AlignmentSummary, BadCyclesRunInSequencingOrder) {
+  std::string letters;
+  for (int i = 0; i < 40; i++) letters += "ACGT"[i % 4];
+  letters[0] = 'N';  // cycle 1 forward, 40 reverse
+  Table forward, mixed;
+  for (int i = 0; i < 8; i++) forward.add(mapped().seq(letters));
+  forward.add(mapped()).add(mapped());
+  EXPECT_EQ(forward.row()["BAD_CYCLES"], "1");
+  for (int i = 0; i < 8; i++) mixed.add(i % 2 ? mapped().seq(letters) : mapped().seq(letters).reverse());
+  EXPECT_EQ(mixed.row()["BAD_CYCLES"], "0");
+  EXPECT_EQ(mixed.row()["STRAND_BALANCE"], "0.500000");
+}
+
+TEST(AlignmentSummary, ConvertedBasesAreNoMismatches) {
+  std::string converted;  // "ACGT" with every C read as T
+  for (int i = 0; i < 40; i++) converted += "ATGT"[i % 4];
+  for (bool reverse : {false, true}) {
+    Table table;
+    table.settings().bisulfite = true;
+    ReadBuilder read = mapped().seq(converted);
+    if (reverse) read.reverse();
+    table.add(read);
+    Row row = table.row();
+    EXPECT_EQ(row["PF_ALIGNED_BASES"], "40");
+    EXPECT_EQ(row["PF_MISMATCH_RATE"], reverse ? "0.250000" : "0.000000");
+  }
+}
+
+TEST(AlignmentSummary, OnlyWhatTheReferenceCoversIsCompared) {
+  Row row = Table().add(mapped(), 110).row();
+  EXPECT_EQ(row["PF_ALIGNED_BASES"], "10");
+  EXPECT_EQ(row["PF_READS_ALIGNED"], "1");
+  Table without;
+  without.settings().has_reference = false;
+  without.add(mapped());
+  EXPECT_EQ(without.row()["PF_READS_ALIGNED"], "0");
+  EXPECT_EQ(without.row()["MEAN_READ_LENGTH"], "40.000000");
+}
+
+// However the reads are spread over objects, the merged table is the one of all reads.
+TEST(AlignmentSummary, MergedPartsEqualTheWhole) {
+  std::minstd_rand random(5);
+  AlignmentSummarySettings settings;
+  MultiCategroyAlignmentSummaryMetricBuilder builder(settings);
+  Table whole;
+  std::vector<std::unique_ptr<ReadMetrics>> parts;
+  for (int i = 0; i < 5; i++) parts.push_back(builder.create());
+  std::string reference;
+  for (int i = 0; i < 1000; i++) reference += "ACGT";
+  for (int i = 0; i < 400; i++) {
+    auto make = [&, seed = random()] {
+      std::minstd_rand draw(seed);
+      ReadBuilder read =
+          readBuilder("r").at(0, int32_t(draw() % 3000)).cigar(draw() % 3 ? "40M" : "10M2I28M");
+      read.mapq(draw() % 2 ? 60 : 10).qual(int(draw() % 40));
+      if (draw() % 3) read.mate(int32_t(draw() % 2), 5, int32_t(draw() % 200000));
+      if (draw() % 3 == 0) read.flag(FLAG_SECOND);
+      if (draw() % 2) read.reverse();
+      return read.build();
+    };
+    whole.add(make());
+    BAMRead read;
+    bam_record record = make();
+    read.attach(record);
+    parts[random() % 5]->update(read, {reference.data(), 0, 4000});
+  }
+  for (int i = 1; i < 5; i++) parts[0]->merge(*parts[i]);
+  parts[0]->compute();
+  std::vector<std::string> expected, got;
+  whole.metric().compute();
+  whole.metric().lines(expected);
+  parts[0]->lines(got);
+  EXPECT_EQ(got, expected);
+  EXPECT_EQ(split(got[0], '\n').size(), 5u);
+}
