@@ -48,7 +48,8 @@ namespace {
 
 const char* checkCigar(const bam_record& record) {
   const uint8_t* bytes = record.cigarBytes();
-  int64_t bases = 0, end = record.pos, furthest = end;
+  int64_t bases = 0, end = record.pos;
+  int64_t furthest = end + (record.n_cigar == 0);  // a read without CIGAR takes one base
   for (uint32_t i = 0; i < record.n_cigar; ++i, bytes += 4) {
     uint32_t word;
     memcpy(&word, bytes, sizeof word);

@@ -2,8 +2,9 @@
 // Coords   start, end: zero-based half open on the contig; offsets are into the read's own bases.
 // Units    quals and mapq are phred, without the text offset; quals of 0xff are absent.
 // Owns     Read owns nothing: its pointers lead into a record (BAMRead) or into what its maker keeps
-// (RealignedRead). Threads  read-only once visible to engines, but for the first getBases(): that one belongs
-// to a single thread.
+//          (RealignedRead).
+// Threads  read-only once visible to engines, but for the first getBases(), getBITag() and getBDTag(): those
+//          belong to a single thread.
 #pragma once
 
 #include <compare>
@@ -26,14 +27,17 @@ class Read {
   virtual ~Read() = default;
   virtual const char* getBases() { return bases; }  // letters, `length` of them, no terminating zero
   virtual uint8_t* getQuals() { return quals; }
-  virtual uint8_t* getBITag();       // insertion qualities as text, or 4096 times 'N' when absent
-  virtual uint8_t* getBDTag();       // deletion qualities, likewise
-  virtual void prepareBaseTags() {}  // makes BI and BD present so that they can be written in place
-  virtual void toRecord(bam_record& out);
-  virtual void attach(bam_record& record);
+  // Insertion and deletion qualities as text of at least `length` bytes. A read without them answers a shared
+  // text of 'N' (4096 bytes, more for longer reads), which nobody may write to.
+  virtual uint8_t* getBITag();
+  virtual uint8_t* getBDTag();
+  virtual void prepareBaseTags() {}         // makes BI and BD present so that they can be written in place
+  virtual void toRecord(bam_record& out);   // a fresh record, without aux data
+  virtual void attach(bam_record& record);  // all fields but read_group; the record must outlive the read
 
-  // Maps the reference interval [from, to) to offsets in the read: false when the read does not touch it. A
-  // start inside a deletion answers the offset at the deletion's start.
+  // Maps the reference interval [from, to) to offsets in the read, half open: false when the read does not
+  // touch it, or has no bases or no CIGAR. A border inside a deletion answers the offset at the deletion's
+  // start. Insertions count when they lie between two positions of the interval; soft clips never do.
   bool getAlignment(Locus from, Locus to, int& start_offset, int& end_offset) const;
   std::string cigarString() const;
 
@@ -41,8 +45,10 @@ class Read {
     uint32_t start, end;               // reference span of the kept bases
     int32_t first_offset, end_offset;  // kept bases of the read, half open
   };
-  // Trims low-quality ends (below `min_base_qual`), follows the clips, and unless `keep_adaptor` cuts a read
-  // of a forward-reverse pair where the insert ends. False when nothing is left.
+  // Trims low-quality ends (below `min_base_qual`), and unless `keep_adaptor` cuts a read of a
+  // forward-reverse pair on one contig where the insert ends. Soft-clipped bases are kept like others: the
+  // span is widened by them, as if the read went on along the reference. False when nothing is left, or the
+  // read has no alignment.
   bool effectiveRegion(int min_base_qual, bool keep_adaptor, Region& region) const;
 
   bool isMapped() const { return !(flag & FLAG_UNMAPPED); }
@@ -81,14 +87,17 @@ class BAMRead final : public Read {
   uint8_t* getBITag() override;
   uint8_t* getBDTag() override;
   void prepareBaseTags() override;
-  void toRecord(bam_record& out) override;   // a copy of the record, without the tag PG
-  void attach(bam_record& record) override;  // takes the contents of `record`, leaving it empty but usable
+  void toRecord(bam_record& out) override;  // a copy of the record, without the tag PG
+  // Takes the contents of `record`, which gets what this read held before: memory to be used again.
+  void attach(bam_record& record) override;
 
   const bam_record& record() const { return record_; }
   bam_record& record() { return record_; }  // after a change of the fixed block or of data: refresh()
   void refresh();                           // sets the fields of Read from the record again
 
  private:
+  uint8_t* findBaseTag(const char* tag, int32_t& offset);  // null when absent
+
   bam_record record_;
   int32_t bi_offset_ = 0, bd_offset_ = 0;  // of the values in data, 0 not searched, -1 absent
 };
@@ -98,7 +107,9 @@ class BAMRead final : public Read {
 class RealignedRead final : public Read {
  public:
   RealignedRead(Read& original, uint32_t start, Cigar cigar);
-  const char* getBases() override { return original_.getBases(); }
+  RealignedRead(const RealignedRead&) = delete;
+  const char* getBases() override { return bases = original_.getBases(); }
+  uint8_t* getQuals() override { return quals = original_.getQuals(); }
   uint8_t* getBITag() override { return original_.getBITag(); }
   uint8_t* getBDTag() override { return original_.getBDTag(); }
 
