@@ -51,7 +51,6 @@ class BAMImpl final : public BAMHandle {
   [[noreturn]] void failHeader(const std::string& reason) const;
   [[noreturn]] void failRecord(const char* reason) const;
   void readData(bam_record& record, size_t length);
-  void checkCigar(bam_record& record) const;
   void checkPlace(const bam_record& record) const;
   std::string placeText(const bam_record& record) const;  // "read NAME at CONTIG:POS", for messages
 
