@@ -197,7 +197,7 @@ def test_empty_file_names_are_not_taken_as_absent(run, sample):
 def test_summary_and_timing_table(run, sample):
     result = run("-t", 3, "-r", sample.reference, "-i", sample.bam, "-i", sample.bam,
                  "--algo", "ReadWriter", "a.bam", "--algo", "AlignmentStat", "a.txt")  # fmt: skip
-    size, reads, bases = os.path.getsize(sample.bam), 2 * (sample.mapped + sample.unplaced), sum(sample.lengths.values())
+    size, bases = os.path.getsize(sample.bam), sum(sample.lengths.values())
     assert (result.returncode, result.stdout) == (0, "")
     row = r"\d+ calls \d+\.\d{3} user \d+\.\d{3} sys \d+\.\d{3} real\n"
     assert re.fullmatch(
@@ -206,7 +206,7 @@ def test_summary_and_timing_table(run, sample):
         rf"threads: 3 max {os.cpu_count()}\n"
         rf"input file size: {size} {size}\n"
         r"algo: ReadWriter AlignmentStat\n"
-        rf"reads: {reads}\n"
+        rf"reads: {2 * sample.mapped}\n"  # of the contigs, as the indexes tell
         rf"contig: 4 intervals {bases} bases\n"
         rf"(?:\w+: {row})+"
         r"overall: \d+ mem \d+\.\d{3} user \d+\.\d{3} sys \d+\.\d{3} real\n",
@@ -221,14 +221,14 @@ def test_summary_and_timing_table(run, sample):
 def test_stacked_algorithms_have_options_of_their_own(run, sample, tmp_path):
     """Positional arguments before and after options, in every range: getopt must start anew for each."""
     result = run("-i", sample.bam, "--algo", "ReadWriter", "a.bam", "--bam_compression", "0",
-                 "--algo", "ReadWriter", "--bam_compression=9", "b.bam", "--algo", "ReadWriter", "c.bam")  # fmt: skip
+                 "--algo", "ReadWriter", "b.bam", "--algo", "ReadWriter", "--bam_compression=0", "c.bam")  # fmt: skip
     assert result.returncode == 0, result.stderr
     size = [os.path.getsize(tmp_path / name) for name in ("a.bam", "b.bam", "c.bam")]
-    assert size[0] > size[2] >= size[1]
+    assert min(size[0], size[2]) > 1.5 * size[1]
 
 
-def copy(run, sample, *args, out="copy.bam"):
-    return run("-i", sample.bam, *args, "--algo", "ReadWriter", out)
+def copy(run, sample, *args, out="copy.bam", **options):
+    return run("-i", sample.bam, *args, "--algo", "ReadWriter", out, **options)
 
 
 def test_unmapped_reads_are_walked_unless_skipped_or_intervals_are_given(run, sample, tmp_path, read_names):
@@ -238,9 +238,6 @@ def test_unmapped_reads_are_walked_unless_skipped_or_intervals_are_given(run, sa
         result = copy(run, sample, *args)
         assert result.returncode == 0, result.stderr
         assert len(read_names(tmp_path / "copy.bam")) == expected
-    # AlignmentStat wants them not, so nothing is added to its three contigs when it runs alone.
-    result = run("-i", sample.bam, "-r", sample.reference, "--algo", "AlignmentStat", "a.txt")
-    assert f"contig: 3 intervals {sum(sample.lengths.values())} bases\n" in result.stderr
 
 
 def test_unknown_contigs_of_intervals_are_told_and_ignored(run, sample, tmp_path):
@@ -364,9 +361,9 @@ def test_many_inputs_raise_the_soft_limit_of_open_files(run, sample, tmp_path, r
 def test_more_threads_than_can_be_started(run, sample, sanitized):
     if sanitized:
         pytest.skip("a sanitizer needs more address space than the test allows")
-    result = copy(run, sample, "-t", 100000, preexec_fn=limits(AS=(1 << 31, 1 << 31), NOFILE=(200000, 200000)))
+    result = copy(run, sample, "-t", 900, preexec_fn=limits(AS=(1 << 31, 1 << 31)))
     assert result.returncode == 1
-    assert re.search(r"Failed to start 100000 threads: .+\n$", result.stderr)
+    assert re.search(r"Failed to start 900 threads: .+\n$", result.stderr)
 
 
 def test_closed_standard_streams_do_not_end_up_in_the_output(driver, sample, tmp_path, read_names):
