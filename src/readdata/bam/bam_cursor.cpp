@@ -38,6 +38,7 @@ class BAMImpl::Cursor final : public BAMHandle::FetchState {
   std::vector<Chunk> chunks_;
   size_t chunk_ = 0;
   bool open_end_ = false;       // reading on without a lookup, to the end of the contig
+  bool fresh_ = false;          // no record before the range's end was met since the lookup
   uint64_t record_offset_ = 0;  // of `current`
   uint64_t gap_ = 0;            // end of the chunk before, while `current` is the first record behind a jump
 
@@ -147,12 +148,15 @@ bool BAMImpl::Cursor::nextPlaced() {
     }
     auto pos = static_cast<uint32_t>(current.pos);
     if (pos >= end_) {
+      // The chunks of wide bins may begin far behind the range. What stands between is known to a lookup only.
+      if (fresh_) return stop(0, false);
       // Behind a jump, what was jumped over is behind this range as well and has to be read before this one.
       return gap_ != 0 ? stop(gap_, false) : stop(record_offset_, true);
     }
+    fresh_ = false;
     if (pos >= start_ || alignment_end(current) > start_) return true;
   }
-  return stop(chunks_.empty() ? 0 : handle_.tell(), false);
+  return stop(fresh_ ? 0 : handle_.tell(), false);
 }
 
 bool BAMImpl::Cursor::nextUnplaced() {
@@ -183,6 +187,7 @@ bool BAMImpl::Cursor::resume() {
   chunks_.assign(1, {resume_, kOpenEnd});
   chunk_ = 0;
   open_end_ = true;
+  fresh_ = false;
   return readNext();
 }
 
@@ -209,6 +214,7 @@ bool BAMImpl::Cursor::seek(int32_t contig, uint32_t start, uint32_t end) {
   }
   handle_.index->query(contig, start, end, chunks_);
   chunk_ = 0;
+  fresh_ = true;
   if (!chunks_.empty()) seekTo(chunks_[0].begin);
   return readNext();
 }
