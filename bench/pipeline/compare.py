@@ -21,7 +21,7 @@ parser.add_argument("--small", action="store_true", help="a tenth of the reads, 
 args = parser.parse_args()
 
 DRIVER = os.path.join(os.path.abspath(args.build), "driver")
-BENCH_DRIVER = os.path.join(os.path.abspath(args.build), "bench_driver")
+BENCH_DRIVER = os.path.join(os.path.abspath(args.build), "bench", "bench_driver")
 SIMULATE = os.path.join(os.path.abspath(args.build), "simulate")
 PICARD = shutil.which("PicardCommandLine")
 os.makedirs(args.work, exist_ok=True)
