@@ -12,6 +12,7 @@ constexpr uint64_t kReadStream = 0x10000;
 constexpr uint32_t kMinMatch = 5;     // matched bases that an aligner wants beside an indel at a read end
 constexpr uint32_t kMinAligned = 20;  // reference bases, below which a read counts as unmapped
 constexpr uint32_t kSlipMargin = 12;  // bases kept between a slip of the polymerase and the read ends
+constexpr uint64_t kDimerEvery = 4;   // of unmapped pairs, one has nothing but adapter
 constexpr char kBases[] = "ACGT";
 constexpr const char* kAdapters[] = {"AGATCGGAAGAGCACACGTCTGAACTCCAGTCA",
                                      "AGATCGGAAGAGCGTCGTGTAGGGAAAGAGTGT"};
@@ -104,6 +105,10 @@ void ReadBuilder::readEnd(const Fragment& fragment, bool at_end, Rng& rng, End& 
   bool second = at_end != fragment.first_at_end;
   bool lost = fragment.kind == FragmentKind::kHalfMapped && fragment.lost_end == at_end;
   if (fragment.kind == FragmentKind::kUnmapped || lost) {
+    if (fragment.kind == FragmentKind::kUnmapped && fragment.serial % kDimerEvery == 0) {
+      ++counts_.adapter_dimers;
+      end.bases.assign(kAdapters[second], 0, length);
+    }
     appendRandom(end.bases, length, rng);
   } else {
     for (int i = 0; i < fragment.pieces && end.bases.size() < length; ++i) {

@@ -16,7 +16,8 @@
 class ReadBuilder {
  public:
   struct Counts {
-    uint64_t adapter_reads = 0;  // reads that go on into the adapter
+    uint64_t adapter_reads = 0;   // reads that go on into the adapter
+    uint64_t adapter_dimers = 0;  // unmapped reads that begin with it
   };
 
   // Borrows everything but the names.

@@ -118,6 +118,7 @@ Tally makeTally(const FragmentCounts& fragments, const ReadBuilder::Counts& read
           {"optical duplicates", fragments.optical_copies},
           {"short inserts", fragments.short_inserts},
           {"adapter reads", reads.adapter_reads},
+          {"adapter dimer reads", reads.adapter_dimers},
           {"chimeras", fragments.chimeras},
           {"chimeras split in a read", fragments.split_chimeras},
           {"records", records.records},
