@@ -196,7 +196,8 @@ void exitAtOnceOnFailure(Work work) {
   _exit(status);
 }
 
-void run(int argc, char* argv[]) {
+// The road of a run, in order. Everything up to the summary is done on this thread alone.
+void runSteps(int argc, char* argv[]) {
   RunInputs run;
   OptionParser parser;
   bindDriverOptions(parser, run.options);
@@ -263,7 +264,7 @@ void run(int argc, char* argv[]) {
 
 int runDriver(int argc, char* argv[]) {
   try {
-    run(argc, argv);
+    runSteps(argc, argv);
     return 0;
   } catch (const ExitRun& exit) {
     return exit.status;

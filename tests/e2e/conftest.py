@@ -38,8 +38,8 @@ def simulate():
 @pytest.fixture(scope="session")
 def sanitized(driver):
     """True for a driver with a sanitizer in it, which wants far more address space and time."""
-    with open(driver, "rb") as f:
-        return any(mark in f.read() for mark in (b"__asan_init", b"__tsan_init"))
+    content = pathlib.Path(driver).read_bytes()
+    return b"__asan_init" in content or b"__tsan_init" in content
 
 
 @pytest.fixture
