@@ -128,16 +128,21 @@ TEST_P(BamCursor, AdjacentRangesDeliverEachReadOnce) {
   std::mt19937 random(24);
   for (int32_t contig = 0; contig < static_cast<int32_t>(sampleContigs().size()); ++contig) {
     uint32_t length = sampleContigs()[contig].length;
-    for (int round = 0; round < 20; ++round) {
+    const uint32_t widths[] = {1, 60, 700, 16384, 20000, length / 20 + 1};
+    for (int round = 0; round < 100; ++round) {
       auto cursor = bam_->newFetchState();
-      uint32_t first = round % 2 == 0 ? 0 : random() % length, end = first;
-      Names got, expected = overlapping(reads, contig, first, length);
-      while (end < length) {
+      uint32_t first = round % 4 == 0 ? 0 : random() % length, end = first;
+      const RawRead& read = reads[random() % 3000];
+      if (read.ref_id == contig)
+        first = end = static_cast<uint32_t>(read.pos) + random() % 100 % (length - read.pos);
+      Names got;
+      for (int step = 0; step < 30 && end < length; ++step) {
         uint32_t start = end;
-        end = std::min<uint64_t>(length, uint64_t(end) + 1 + random() % (length / 20 + 2));
+        end = static_cast<uint32_t>(
+            std::min<uint64_t>(length, uint64_t(end) + 1 + random() % widths[random() % 6]));
         for (const std::string& name : fetch(*cursor, contig, start, end)) got.push_back(name);
       }
-      ASSERT_EQ(got, expected) << contig << " from " << first;
+      ASSERT_EQ(got, overlapping(reads, contig, first, end)) << contig << ":" << first << "-" << end;
     }
   }
 }
@@ -278,6 +283,16 @@ TEST_F(CursorFaults, ChunkThatEndsBehindTheEndMarker) {
     EXPECT_EQ(fetchAll(*openWith(path, index), tile), allNames(reads));
   index->contigs[0].bins.rbegin()->second.back().end = end + (1 << 16);
   EXPECT_THAT(thrownBy([&] { fetchAll(*openWith(path, index), 300000000); }), HasSubstr(path));
+}
+
+TEST_F(CursorFaults, FileEndsWithTheRangeThatIsResumed) {
+  auto reads = sampleReads(400, 0, 40);
+  auto bam = openWith(write("a.bam", reads), indexOf(reads));
+  auto cursor = bam->newFetchState();
+  Names got;
+  for (uint32_t start = 0; start < 151; start += 10)
+    for (const std::string& name : fetch(*cursor, 5, start, start + 10)) got.push_back(name);
+  EXPECT_EQ(got, overlapping(reads, 5, 0, 151));
 }
 
 TEST_F(CursorFaults, EndOfFileWhileResuming) {

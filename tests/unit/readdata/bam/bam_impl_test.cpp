@@ -287,7 +287,7 @@ TEST(HostileBam, RecordFields) {
           folder.write("a.bam", inBlocks(header + read.bytes() + withNumber(read.bytes(), c.at, value)));
       std::string told = complaint(path);
       EXPECT_THAT(told, HasSubstr(path)) << c.what << " " << value;
-      if (std::string_view(c.what) == "position" && value != INT32_MIN) {
+      if (std::string_view(c.what) == "position" && (value == -1 || value == 2000)) {
         EXPECT_THAT(told, HasSubstr("victim"));
       }
     }
