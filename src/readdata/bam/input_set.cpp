@@ -1,7 +1,6 @@
 #include "readdata/bam/input_set.h"
 
 #include <algorithm>
-#include <cassert>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
@@ -146,7 +145,8 @@ InputSet::Program InputSet::chained(const FieldList& fields) const {
     for (int copy = 1; ids.count(added.id); copy++) added.id = value + "-dup-" + std::to_string(copy);
     value = added.id;
   }
-  if (!added.previous.empty()) own.emplace_back("PP", added.previous);
+  // In front of the command line, which some readers take to reach to the end of the line.
+  if (!added.previous.empty()) own.insert(own.begin() + !own.empty(), {"PP", added.previous});
   added.line = headerLineText("@PG", own);
   return added;
 }

@@ -75,15 +75,19 @@ void ParallelBamWriter::failWrite(int number) const {
 }
 
 void ParallelBamWriter::init(std::shared_ptr<const bam_header> header) {
-  if (!index_path_.empty()) {
-    checkBaiContigs(*header);
-    prepareIndex();
-  }
+  if (!index_path_.empty()) checkBaiContigs(*header);
   openOutput();
+  if (!index_path_.empty()) prepareIndex();
+  emptyOutput();
   copyHeader(*header);
   if (!index_path_.empty())
     index_helper_ = std::make_unique<BamIndexHelper>(index_, header->contigCount(), output_, position_ << 16);
   pipeline_ = std::make_unique<WritePipeline>(file_.get());
+}
+
+// Whether the output can be locked and cut: pipes and devices cannot.
+bool ParallelBamWriter::isPlain() const {
+  return output_ != "-" && isRegular(output_);
 }
 
 // Makes sure that an index can be written there at the end, and removes one that stands there now.
@@ -106,11 +110,13 @@ void ParallelBamWriter::openOutput() {
     failWrite(number);
   }
   setvbuf(file_.get(), nullptr, _IONBF, 0);  // what is written comes in large pieces
-  if (to_stdout || !isRegular(output_)) return;
   // File systems without locks answer otherwise, and go without.
-  if (flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+  if (isPlain() && flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
     throw std::runtime_error("Failed to write to file " + output_ + ", another writer has it open");
-  if (ftruncate(descriptor, 0) != 0) failWrite(errno);
+}
+
+void ParallelBamWriter::emptyOutput() {
+  if (isPlain() && ftruncate(fileno(file_.get()), 0) != 0) failWrite(errno);
 }
 
 // Writes the header to a file of its own, to learn its end and the end marker, and copies it from there.
@@ -212,6 +218,6 @@ void ParallelBamWriter::writeIndex() {
 
 // An output that did not end well is left without end marker.
 void ParallelBamWriter::dropTail() const {
-  if (output_ != "-" && isRegular(output_) && truncate(output_.c_str(), off_t(position_)) != 0)
+  if (isPlain() && truncate(output_.c_str(), off_t(position_)) != 0)
     fprintf(stderr, "Failed to cut file %s, %s\n", output_.c_str(), strerror(errno));
 }

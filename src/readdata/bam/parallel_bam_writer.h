@@ -31,6 +31,8 @@ class ParallelBamWriter final : public ParallelReadWriterBase {
 
   void prepareIndex() const;
   void openOutput();
+  void emptyOutput();
+  bool isPlain() const;
   void copyHeader(const bam_header& header);
   void appendShard(const std::string& name);
   void writeTail();
