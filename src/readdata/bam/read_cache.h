@@ -7,7 +7,6 @@
 // Memory   the reads of the window; a load reads at least kBatch bases, however deep the data.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>

@@ -347,6 +347,45 @@ RawRead simpleRead(const std::string& aux) {
   return read;
 }
 
+// A read covers at least one base, and is freed as soon as it ends where the range begins.
+TEST(ReadCache, KeepsReadsToTheirLastBase) {
+  RawRead inserted = simpleRead(std::string("RGZg\0", 5)), mapped = inserted, bare = inserted;
+  inserted.cigar = {50 << 4 | CIGAR_I};
+  bare.cigar.clear();
+  for (const auto& [read, end] : {std::pair{inserted, 101u}, {mapped, 150u}, {bare, 101u}}) {
+    OneFile file({read});
+    ReadCache cache(file.handles());
+    cache.setContig("c");
+    cache.load(0, 1000);
+    EXPECT_EQ(fetchNames(cache, 0, 100).size(), 0u);
+    EXPECT_EQ(fetchNames(cache, 0, 101).size(), 1u);
+    EXPECT_EQ(fetchNames(cache, end - 1, end).size(), 1u);
+    EXPECT_EQ(fetchNames(cache, end, 1000).size(), 0u);
+    cache.load(end - 1, 1000);
+    EXPECT_EQ(fetchNames(cache, end - 1, 1000).size(), 1u);
+    cache.load(end, 1000);
+    EXPECT_EQ(cache.readsHeld(), 1u);  // freed by the next fetch
+    EXPECT_EQ(fetchNames(cache, end, 1000).size(), 0u);
+    EXPECT_EQ(cache.readsHeld(), 0u);
+  }
+}
+
+// The cursor stopped where the new range begins, but what reached over that place is no longer held.
+TEST(ReadCache, ReadsAgainAfterAChangeOfContig) {
+  RawRead read = simpleRead(std::string("RGZg\0", 5));
+  read.cigar = {50 << 4, 40000 << 4 | CIGAR_N, 50 << 4};
+  read.l_seq = 100;
+  OneFile file({read});
+  ReadCache cache(file.handles());
+  cache.setContig("c");
+  cache.load(0, 16384);
+  EXPECT_EQ(fetchNames(cache, 0, 16384).size(), 1u);
+  cache.setContig("d");
+  cache.setContig("c");
+  cache.load(16384, 20000);
+  EXPECT_EQ(fetchNames(cache, 16384, 20000).size(), 1u);
+}
+
 TEST(ReadCache, RefusesReadsWithoutKnownGroup) {
   struct Case {
     std::string aux;
