@@ -8,8 +8,8 @@
 #include <unistd.h>
 
 #include "base/text.h"
-#include "read_builder.h"
 #include "readdata/bam/bam_impl.h"
+#include "record_maker.h"
 
 namespace {
 
@@ -25,8 +25,8 @@ bam_header makeHeader(const SimulateOptions& options, const Genome& genome, size
   for (int32_t group = 0; group < options.read_groups; ++group)
     header.text +=
         format("@RG\tID:%s\tSM:%s\tLB:%s-lib%d\tPL:ILLUMINA\tPU:%s.%d\n",
-               ReadBuilder::groupName(name, static_cast<size_t>(group)).c_str(), name.c_str(), name.c_str(),
-               group % options.libraries + 1, ReadBuilder::flowCell(sample).c_str(), group + 1);
+               RecordMaker::groupName(name, static_cast<size_t>(group)).c_str(), name.c_str(), name.c_str(),
+               group % options.libraries + 1, RecordMaker::flowCell(sample).c_str(), group + 1);
   header.text += "@PG\tID:simulate\tPN:simulate\n";
   return header;
 }
@@ -111,7 +111,7 @@ class SortedWriter {
   std::vector<Waiting> heap_;
 };
 
-Tally makeTally(const FragmentCounts& fragments, const ReadBuilder::Counts& reads,
+Tally makeTally(const FragmentCounts& fragments, const RecordMaker::Counts& reads,
                 const RecordCounts& records, size_t read_groups) {
   return {{"pairs", fragments.pairs},
           {"pcr duplicates", fragments.pcr_copies},
@@ -169,13 +169,13 @@ Tally writeSample(const SimulateOptions& options, const Genome& genome, const Va
   BamIndex index;
   BamIndexHelper helper(index, header->contigCount(), path, bam.tell());
   bam.setIndexBuilder(&helper);
-  ReadBuilder builder(options, genome, haplotypes, options.samples[sample], sample);
+  RecordMaker maker(options, genome, haplotypes, options.samples[sample], sample);
   RecordCounts record_counts;
   SortedWriter writer(bam, record_counts);
   std::vector<bam_record> records;
   for (const Fragment& fragment : fragments) {
     writer.writeUntil(fragment.first_contig, fragment.first_place);
-    builder.build(fragment, records);
+    maker.make(fragment, records);
     writer.add(fragment, records);
   }
   writer.writeAll();
@@ -183,6 +183,5 @@ Tally writeSample(const SimulateOptions& options, const Genome& genome, const Va
   bam.close();
   if (!index.save(index_path))
     throw std::runtime_error("Failed to write " + index_path + ": " + strerror(errno));
-  return makeTally(fragment_counts, builder.counts(), record_counts,
-                   static_cast<size_t>(options.read_groups));
+  return makeTally(fragment_counts, maker.counts(), record_counts, static_cast<size_t>(options.read_groups));
 }

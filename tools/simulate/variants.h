@@ -3,7 +3,6 @@
 // Threads  constant once made.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>

@@ -1,4 +1,4 @@
-#include "read_builder.h"
+#include "record_maker.h"
 
 #include <algorithm>
 #include <cassert>
@@ -58,7 +58,7 @@ void appendRandom(std::string& bases, size_t size, Rng& rng) {
 
 }  // namespace
 
-struct ReadBuilder::Draft {
+struct RecordMaker::Draft {
   const End* own;
   const End* mate;
   const Alignment* place;  // null for an unmapped read
@@ -67,7 +67,7 @@ struct ReadBuilder::Draft {
   const Alignment* other_part;  // of a split read, for the SA tag; else null
 };
 
-ReadBuilder::ReadBuilder(const SimulateOptions& options, const Genome& genome, const HaplotypeSet& haplotypes,
+RecordMaker::RecordMaker(const SimulateOptions& options, const Genome& genome, const HaplotypeSet& haplotypes,
                          const std::string& sample_name, size_t sample)
     : options_(options),
       genome_(genome),
@@ -79,15 +79,15 @@ ReadBuilder::ReadBuilder(const SimulateOptions& options, const Genome& genome, c
     groups_.push_back(groupName(sample_name, static_cast<size_t>(group)));
 }
 
-std::string ReadBuilder::groupName(const std::string& sample_name, size_t group) {
+std::string RecordMaker::groupName(const std::string& sample_name, size_t group) {
   return sample_name + ".L" + std::to_string(group + 1);
 }
 
-std::string ReadBuilder::flowCell(size_t sample) {
+std::string RecordMaker::flowCell(size_t sample) {
   return "HSIM" + std::to_string(sample + 1) + "XX";
 }
 
-void ReadBuilder::build(const Fragment& fragment, std::vector<bam_record>& out) {
+void RecordMaker::make(const Fragment& fragment, std::vector<bam_record>& out) {
   Rng rng(options_.seed, stream_, fragment.serial);
   for (int at_end = 0; at_end < 2; ++at_end) readEnd(fragment, at_end, rng, ends_[at_end]);
   const End& first = ends_[fragment.first_at_end];
@@ -98,7 +98,7 @@ void ReadBuilder::build(const Fragment& fragment, std::vector<bam_record>& out) 
 
 // --- bases and alignments of one end ---
 
-void ReadBuilder::readEnd(const Fragment& fragment, bool at_end, Rng& rng, End& end) {
+void RecordMaker::readEnd(const Fragment& fragment, bool at_end, Rng& rng, End& end) {
   end.bases.clear();
   end.alignments.clear();
   auto length = static_cast<uint32_t>(options_.read_length);
@@ -129,7 +129,7 @@ void ReadBuilder::readEnd(const Fragment& fragment, bool at_end, Rng& rng, End& 
 }
 
 // Appends the next `count` bases of the read, which come from one end of `piece`.
-void ReadBuilder::readPiece(const Fragment& fragment, const Piece& piece, bool backwards, uint32_t count,
+void RecordMaker::readPiece(const Fragment& fragment, const Piece& piece, bool backwards, uint32_t count,
                             Rng& rng, End& end) {
   const Haplotype& haplotype = haplotypes_[fragment.haplotype][piece.contig];
   Alignment alignment;
@@ -158,7 +158,7 @@ void ReadBuilder::readPiece(const Fragment& fragment, const Piece& piece, bool b
 
 // A read with one base too many or too few, as sequencing makes them, mostly in homopolymers. False when it
 // has no room for that, and then nothing has changed.
-bool ReadBuilder::slipped(const Haplotype& haplotype, const Piece& piece, bool reversed, uint32_t count,
+bool RecordMaker::slipped(const Haplotype& haplotype, const Piece& piece, bool reversed, uint32_t count,
                           Rng& rng, Alignment& alignment, std::string& bases) const {
   bool extra = rng.below(2);
   uint32_t window = extra ? count - 1 : count + 1;
@@ -183,7 +183,7 @@ bool ReadBuilder::slipped(const Haplotype& haplotype, const Piece& piece, bool r
 }
 
 // Replaces one end of the read by random bases of the lowest quality.
-void ReadBuilder::addJunk(bool at_first_cycles, Rng& rng, End& end, uint32_t& at_start,
+void RecordMaker::addJunk(bool at_first_cycles, Rng& rng, End& end, uint32_t& at_start,
                           uint32_t& at_end) const {
   auto length = static_cast<uint32_t>(end.bases.size());
   uint32_t junk = std::min(length / 3, 4 + rng.below(36));
@@ -195,7 +195,7 @@ void ReadBuilder::addJunk(bool at_first_cycles, Rng& rng, End& end, uint32_t& at
   (at_first_cycles ? at_start : at_end) = junk;
 }
 
-void ReadBuilder::finishAlignments(Rng& rng, End& end, uint32_t junk_start, uint32_t junk_end) {
+void RecordMaker::finishAlignments(Rng& rng, End& end, uint32_t junk_start, uint32_t junk_end) {
   for (Alignment& alignment : end.alignments) {
     uint32_t left = alignment.reversed ? junk_end : junk_start,
              right = alignment.reversed ? junk_start : junk_end;
@@ -220,7 +220,7 @@ void ReadBuilder::finishAlignments(Rng& rng, End& end, uint32_t junk_start, uint
   }
 }
 
-void ReadBuilder::orient(const End& end, bool reversed) {
+void RecordMaker::orient(const End& end, bool reversed) {
   oriented_ = end.bases;
   if (reversed) reverseComplement(oriented_);
 }
@@ -236,7 +236,7 @@ uint32_t fivePrime(uint32_t start, uint32_t end, bool reversed) {
 }  // namespace
 
 // The same read in the other copy of the repeat that its primary alignment lies in.
-bool ReadBuilder::secondaryOf(const End& end, Rng& rng, Alignment& other) {
+bool RecordMaker::secondaryOf(const End& end, Rng& rng, Alignment& other) {
   const Alignment& primary = end.alignments[0];
   if (primary.mapq > 0) return false;
   const RepeatCopy* copy = genome_.contigs[primary.contig].repeatAround(primary.start, primary.end());
@@ -250,7 +250,7 @@ bool ReadBuilder::secondaryOf(const End& end, Rng& rng, Alignment& other) {
   return true;
 }
 
-void ReadBuilder::writeEnd(const Fragment& fragment, const End& own, const End& mate, bool first, Rng& rng,
+void RecordMaker::writeEnd(const Fragment& fragment, const End& own, const End& mate, bool first, Rng& rng,
                            std::vector<bam_record>& out) {
   uint16_t flag = FLAG_PAIRED | (first ? FLAG_FIRST : FLAG_SECOND);
   if (fragment.qc_fail) flag |= FLAG_QC_FAIL;
@@ -305,7 +305,7 @@ std::string cigarText(const Cigar& cigar) {
 
 }  // namespace
 
-void ReadBuilder::encode(const Fragment& fragment, const Draft& draft, std::vector<bam_record>& out) {
+void RecordMaker::encode(const Fragment& fragment, const Draft& draft, std::vector<bam_record>& out) {
   const Alignment* place = draft.place;
   const Alignment* mate = draft.mate->mapped() ? &draft.mate->alignments[0] : nullptr;
   // An unmapped read goes where its mate is.

@@ -1,9 +1,8 @@
-// read_builder.h - the alignment records of one fragment. Alignments are those of the truth: the CIGAR
-// follows from the haplotype's indels, cleaned up at the read ends as aligners do. Threads  one builder per
-// thread; what a fragment becomes depends on the fragment alone.
+// record_maker.h - the alignment records of one fragment. Alignments are those of the truth: the CIGAR follows
+// from the haplotype's indels, cleaned up at the read ends as aligners do.
+// Threads  one maker per thread; what a fragment becomes depends on the fragment alone.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -13,7 +12,7 @@
 #include "quality_model.h"
 #include "readdata/bam/bam_record.h"
 
-class ReadBuilder {
+class RecordMaker {
  public:
   struct Counts {
     uint64_t adapter_reads = 0;   // reads that go on into the adapter
@@ -21,11 +20,11 @@ class ReadBuilder {
   };
 
   // Borrows everything but the names.
-  ReadBuilder(const SimulateOptions& options, const Genome& genome, const HaplotypeSet& haplotypes,
+  RecordMaker(const SimulateOptions& options, const Genome& genome, const HaplotypeSet& haplotypes,
               const std::string& sample_name, size_t sample);
 
   // Appends the fragment's records: each end's primary, then its supplementary and secondary ones.
-  void build(const Fragment& fragment, std::vector<bam_record>& out);
+  void make(const Fragment& fragment, std::vector<bam_record>& out);
 
   const Counts& counts() const { return counts_; }
   // As in the @RG header lines.
