@@ -98,6 +98,10 @@ class ReadBuilder {
     aux_ += std::string(name, 2) + type + bytes;
     return *this;
   }
+  ReadBuilder& auxBytes(const std::string& bytes) {  // as they are, for aux data that is broken
+    aux_ += bytes;
+    return *this;
+  }
 
   bam_record build() const {
     bam_record r;
@@ -129,7 +133,7 @@ class ReadBuilder {
     int64_t end = r.pos;
     for (uint32_t word : words_)
       if (consumesReference(word)) end += cigarLength(word);
-    r.bin = bin_of(uint32_t(r.pos), uint32_t(end > r.pos ? end : r.pos + 1));
+    r.bin = bin_of(uint32_t(r.pos), uint32_t(end));
     return r;
   }
   operator bam_record() const { return build(); }

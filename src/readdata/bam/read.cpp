@@ -191,7 +191,7 @@ void BAMRead::toRecord(bam_record& out) {
 }
 
 RealignedRead::RealignedRead(Read& original, uint32_t new_start, Cigar new_cigar)
-    : Read(original), original_(original), own_cigar_(std::move(new_cigar)) {
+    : Read((original.getBases(), original)), original_(original), own_cigar_(std::move(new_cigar)) {
   start = new_start;
   cigar = reinterpret_cast<const uint8_t*>(own_cigar_.data());
   n_cigar = uint32_t(own_cigar_.size());

@@ -103,13 +103,12 @@ class BAMRead final : public Read {
 };
 
 // A read whose alignment an algorithm has changed. Everything but start, end and CIGAR is shared with the
-// original, which must outlive it.
+// original, which must outlive it and keep its memory where it is (no prepareBaseTags()). Making one decodes the
+// original's letters.
 class RealignedRead final : public Read {
  public:
   RealignedRead(Read& original, uint32_t start, Cigar cigar);
   RealignedRead(const RealignedRead&) = delete;
-  const char* getBases() override { return bases = original_.getBases(); }
-  uint8_t* getQuals() override { return quals = original_.getQuals(); }
   uint8_t* getBITag() override { return original_.getBITag(); }
   uint8_t* getBDTag() override { return original_.getBDTag(); }
 

@@ -63,7 +63,7 @@ void walkStretches(const Read& read, Visit visit) {
 }
 
 struct Limits {
-  int64_t low = INT64_MIN, high = INT64_MAX;
+  int64_t low = INT64_MIN / 2, high = INT64_MAX / 2;
 };
 
 // Where the insert of a forward-reverse pair ends on the far side of this read: what lies beyond is adaptor.
@@ -85,7 +85,7 @@ Limits insertLimits(const Read& read) {
 }  // namespace
 
 bool Read::effectiveRegion(int min_base_qual, bool keep_adaptor, Region& region) const {
-  if (!isMapped() || n_cigar == 0) return false;
+  if (!isMapped() || n_cigar == 0 || end <= start) return false;
   int64_t first = 0, last = length;
   if (quals) {
     while (first < last && quals[first] < min_base_qual) ++first;
@@ -94,15 +94,16 @@ bool Read::effectiveRegion(int min_base_qual, bool keep_adaptor, Region& region)
 
   if (!keep_adaptor) {
     const Limits limits = insertLimits(*this);
-    int64_t low_offset = -1, high_offset = 0;
+    int64_t low_offset = -1, high_offset = 0, leftmost = INT64_MAX, rightmost = INT64_MIN;
     walkStretches(*this, [&](int64_t place, int64_t span, int64_t offset, int64_t count) {
+      leftmost = std::min(leftmost, place);
+      rightmost = place + span;
       if (low_offset < 0 && place + span > limits.low)
-        low_offset = count > 0 && place < limits.low ? offset + limits.low - place : offset;
+        low_offset = offset + std::min(count, std::max<int64_t>(0, limits.low - place));
       if (place < limits.high) high_offset = offset + std::min(count, limits.high - place);
     });
-    if (low_offset < 0) return false;
-    if (limits.low != INT64_MIN) first = std::max(first, low_offset);
-    if (limits.high != INT64_MAX) last = std::min(last, high_offset);
+    if (limits.low > leftmost) first = std::max(first, low_offset < 0 ? length : low_offset);
+    if (limits.high < rightmost) last = std::min(last, high_offset);
   }
   if (first >= last) return false;
 
