@@ -244,11 +244,11 @@ TEST(InputSet, ChainsTheAddedProgram) {
   } cases[] = {
       {"", "@PG\tID:me\tVN:1\tCL:run it "},
       {"@PG\tCL:nameless\n", "@PG\tID:me\tVN:1\tCL:run it "},
-      {"@PG\tID:a\n@PG\tID:b\tPP:a\n", "@PG\tID:me\tVN:1\tCL:run it \tPP:b"},
-      {"@PG\tID:b\tPP:a\n@PG\tID:a\n", "@PG\tID:me\tVN:1\tCL:run it \tPP:b"},
-      {"@PG\tID:b\n@PG\tID:c\n@PG\tID:a\tPP:x\n@PG\tID:x\n", "@PG\tID:me\tVN:1\tCL:run it \tPP:a"},
-      {"@PG\tID:me\n@PG\tID:me-dup-1\tPP:me\n", "@PG\tID:me-dup-2\tVN:1\tCL:run it \tPP:me-dup-1"},
-      {"@PG\tID:x\tPP:y\n@PG\tID:y\tPP:x\n", "@PG\tID:me\tVN:1\tCL:run it \tPP:x"},
+      {"@PG\tID:a\n@PG\tID:b\tPP:a\n", "@PG\tID:me\tPP:b\tVN:1\tCL:run it "},
+      {"@PG\tID:b\tPP:a\n@PG\tID:a\n", "@PG\tID:me\tPP:b\tVN:1\tCL:run it "},
+      {"@PG\tID:b\n@PG\tID:c\n@PG\tID:a\tPP:x\n@PG\tID:x\n", "@PG\tID:me\tPP:a\tVN:1\tCL:run it "},
+      {"@PG\tID:me\n@PG\tID:me-dup-1\tPP:me\n", "@PG\tID:me-dup-2\tPP:me-dup-1\tVN:1\tCL:run it "},
+      {"@PG\tID:x\tPP:y\n@PG\tID:y\tPP:x\n", "@PG\tID:me\tPP:x\tVN:1\tCL:run it "},
   };
   for (const Case& c : cases) {
     Files files;
