@@ -187,7 +187,7 @@ void rewrite(bam_record& record, const Cigar& words, const std::vector<uint8_t>&
   record.growData(std::max<size_t>(record.data_len, head + aux + codes.size()));
   memmove(record.data + head, record.auxEnd() - aux, aux);
   uint8_t* at = record.data + name;
-  memcpy(at, words.data(), 4 * words.size());
+  if (!words.empty()) memcpy(at, words.data(), 4 * words.size());
   at += 4 * words.size();
   for (size_t i = 0; i < packed; ++i)
     *at++ = uint8_t(codes[2 * i] << 4 | (2 * i + 1 < codes.size() ? codes[2 * i + 1] : 0));

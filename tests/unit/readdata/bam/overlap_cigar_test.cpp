@@ -150,6 +150,7 @@ TEST(NormaliseCigar, HandWorkedReads) {
        "2M2I2M",
        "ACGGTT",
        {9, 9, 9, 4, 9, 9}},
+      {"0M0B0M", "", {}, "", "", {}},
       {"4M3N2M1B2M", "ACGTAACC", {9, 9, 9, 9, 9, 2, 9, 9}, "4M3N3M", "ACGTACC", {9, 9, 9, 9, 9, 7, 9}},
   };
   for (const auto& c : cases) {
