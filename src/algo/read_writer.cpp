@@ -4,7 +4,6 @@
 #include "algo/read_writer.h"
 
 #include <algorithm>
-#include <cstring>
 #include <exception>
 #include <stdexcept>
 #include <strings.h>
@@ -112,8 +111,9 @@ void ReadWriter::Engine::startShard() {
   Algo::Engine::startShard();
   if (!writer_) return;
   writer_->open(context->shard.sequence, static_cast<ReadWriter*>(algo)->header_, false, true);
-  // One long serial stream, that other threads can help with.
-  if (strcmp(context->shard.contig, kNoCoor) == 0 && context->pool) writer_->setParallel(context->pool);
+  // Threads that have run out of shards help with the last ones, and with the long one of reads without
+  // coordinates.
+  if (context->pool) writer_->setParallel(context->pool);
 }
 
 void ReadWriter::Engine::advance(uint32_t from, uint32_t to) {

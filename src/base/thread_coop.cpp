@@ -66,11 +66,18 @@ bool thread_coop::tryTask(Task& out, bool wait) {
   while (tasks_.empty()) {
     if (!wait || users_ < 1) return false;
     TimerScope scope(idle_);
+    ++waiting_;
     wake_.wait(lock);
+    --waiting_;
   }
   out = std::move(tasks_.front());
   tasks_.pop_front();
   return true;
+}
+
+bool thread_coop::hasIdleWorker() {
+  std::lock_guard lock(mutex_);
+  return waiting_ > tasks_.size();
 }
 
 void thread_coop::join() {

@@ -36,6 +36,10 @@ class thread_coop {
   // else waits for one. The wait is charged to the timer "idle".
   bool tryTask(Task& out, bool wait);
 
+  // Whether a worker is waiting for a task that nobody has added yet: work handed in now would not have to
+  // wait.
+  bool hasIdleWorker();
+
   // Ends the phase: gives up the owner's use, waits for all workers, and makes the pool ready for another
   // phase.
   void join();
@@ -56,6 +60,7 @@ class thread_coop {
   std::mutex mutex_;                  // guards all below
   int users_ = 1;                     // workers whose body still runs, and 1 for the owner
   std::deque<Task> tasks_;
+  size_t waiting_ = 0;  // threads inside tryTask() that wait
   std::condition_variable wake_;
   Timer* idle_;
 };

@@ -140,9 +140,12 @@ void BamWriter::blockWritten(void* context, uint32_t block_index, uint64_t block
 void BamWriter::close() {
   assert(handle_);
   if (index_data_) index_data_->complete();
-  handle_->flush();
-  if (handle_->bgzf().parallel()) handle_->setParallel(nullptr);
-  const uint64_t position = uint64_t(handle_->tell());
+  uint64_t position = 0;
+  if (is_final_) {
+    handle_->flush();
+    handle_->setParallel(nullptr);  // a failure shows up in the closing
+    position = handle_->tell();
+  }
   handle_->close();
   handle_.reset();
   if (is_final_ && index_data_)

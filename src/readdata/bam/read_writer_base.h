@@ -33,7 +33,7 @@ class ReadWriterBase {
   virtual void open(int sequence, std::shared_ptr<const bam_header> header, bool is_final,
                     bool with_index) = 0;
   virtual void write(const bam_record& record) = 0;
-  // For one long serial shard: blocks are compressed by tasks of `pool` until close().
+  // Until close(), idle workers of `pool` help to compress. The file is the same.
   virtual void setParallel(thread_coop* pool) = 0;
   virtual void close() = 0;
 

@@ -69,8 +69,8 @@ class BGZFHandle final : public IOHandle {
   const uint8_t* peek(size_t count) const;
   void skip(size_t count);
 
-  // From now on blocks are compressed by tasks of `pool`; null goes back to plain writing (waits for all
-  // blocks).
+  // From now on blocks are compressed by tasks of `pool` as long as it has idle workers, and here when it has
+  // none; null goes back to plain writing (waits for all blocks).
   int set_parallel(thread_coop* pool);
   bool parallel() const;
   void set_index_callback(IndexCallback callback, void* context);
@@ -101,6 +101,7 @@ class BGZFHandle final : public IOHandle {
   void swapBlocks();
   int writeRaw(const uint8_t* data, size_t size);
   int writeBlock(const uint8_t* data, int size, uint32_t index);
+  int writeFinished();
   int writeOldest();
   int drainParallel();
   int copyRaw(BGZFHandle& source, size_t size);

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cerrno>
+#include <chrono>
 #include <thread>
 #include <utility>
 
@@ -55,7 +56,9 @@ int BGZFHandle::flush() {
   if (!writeMode()) return fail(kUsage);
   if (error_kind_ != 0) return -1;
   if (block_offset_ == 0) return 0;
-  if (parallel_ == nullptr) {
+  if (writeFinished() != 0) return -1;
+  const bool helped = parallel_ != nullptr && parallel_->pool->hasIdleWorker();
+  if (!helped && (parallel_ == nullptr || parallel_->in_flight.empty())) {
     int size = compressor_->compress(block_.get(), block_offset_, compressed_.get());
     block_offset_ = 0;
     return writeBlock(compressed_.get(), size, block_index_++);
@@ -75,11 +78,27 @@ int BGZFHandle::flush() {
   record->input_size = block_offset_;
   record->index = block_index_++;
   block_offset_ = 0;
-  record->done = parallel.pool->submit([record] {
+  auto compress = [record] {
     record->output_size =
         record->compressor.compress(record->input.get(), record->input_size, record->output.get());
-  });
+  };
+  // While all workers are busy, the block is made here, where its bytes are still in the cache.
+  if (helped)
+    record->done = parallel.pool->submit(compress);
+  else
+    compress();
   parallel.in_flight.push_back(record);
+  return 0;
+}
+
+// Writes the blocks that need not be waited for.
+int BGZFHandle::writeFinished() {
+  if (parallel_ == nullptr) return 0;
+  while (!parallel_->in_flight.empty()) {
+    const std::future<void>& done = parallel_->in_flight.front()->done;
+    if (done.valid() && done.wait_for(std::chrono::seconds(0)) != std::future_status::ready) break;
+    if (writeOldest() != 0) return -1;
+  }
   return 0;
 }
 
@@ -90,7 +109,8 @@ int BGZFHandle::writeOldest() {
   assert(b);
   Record* record = parallel.in_flight.front();
   parallel.in_flight.pop_front();
-  parallel.pool->waitFor(record->done);
+  if (record->done.valid()) parallel.pool->waitFor(record->done);
+  record->done = {};
   parallel.free.push_back(record);
   return writeBlock(record->output.get(), record->output_size, record->index);
 }
