@@ -53,6 +53,7 @@ TEST(BamRecordCheck, RefusesWhatDoesNotFit) {
       {"one base more in CIGAR", [](bam_record& r) { r.cigarBytes()[0] += 16; }, "differ in length"},
       {"one word less", [](bam_record& r) { r.n_cigar--, r.l_seq -= 4; }, "differ in length"},
       {"position -2", [](bam_record& r) { r.pos = -2; }, "position out of range"},
+      {"one base at 2^31-1", [](bam_record& r) { r = readBuilder("r").at(0, INT32_MAX); }, "alignment end"},
       {"end 2^31", [](bam_record& r) { r.pos = INT32_MAX - 20; }, "alignment end out of range"},
   };
   for (const auto& c : cases) {
