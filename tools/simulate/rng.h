@@ -65,5 +65,5 @@ class Rng {
 
  private:
   static uint64_t rotate(uint64_t x, int k) { return (x << k) | (x >> (64 - k)); }
-  uint64_t state_[4];
+  uint64_t state_[4] = {};
 };

@@ -148,9 +148,10 @@ Tally writeSample(const SimulateOptions& options, const Genome& genome, const Va
                   size_t sample, const std::string& path) {
   HaplotypeSet haplotypes;
   for (const WeightedHaplotype& alleles : variants.samples[sample].haplotypes) {
-    std::vector<Haplotype>& contigs = haplotypes.emplace_back();
+    std::vector<Haplotype> contigs;
     for (uint32_t c = 0; c < genome.contigs.size(); ++c)
       contigs.emplace_back(genome.contigs[c], c, variants.sites, alleles.alleles);
+    haplotypes.push_back(std::move(contigs));
   }
   FragmentCounts fragment_counts;
   std::vector<Fragment> fragments =

@@ -5,7 +5,6 @@
 #include <stdexcept>
 #include <tuple>
 
-#include "base/text.h"
 #include "readdata/stream/bgzf_handle.h"
 #include "readdata/stream/posix_io_handle.h"
 
@@ -60,8 +59,9 @@ void writeReference(const Genome& genome, const std::string& path) {
     for (Span span : contig.masked)
       for (uint32_t i = span.start; i < span.end; ++i) bases[i] = static_cast<char>(bases[i] | 0x20);
     std::string text = ">" + contig.name + "\n";
-    index += format("%s\t%u\t%llu\t%u\t%u\n", contig.name.c_str(), contig.length(),
-                    static_cast<unsigned long long>(offset + text.size()), kLineBases, kLineBases + 1);
+    uint64_t first_base = offset + text.size();
+    index += contig.name + '\t' + std::to_string(contig.length()) + '\t' + std::to_string(first_base) + '\t' +
+             std::to_string(kLineBases) + '\t' + std::to_string(kLineBases + 1) + '\n';
     for (size_t at = 0; at < bases.size(); at += kLineBases) {
       text.append(bases, at, kLineBases);
       text += '\n';

@@ -151,7 +151,7 @@ void spreadAlts(std::vector<Sample>& samples, size_t founders, const std::vector
     std::vector<uint8_t*> slots;
     for (size_t s = 0; s < founders; ++s)
       for (WeightedHaplotype& haplotype : samples[s].haplotypes) slots.push_back(&haplotype.alleles[i]);
-    for (uint8_t alt = 1; alt <= sites[i].alts.size(); ++alt) {
+    for (size_t alt = 1; alt <= sites[i].alts.size(); ++alt) {
       if (std::any_of(slots.begin(), slots.end(), [&](uint8_t* slot) { return *slot == alt; })) continue;
       // An allele that two slots carry, or the reference, gives way.
       std::vector<uint8_t*> free;
@@ -159,7 +159,7 @@ void spreadAlts(std::vector<Sample>& samples, size_t founders, const std::vector
         if (*slot == 0 ||
             std::count_if(slots.begin(), slots.end(), [&](uint8_t* other) { return *other == *slot; }) > 1)
           free.push_back(slot);
-      *free[rng.below(static_cast<uint32_t>(free.size()))] = alt;
+      *free[rng.below(static_cast<uint32_t>(free.size()))] = static_cast<uint8_t>(alt);
     }
   }
 }
