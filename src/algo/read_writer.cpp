@@ -129,8 +129,7 @@ void ReadWriter::Engine::advance(uint32_t from, uint32_t to) {
     const uint32_t bound = context->shard.firstOwnStart(from);
     for (Read* read : reads_) {
       if (read->start < bound) continue;
-      read->toRecord(record_);
-      writeRead(record_);
+      writeRead(read->asRecord(record_));
     }
   }
   span_start = to;
@@ -145,13 +144,10 @@ void ReadWriter::Engine::processNoCoor() {
     context->reads->fetchAll(0, reads_);
   }
   TimerScope scope(write_timer);
-  for (Read* read : reads_) {
-    read->toRecord(record_);
-    writeRead(record_);
-  }
+  for (Read* read : reads_) writeRead(read->asRecord(record_));
 }
 
-void ReadWriter::Engine::writeRead(bam_record& record) {
+void ReadWriter::Engine::writeRead(const bam_record& record) {
   if (writer_) writer_->write(record);
 }
 

@@ -50,7 +50,7 @@ class ReadWriter::Engine : public Algo::Engine {
   void advance(uint32_t from, uint32_t to) override;
   void processNoCoor() override;
   Algo::Result* finishShard() override;
-  virtual void writeRead(bam_record& record);  // hands a record to the shard's writer
+  virtual void writeRead(const bam_record& record);  // hands a record to the shard's writer
 
  protected:
   // Closes the shard's file and moves what the merge needs into `result`.

@@ -190,6 +190,12 @@ void BAMRead::toRecord(bam_record& out) {
   strip_pg(out);
 }
 
+const bam_record& BAMRead::asRecord(bam_record& scratch) {
+  if (!aux_find(record_, "PG")) return record_;
+  toRecord(scratch);
+  return scratch;
+}
+
 RealignedRead::RealignedRead(Read& original, uint32_t new_start, Cigar new_cigar)
     : Read((original.getBases(), original)), original_(original), own_cigar_(std::move(new_cigar)) {
   start = new_start;

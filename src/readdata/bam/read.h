@@ -31,8 +31,13 @@ class Read {
   // text of 'N' (4096 bytes, more for longer reads), which nobody may write to.
   virtual uint8_t* getBITag();
   virtual uint8_t* getBDTag();
-  virtual void prepareBaseTags() {}         // makes BI and BD present so that they can be written in place
-  virtual void toRecord(bam_record& out);   // a fresh record, without aux data
+  virtual void prepareBaseTags() {}        // makes BI and BD present so that they can be written in place
+  virtual void toRecord(bam_record& out);  // a fresh record, without aux data
+  // What toRecord() makes, in `scratch` or where it stands already; valid until either changes.
+  virtual const bam_record& asRecord(bam_record& scratch) {
+    toRecord(scratch);
+    return scratch;
+  }
   virtual void attach(bam_record& record);  // all fields but read_group; the record must outlive the read
 
   // Maps the reference interval [from, to) to offsets in the read, half open: false when the read does not
@@ -87,7 +92,8 @@ class BAMRead final : public Read {
   uint8_t* getBITag() override;
   uint8_t* getBDTag() override;
   void prepareBaseTags() override;
-  void toRecord(bam_record& out) override;  // a copy of the record, without the tag PG
+  void toRecord(bam_record& out) override;                   // a copy of the record, without the tag PG
+  const bam_record& asRecord(bam_record& scratch) override;  // no copy when there is no tag PG
   // Takes the contents of `record`, which gets what this read held before: memory to be used again.
   void attach(bam_record& record) override;
 
