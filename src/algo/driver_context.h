@@ -1,6 +1,6 @@
 // driver_context.h - what the driver and every algorithm share of a run.
 // Owns     nothing. The main thread holds one; each walker has a copy of its own with its own shard,
-// reference and reads.
+//          reference and reads.
 #pragma once
 
 #include <string>

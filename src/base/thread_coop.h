@@ -1,6 +1,6 @@
 // thread_coop.h - the thread pool of a run: workers with a body of their own, which serve tasks when it is
-// done. Threads  every member may be called from any thread, but for addWorker() and join(), which belong to
-// the
+// done.
+// Threads  every member may be called from any thread, but for addWorker() and join(), which belong to the
 //          thread that owns the pool.
 // Errors   a task must not throw; std::system_error when a thread cannot be started.
 #pragma once

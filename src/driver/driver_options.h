@@ -1,6 +1,8 @@
 // driver_options.h - the driver's own options: their defaults, and parsing the arguments before the first
-// --algo. Units    shard_size, step, padding: bases; memory_capacity: bytes. Threads  filled on the main
-// thread, read-only afterwards. `progress_enabled` is the one process-wide setting.
+// --algo.
+// Units    shard_size, step, padding: bases; memory_capacity: bytes.
+// Threads  filled on the main thread, read-only afterwards. `progress_enabled` is the one process-wide
+//          setting.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,7 @@
 // shard_scheduler.h - which thread walks which shard: a queue per thread, filled in groups, and work
-// stealing. Threads  nextShard() may be called by any walker; everything is guarded by `mutex_`, which
-// derived classes share.
+// stealing.
+// Threads  nextShard() may be called by any walker; everything is guarded by `mutex_`, which derived classes
+//          share.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,7 @@
 // target_list.h - which pieces of the genome a run walks, from its contigs, --interval and --shard.
 // Coords   zero-based half open. An open end is the largest uint32_t, cut at the contig's end.
-// Threads  pure functions. Owns nothing: entries point to the names of the contigs, targets to the entries.
+// Threads  pure functions.
+// Owns     nothing: entries point to the names of the contigs, targets to the entries.
 #pragma once
 
 #include <cstdint>

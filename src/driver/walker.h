@@ -1,7 +1,7 @@
 // walker.h - what each thread of a traversal runs: takes shards and walks them for all stacked algorithms at
-// once, so that they share one read of the input. Owns     clones of the inputs and of the reference, a
-// ReadCache, and one engine per algorithm, from start to end of
-//          the call.
+// once, so that they share one read of the input.
+// Owns     clones of the inputs and of the reference, a ReadCache, and one engine per algorithm, from start
+//          to end of the call.
 // Threads  one walker per thread; it shares the Sharder, the algorithms and the pool with the others.
 // Errors   an exception ends the process as exit_worker() tells.
 #pragma once

@@ -1,7 +1,8 @@
 // bam_handle.h - the interface of read sources and sinks; BAM behind it here, other formats behind the same
-// face. Owns     its IOHandle; header and index are shared with its clones. Threads  one handle, one thread;
-// clones side by side. Errors   a text that names the file goes to standard error, then an exception with a
-// short text.
+// face.
+// Owns     its IOHandle; header and index are shared with its clones.
+// Threads  one handle, one thread; clones side by side.
+// Errors   a text that names the file goes to standard error, then an exception with a short text.
 #pragma once
 
 #include <map>

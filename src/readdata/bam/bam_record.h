@@ -3,8 +3,7 @@
 // Coords   zero-based; ends are exclusive.
 // Owns     `data` is malloc'ed memory of the record; a record moves, and is copied only by copy_record().
 // Errors   none of these throws but what grows data (std::bad_alloc). check() must have accepted a record
-// from
-//          a file before any other routine looks at it; aux data is bounded by each routine itself.
+//          from a file before any other routine looks at it; aux data is bounded by each routine itself.
 #pragma once
 
 #include <cstdint>

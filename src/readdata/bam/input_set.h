@@ -2,8 +2,8 @@
 // one header, and the maps that carry records from a file's own numbering to the joined one.
 // Owns     the joined lists; borrows the handles, which must outlive it.
 // Threads  constant once built and checked; translate() may run on several threads.
-// Errors   every fault of the headers is told on standard error, then std::invalid_argument
-//          "Invalid input BAM files".
+// Errors   every fault of the headers is told on standard error, then std::invalid_argument "Invalid input
+//          BAM files".
 #pragma once
 
 #include <atomic>

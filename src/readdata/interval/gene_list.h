@@ -1,9 +1,10 @@
 // gene_list.h - genes and their coding transcripts from a RefSeq table: 16 tab-separated columns or more
 // (bin, name, chrom, strand, txStart, txEnd, cdsStart, cdsEnd, exonCount, exonStarts, exonEnds, score, name2,
-// cdsStartStat, cdsEndStat, exonFrames). Coords   as in the table: zero-based half open. Owns     genes,
-// transcripts and names; the pointers are good for the life of the list. Threads  loaded on one thread,
-// read-only afterwards. Errors   load() tells them on standard error and returns false; the list must then
-// not be used.
+// cdsStartStat, cdsEndStat, exonFrames).
+// Coords   as in the table: zero-based half open.
+// Owns     genes, transcripts and names; the pointers are good for the life of the list.
+// Threads  loaded on one thread, read-only afterwards.
+// Errors   load() tells them on standard error and returns false; the list must then not be used.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,7 @@
-// interval_list.h - a list of regions from interval strings or from a file of them (plain, BED,
-// Picard-style). Threads  built on one thread, read-only afterwards. Errors   messages go to standard error
-// and the call returns false; targets() throws std::runtime_error.
+// interval_list.h - a list of regions from interval strings or from a file of them (plain, BED, Picard-
+// style).
+// Threads  built on one thread, read-only afterwards.
+// Errors   messages go to standard error and the call returns false; targets() throws std::runtime_error.
 #pragma once
 
 #include <cstdint>

@@ -3,8 +3,8 @@
 // Owns     its stream. The index and the descriptor are shared with the clones.
 // Threads  one object per thread; clones of one file may fetch side by side.
 // Errors   construction: text on standard error, then std::invalid_argument "Invalid input file". fetch():
-// see there. Cost     a fetch reads the file through a 64 KiB buffer; fetches that follow one another do not
-// seek.
+//          see there.
+// Cost     a fetch reads the file through a 64 KiB buffer; fetches that follow one another do not seek.
 #pragma once
 
 #include <cstdint>

@@ -1,8 +1,9 @@
 // bgzf_handle.h - blocked gzip files, as the SAM format document describes them: reading with virtual
-// offsets, writing on one thread or with blocks compressed on the pool. Units    a virtual offset is (file
-// offset of the block << 16) | offset inside the uncompressed block. Owns     its FILE and its buffers;
-// clones keep the file open that they read. Threads, errors: as IOHandle. Cost     three 64 KiB buffers; no
-// allocation per block.
+// offsets, writing on one thread or with blocks compressed on the pool.
+// Units    a virtual offset is (file offset of the block << 16) | offset inside the uncompressed block.
+// Owns     its FILE and its buffers; clones keep the file open that they read.
+// Threads, errors: as IOHandle.
+// Cost     three 64 KiB buffers; no allocation per block.
 #pragma once
 
 #include <cassert>

@@ -1,7 +1,8 @@
 // io_handle.h - the one interface of file access below the readers and writers of sequence data.
 // Owns     a handle owns its file (a clone shares it) and closes it when destroyed; close() tells whether
-// that worked. Threads  a handle belongs to one thread at a time; clones may run side by side. Errors nothing
-// here throws: calls return -1 (or null) and error_text() tells why.
+//          that worked.
+// Threads  a handle belongs to one thread at a time; clones may run side by side.
+// Errors   nothing here throws: calls return -1 (or null) and error_text() tells why.
 #pragma once
 
 #include <cstddef>
