@@ -48,11 +48,17 @@ void thread_coop::dropUser() {
 }
 
 void thread_coop::serve() {
+  {
+    std::lock_guard lock(mutex_);
+    ++serving_;
+  }
   Task task;
   while (tryTask(task, true)) {
     runOrExit(*task);
     task.reset();  // what the task holds must not live on while this thread waits
   }
+  std::lock_guard lock(mutex_);
+  --serving_;
 }
 
 void thread_coop::addTask(Task task) {
@@ -66,18 +72,16 @@ bool thread_coop::tryTask(Task& out, bool wait) {
   while (tasks_.empty()) {
     if (!wait || users_ < 1) return false;
     TimerScope scope(idle_);
-    ++waiting_;
     wake_.wait(lock);
-    --waiting_;
   }
   out = std::move(tasks_.front());
   tasks_.pop_front();
   return true;
 }
 
-bool thread_coop::hasIdleWorker() {
+bool thread_coop::wantsTask() {
   std::lock_guard lock(mutex_);
-  return waiting_ > tasks_.size();
+  return tasks_.size() < serving_;
 }
 
 void thread_coop::join() {

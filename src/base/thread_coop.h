@@ -36,9 +36,9 @@ class thread_coop {
   // else waits for one. The wait is charged to the timer "idle".
   bool tryTask(Task& out, bool wait);
 
-  // Whether a worker is waiting for a task that nobody has added yet: work handed in now would not have to
-  // wait.
-  bool hasIdleWorker();
+  // Whether fewer tasks wait than there are workers that have nothing else to do: a task handed in now is one
+  // that keeps such a worker busy.
+  bool wantsTask();
 
   // Ends the phase: gives up the owner's use, waits for all workers, and makes the pool ready for another
   // phase.
@@ -60,7 +60,7 @@ class thread_coop {
   std::mutex mutex_;                  // guards all below
   int users_ = 1;                     // workers whose body still runs, and 1 for the owner
   std::deque<Task> tasks_;
-  size_t waiting_ = 0;  // threads inside tryTask() that wait
+  size_t serving_ = 0;  // workers whose body has ended
   std::condition_variable wake_;
   Timer* idle_;
 };

@@ -139,6 +139,7 @@ class BGZFHandle final : public IOHandle {
   void* index_context_ = nullptr;
   std::unique_ptr<BlockInflater> inflater_;
   std::unique_ptr<BlockCompressor> compressor_;
+  std::shared_ptr<const FastLzTables> tables_;  // of the fast path; blocks on their way hold on to theirs
   std::unique_ptr<Parallel> parallel_;
 };
 

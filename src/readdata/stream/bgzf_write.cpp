@@ -8,11 +8,20 @@
 
 #include "readdata/stream/bgzf_file.h"
 #include "readdata/stream/bgzf_handle.h"
+#include "readdata/stream/fast_lz.h"
 
 namespace {
 
 constexpr size_t kRecordsPerThread = 4;
 constexpr size_t kMinRecords = 8;
+
+// The fast path takes its codes from the bytes of some blocks: ever rarer ones at the start, where a header may
+// come before data of another kind, then every 256th. They depend on the place in the file alone, so that the
+// bytes are the same whichever thread makes a block.
+constexpr uint32_t kTrainingInterval = 256;
+bool isTrainingBlock(uint32_t index) {
+  return index % kTrainingInterval == 0 || (index < kTrainingInterval && (index & (index - 1)) == 0);
+}
 
 }  // namespace
 
@@ -57,9 +66,11 @@ int BGZFHandle::flush() {
   if (error_kind_ != 0) return -1;
   if (block_offset_ == 0) return 0;
   if (writeFinished() != 0) return -1;
-  const bool helped = parallel_ != nullptr && parallel_->pool->hasIdleWorker();
+  if (compressor_->fast() && isTrainingBlock(block_index_))
+    tables_ = std::make_shared<FastLzTables>(block_.get(), block_offset_);
+  const bool helped = parallel_ != nullptr && parallel_->pool->wantsTask();
   if (!helped && (parallel_ == nullptr || parallel_->in_flight.empty())) {
-    int size = compressor_->compress(block_.get(), block_offset_, compressed_.get());
+    int size = compressor_->compress(block_.get(), block_offset_, compressed_.get(), tables_.get());
     block_offset_ = 0;
     return writeBlock(compressed_.get(), size, block_index_++);
   }
@@ -78,11 +89,11 @@ int BGZFHandle::flush() {
   record->input_size = block_offset_;
   record->index = block_index_++;
   block_offset_ = 0;
-  auto compress = [record] {
-    record->output_size =
-        record->compressor.compress(record->input.get(), record->input_size, record->output.get());
+  auto compress = [record, tables = tables_] {
+    record->output_size = record->compressor.compress(record->input.get(), record->input_size,
+                                                      record->output.get(), tables.get());
   };
-  // While all workers are busy, the block is made here, where its bytes are still in the cache.
+  // While no worker is free for it, the block is made here, where its bytes are still in the cache.
   if (helped)
     record->done = parallel.pool->submit(compress);
   else

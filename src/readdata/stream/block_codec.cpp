@@ -59,11 +59,10 @@ BlockCompressor::BlockCompressor(int level, bool fast)
 
 BlockCompressor::~BlockCompressor() = default;
 
-size_t BlockCompressor::deflateFast(const uint8_t* input, size_t size, uint8_t* output, size_t room) {
-  if (stream_ == nullptr)
-    stream_ = std::make_unique<LZ_Stream2>();
-  else
-    stream_->reset();
+size_t BlockCompressor::deflateFast(const uint8_t* input, size_t size, uint8_t* output, size_t room,
+                                    const FastLzTables* tables) {
+  if (stream_ == nullptr) stream_ = std::make_unique<LZ_Stream2>();
+  stream_->reset(tables);
   stream_->next_in = input;
   stream_->avail_in = static_cast<uint32_t>(size);
   stream_->end_of_stream = true;
@@ -79,12 +78,13 @@ size_t BlockCompressor::deflatePlain(const uint8_t* input, size_t size, uint8_t*
   return libdeflate_deflate_compress(plain_.get(), input, size, output, room);
 }
 
-int BlockCompressor::compress(const uint8_t* input, size_t size, uint8_t* output) {
+int BlockCompressor::compress(const uint8_t* input, size_t size, uint8_t* output,
+                              const FastLzTables* tables) {
   uint8_t* data = output + bgzf::kHeaderSize;
   constexpr size_t kRoom = bgzf::kMaxSize - bgzf::kHeaderSize - bgzf::kFooterSize;
   // A block has no room to grow into, so what the fast path blows up is left to the plain one, which stores
   // it.
-  size_t length = fast_ ? deflateFast(input, size, data, kRoom) : 0;
+  size_t length = fast_ ? deflateFast(input, size, data, kRoom, tables) : 0;
   if (length == 0) length = deflatePlain(input, size, data, kRoom);
   if (length == 0) return -1;
   size_t total = bgzf::kHeaderSize + length + bgzf::kFooterSize;

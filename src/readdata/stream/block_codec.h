@@ -12,6 +12,7 @@
 
 struct libdeflate_compressor;
 struct libdeflate_decompressor;
+class FastLzTables;
 struct LZ_Stream2;
 
 namespace bgzf {
@@ -41,12 +42,16 @@ class BlockCompressor {
   BlockCompressor(int level, bool fast);
   ~BlockCompressor();
 
-  // Makes a block of at most 65280 bytes of input in `output`, which has room for 65536.
+  bool fast() const { return fast_; }
+
+  // Makes a block of at most 65280 bytes of input in `output`, which has room for 65536. `tables` serve the fast
+  // path alone, and may be null.
   // The size of the block, or -1 when it cannot be made.
-  int compress(const uint8_t* input, size_t size, uint8_t* output);
+  int compress(const uint8_t* input, size_t size, uint8_t* output, const FastLzTables* tables = nullptr);
 
  private:
-  size_t deflateFast(const uint8_t* input, size_t size, uint8_t* output, size_t room);
+  size_t deflateFast(const uint8_t* input, size_t size, uint8_t* output, size_t room,
+                     const FastLzTables* tables);
   size_t deflatePlain(const uint8_t* input, size_t size, uint8_t* output, size_t room);
 
   struct Free {

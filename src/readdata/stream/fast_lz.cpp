@@ -7,7 +7,8 @@
 
 namespace {
 
-constexpr int kLevel = 1;
+constexpr int kOwnCodesLevel = 1;
+constexpr int kGivenCodesLevel = 0;
 constexpr uint32_t kLevelBufferSize = ISAL_DEF_LVL1_LARGE;
 
 void drain(LZ_Stream2* state) {
@@ -42,9 +43,20 @@ LZ_Stream2::LZ_Stream2() : matcher(new isal_zstream), level_buffer(new uint8_t[k
 
 LZ_Stream2::~LZ_Stream2() = default;
 
-void LZ_Stream2::reset() {
+FastLzTables::FastLzTables(const uint8_t* sample, size_t size) : tables_(new isal_hufftables) {
+  auto histogram = std::make_unique<isal_huff_histogram>();
+  memset(histogram.get(), 0, sizeof *histogram);
+  isal_update_histogram(const_cast<uint8_t*>(sample), static_cast<int>(size), histogram.get());
+  if (isal_create_hufftables(tables_.get(), histogram.get()) != 0) tables_.reset();
+}
+
+FastLzTables::~FastLzTables() = default;
+
+void LZ_Stream2::reset(const FastLzTables* tables) {
   isal_deflate_init(matcher.get());
-  matcher->level = kLevel;
+  isal_hufftables* codes = tables != nullptr ? tables->get() : nullptr;
+  matcher->level = codes != nullptr ? kGivenCodesLevel : kOwnCodesLevel;
+  if (codes != nullptr) isal_deflate_set_hufftables(matcher.get(), codes, IGZIP_HUFFTABLE_CUSTOM);
   matcher->level_buf = level_buffer.get();
   matcher->level_buf_size = kLevelBufferSize;
   matcher->flush = NO_FLUSH;

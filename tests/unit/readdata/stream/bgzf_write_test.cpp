@@ -10,6 +10,7 @@
 #include "base/host.h"
 #include "base/thread_coop.h"
 #include "readdata/stream/bgzf_handle.h"
+#include "readdata/stream/fast_lz.h"
 #include "temp_folder.h"
 #include "zlib_blocks.h"
 
@@ -52,13 +53,17 @@ std::string written(const std::string& path, const char* mode, const std::string
   return fileBytes(path);
 }
 
+// For a few blocks: in a short file the fast path takes new codes from blocks 0, 1, 2, 4 and so on.
 std::string asBlocks(const std::string& bytes, int level, bool fast) {
   BlockCompressor compressor(level, fast);
+  std::unique_ptr<FastLzTables> tables;
   std::string file, block(65536, 0);
-  for (size_t at = 0; at < bytes.size(); at += 65280) {
+  for (size_t at = 0, index = 0; at < bytes.size(); at += 65280, ++index) {
     size_t count = std::min<size_t>(65280, bytes.size() - at);
-    int size = compressor.compress(reinterpret_cast<const uint8_t*>(bytes.data()) + at, count,
-                                   reinterpret_cast<uint8_t*>(block.data()));
+    auto* input = reinterpret_cast<const uint8_t*>(bytes.data()) + at;
+    if (compressor.fast() && (index & (index - 1)) == 0)
+      tables = std::make_unique<FastLzTables>(input, count);
+    int size = compressor.compress(input, count, reinterpret_cast<uint8_t*>(block.data()), tables.get());
     file.append(block, 0, static_cast<size_t>(size));
   }
   return file + endMarker();
