@@ -122,6 +122,8 @@ std::vector<TargetEntry> listEntries(const RunInputs& run) {
   if (!run.intervals) return wholeContigs(run.contigs);
   IntervalMap regions;
   run.intervals->append_to(regions);
+  for (const Interval& region : regionsOutside(run.contigs, regions))
+    fprintf(stderr, "Interval %s is outside of its contig, ignored\n", toText(region).c_str());
   std::vector<TargetEntry> entries = clipToContigs(run.contigs, regions);
   for (const auto& [contig, unused] : regions)
     fprintf(stderr, "Unknown contig %s, ignored\n", contig.c_str());

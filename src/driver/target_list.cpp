@@ -2,11 +2,23 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 std::vector<TargetEntry> wholeContigs(const std::vector<Contig>& contigs) {
   std::vector<TargetEntry> entries;
   for (const Contig& contig : contigs) entries.push_back({contig, 0});
   return entries;
+}
+
+std::vector<Interval> regionsOutside(const std::vector<Contig>& contigs, const IntervalMap& regions) {
+  std::vector<Interval> outside;
+  for (const Contig& contig : contigs) {
+    auto found = regions.find(contig.contig);
+    if (found == regions.end()) continue;
+    std::copy_if(found->second.begin(), found->second.end(), std::back_inserter(outside),
+                 [&contig](const Interval& region) { return region.start >= contig.end; });
+  }
+  return outside;
 }
 
 std::vector<TargetEntry> clipToContigs(const std::vector<Contig>& contigs, IntervalMap& regions) {

@@ -12,6 +12,9 @@
 // One entry per contig, the whole of it.
 std::vector<TargetEntry> wholeContigs(const std::vector<Contig>& contigs);
 
+// The regions that begin at or behind the end of their contig.
+std::vector<Interval> regionsOutside(const std::vector<Contig>& contigs, const IntervalMap& regions);
+
 // The regions that lie on the contigs, in contig order, cut at the contig's ends; those wholly outside are
 // dropped. A contig's regions are sorted and apart from each other. They leave `regions`: what remains there
 // is on no contig.
