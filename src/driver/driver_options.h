@@ -17,6 +17,10 @@
 // --progress: set once while the command line is parsed.
 extern int progress_enabled;
 
+// --debug is raised by this when some input cannot tell its reads; per-shard lines of a level above it leave
+// them out.
+inline constexpr int kDebugWithoutReads = 10;
+
 enum class InterPolicy { kLeast, kMost, kRandom };
 enum class IntraPolicy { kFirst, kLast, kRandom };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <stdexcept>
 #include <sys/sysinfo.h>
@@ -89,7 +90,6 @@ AlgoStack buildAlgos(const CommandLine& line, DriverContext& context, std::strin
 // An input that cannot tell its number of reads keeps the count out of the summary and out of the per-shard
 // lines.
 void summarizeReads(RunInputs& run, std::string& summary) {
-  constexpr int kDebugWithoutReads = 10;
   const bool all_counted = std::all_of(run.handles.begin(), run.handles.end(),
                                        [](const auto& handle) { return handle->hasReadCount(); });
   if (all_counted)
@@ -98,12 +98,34 @@ void summarizeReads(RunInputs& run, std::string& summary) {
     run.options.debug = std::min(run.options.debug, INT_MAX - kDebugWithoutReads) + kDebugWithoutReads;
 }
 
-void startWorker(thread_coop& pool, const DriverOptions& options, std::function<void()> body) {
+// Leaves without destructors, which would finish outputs and wait for threads.
+template <class Work>
+void exitAtOnceOnFailure(Work work) {
+  int status;
   try {
-    pool.addWorker(std::move(body));
+    return work();
+  } catch (const ExitRun& exit) {
+    status = exit.status;
+  } catch (const std::exception& failure) {
+    fprintf(stderr, "%s\n", failure.what());
+    status = 1;
+  }
+  fflush(stderr);
+  _exit(status);
+}
+
+// Runs `start`, which starts a thread, and says how many threads were wanted when there are no more to be had.
+template <class Start>
+void startThread(const DriverOptions& options, Start start) {
+  try {
+    start();
   } catch (const std::system_error& failure) {
     throw std::runtime_error(format("Failed to start %d threads: %s", options.thread_count, failure.what()));
   }
+}
+
+void startWorker(thread_coop& pool, const DriverOptions& options, std::function<void()> body) {
+  startThread(options, [&] { pool.addWorker(std::move(body)); });
 }
 
 // One phase of the algorithms' life, init or finish. It may hand work to the pool, so the other threads serve
@@ -117,13 +139,18 @@ void runPhase(const char* name, thread_coop& pool, const DriverOptions& options,
   pool.join();
 }
 
+void tellOutside(const std::vector<Contig>& contigs, const IntervalMap& regions) {
+  for (const Interval& region : regionsOutside(contigs, regions))
+    if (strcmp(region.contig, kNoCoor) != 0)
+      fprintf(stderr, "Interval %s is outside of its contig, ignored\n", toText(region).c_str());
+}
+
 // The entries of the contig or interval list, which the targets point into.
 std::vector<TargetEntry> listEntries(const RunInputs& run) {
   if (!run.intervals) return wholeContigs(run.contigs);
   IntervalMap regions;
   run.intervals->append_to(regions);
-  for (const Interval& region : regionsOutside(run.contigs, regions))
-    fprintf(stderr, "Interval %s is outside of its contig, ignored\n", toText(region).c_str());
+  tellOutside(run.contigs, regions);
   std::vector<TargetEntry> entries = clipToContigs(run.contigs, regions);
   for (const auto& [contig, unused] : regions)
     fprintf(stderr, "Unknown contig %s, ignored\n", contig.c_str());
@@ -132,6 +159,7 @@ std::vector<TargetEntry> listEntries(const RunInputs& run) {
 
 std::vector<Target> listTargets(const RunInputs& run, const std::vector<TargetEntry>& entries) {
   if (!run.options.sharded) return wholeTargets(entries);
+  tellOutside(run.contigs, run.options.shards);
   for (const auto& [contig, unused] : run.options.shards)
     if (contig != kNoCoor && !run.contig_map.count(contig))
       fprintf(stderr, "Unknown contig %s, ignored\n", contig.c_str());
@@ -142,12 +170,16 @@ void execute(const RunInputs& run, std::vector<Target> targets, const std::vecto
              thread_coop& pool) {
   TimerScope scope(timer("execute"));
   Sharder sharder(std::move(targets), run.options);
-  std::thread merger(Merger(sharder, algos));
+  std::thread merger;
   std::vector<std::unique_ptr<Walker>> walkers;
-  for (int i = 0; i < run.options.thread_count; ++i) {
-    walkers.push_back(std::make_unique<Walker>(sharder, run, algos, &pool, i));
-    startWorker(pool, run.options, [walker = walkers.back().get()] { (*walker)(); });
-  }
+  // Once a thread is at work, nothing that it uses may be taken down.
+  exitAtOnceOnFailure([&] {
+    startThread(run.options, [&] { merger = std::thread(Merger(sharder, algos)); });
+    for (int i = 0; i < run.options.thread_count; ++i) {
+      walkers.push_back(std::make_unique<Walker>(sharder, run, algos, &pool, i));
+      startWorker(pool, run.options, [walker = walkers.back().get()] { (*walker)(); });
+    }
+  });
   pool.join();
   walkers.clear();
   merger.join();
@@ -180,22 +212,6 @@ void runAlgos(RunInputs& run, const std::vector<Algo*>& algos, thread_coop& pool
   runPhase("done", pool, run.options, [&] {
     for (Algo* algo : algos) algo->finish();
   });
-}
-
-// Leaves without destructors, which would finish outputs and wait for threads.
-template <class Work>
-void exitAtOnceOnFailure(Work work) {
-  int status;
-  try {
-    return work();
-  } catch (const ExitRun& exit) {
-    status = exit.status;
-  } catch (const std::exception& failure) {
-    fprintf(stderr, "%s\n", failure.what());
-    status = 1;
-  }
-  fflush(stderr);
-  _exit(status);
 }
 
 // The road of a run, in order. Everything up to the summary is done on this thread alone.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <poll.h>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -22,7 +23,11 @@ void writeProgressLine(const std::string& line) {
   if (also_stdin < 0) also_stdin = !isatty(0);
   // A listener that went away must not end the run, so a failed write is let go.
   if (write(2, line.data(), line.size()) < 0) return;
-  if (also_stdin && write(0, line.data(), line.size()) < 0) return;
+  // Nor may one that does not read: its line is dropped, where a write would wait.
+  pollfd listener{0, POLLOUT, 0};
+  if (also_stdin && poll(&listener, 1, 0) == 1 && (listener.revents & POLLOUT) &&
+      write(0, line.data(), line.size()) < 0)
+    return;
 }
 
 }  // namespace

@@ -13,9 +13,6 @@ namespace {
 // Reads without coordinates that are in memory at a time.
 constexpr size_t kNoCoorBatch = 100000;
 
-// Above this level of --debug some input cannot tell its reads, and the per-shard line leaves them out.
-constexpr int kDebugWithoutReads = 10;
-
 ResourceUse operator-(const ResourceUse& a, const ResourceUse& b) {
   return {a.user - b.user, a.system - b.system, a.real - b.real};
 }
