@@ -13,11 +13,9 @@
 //   finish               once, after the last merge
 //
 // Threads  engines run in parallel with each other and with merge(): what they share with the Algo is
-// constant during
-//          traversal or guarded by it.
+//          constant during traversal or guarded by it.
 // Errors   constructors throw std::invalid_argument whose text begins with the algorithm's name; anything
-// thrown later
-//          ends the process with that text.
+//          thrown later ends the process with that text.
 #pragma once
 
 #include <cstdint>

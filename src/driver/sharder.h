@@ -8,8 +8,8 @@
 // Units    capacities: number of shards, and bytes of results.
 // Owns     results between finishShard() and takeMergeable().
 // Threads  every public member may be called from any thread. The mutex of the base guards all fields; the
-// mutex of the
-//          progress line nests inside it. The walker at the frontier and the last active walker never wait.
+//          mutex of the progress line nests inside it. The walker at the frontier and the last active walker
+//          never wait.
 #pragma once
 
 #include <condition_variable>

@@ -1,7 +1,7 @@
 // block_codec.h - one BGZF block to and from the bytes in it.
 // Block    18 bytes of header (gzip with one extra subfield "BC" holding the block size minus 1), raw deflate
-// data,
-//          CRC-32 and size of the uncompressed bytes; all little endian; at most 65536 bytes either way.
+//          data, CRC-32 and size of the uncompressed bytes; all little endian; at most 65536 bytes either
+//          way.
 // Threads  an object belongs to one thread at a time.
 // Cost     memory is taken at the first use and kept; none per block.
 #pragma once

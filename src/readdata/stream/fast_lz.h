@@ -1,7 +1,6 @@
 // fast_lz.h - the fast raw-deflate compressor: speed first, a modest ratio. Needs cpu_has_fast_deflate().
 // Use      fill in the input and set end_of_stream; call with output room until finished() is true, giving
-// more room
-//          each time. All of a stream's input is given before the first call.
+//          more room each time. All of a stream's input is given before the first call.
 // Threads  a state belongs to one thread at a time.
 // Errors   fast_lz() returns false when the matcher refuses its arguments; there is no other failure.
 #pragma once
