@@ -116,7 +116,9 @@ void ParallelBamWriter::openOutput() {
 }
 
 void ParallelBamWriter::emptyOutput() {
-  if (isPlain() && ftruncate(fileno(file_.get()), 0) != 0) failWrite(errno);
+  // An empty file is left alone: file systems that were asked to cut a file write all of it out at its close.
+  if (isPlain() && sizeOf(file_.get(), output_) > 0 && ftruncate(fileno(file_.get()), 0) != 0)
+    failWrite(errno);
 }
 
 // Writes the header to a file of its own, to learn its end and the end marker, and copies it from there.
