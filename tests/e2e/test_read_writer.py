@@ -3,9 +3,11 @@
 import fcntl
 import hashlib
 import os
+import pathlib
 import resource
 import shutil
 import signal
+import struct
 import subprocess
 import time
 
@@ -323,13 +325,70 @@ def test_contigs_too_long_for_the_index(run, tmp_path):
               "SQ": [{"SN": "fine", "LN": 536870911}, {"SN": "long", "LN": 536870912}]}  # fmt: skip
     with pysam.AlignmentFile(str(path), "wb", header=header) as f:
         read = pysam.AlignedSegment(f.header)
-        read.query_name, read.flag, read.reference_id, read.reference_start = "r", 0, 0, 5
-        read.query_sequence, read.cigarstring = "ACGT", "4M"
+        read.query_name, read.flag, read.reference_id, read.reference_start = "r", 4, -1, -1
+        read.query_sequence = "ACGT"
         read.set_tag("RG", "g")
         f.write(read)
-    # An index of samtools cannot be made for it, but an empty one of the right shape passes.
+    # An index of samtools cannot be made for it, but without placed reads an empty one is right.
     (tmp_path / "long.bam.bai").write_bytes(b"BAI\1" + (2).to_bytes(4, "little") + bytes(16))
     result = run("-i", path, "--algo", "ReadWriter", "out.bam")
     assert result.returncode == 255
     assert result.stderr.splitlines()[-1].startswith("Contig long has 536870912 bases, more than the 536870911 ")
     assert not (tmp_path / "out.bam").exists()
+
+
+def index_of_contig(text, number):
+    """Where the contig's part of a .bai begins and ends."""
+    at = 8
+    for _ in range(number + 1):
+        begin = at
+        (bins,) = struct.unpack_from("<i", text, at)
+        at += 4
+        for _ in range(bins):
+            at += 8 + 16 * struct.unpack_from("<i", text, at + 4)[0]
+        at += 4 + 8 * struct.unpack_from("<i", text, at)[0]
+    return begin, at
+
+
+@pytest.mark.parametrize("shard", [None, "5000/1000"])
+@pytest.mark.parametrize("options", [[], ["--skip_no_coor"]])
+@pytest.mark.parametrize("contig", [0, 1])
+def test_index_without_the_reads_of_a_contig(run, sample, tmp_path, contig, options, shard):
+    reads = shutil.copy(sample.bam, tmp_path / "reads.bam")
+    text = pathlib.Path(f"{sample.bam}.bai").read_bytes()
+    begin, end = index_of_contig(text, contig)
+    pathlib.Path(f"{reads}.bai").write_bytes(text[:begin] + bytes(8) + text[end:])
+    refused(run, reads, ["--shard_param", shard] if shard else [], options)
+
+
+@pytest.mark.parametrize("change", ["empty", "begin", "end"])
+def test_index_with_a_changed_chunk(run, sample, tmp_path, change):
+    reads = shutil.copy(sample.bam, tmp_path / "reads.bam")
+    text = bytearray(pathlib.Path(f"{sample.bam}.bai").read_bytes())
+    place = 8 + 4 + 8  # of the first contig's first chunk
+    begin, end = struct.unpack_from("<QQ", text, place)
+    changed = {"empty": (begin, begin), "begin": (begin + 300, end), "end": (begin, begin + 300)}[change]
+    struct.pack_into("<QQ", text, place, *changed)
+    pathlib.Path(f"{reads}.bai").write_bytes(text)
+    refused(run, reads, [], [])
+
+
+@pytest.mark.parametrize("shard", [None, "5000/1000", "999/100"])
+@pytest.mark.parametrize("kept", [1, 500, 2000])
+def test_index_of_a_shorter_version(run, sample, tmp_path, kept, shard):
+    short, reads = tmp_path / "short.bam", tmp_path / "reads.bam"
+    with pysam.AlignmentFile(str(sample.bam)) as f, pysam.AlignmentFile(str(short), "wb", template=f) as out:
+        for _, read in zip(range(kept), f):
+            out.write(read)
+    pysam.index(str(short))
+    shutil.copy(sample.bam, reads)
+    shutil.move(f"{short}.bai", f"{reads}.bai")
+    refused(run, reads, ["--shard_param", shard] if shard else [], ["--skip_no_coor"])
+
+
+def refused(run, reads, shard, options):
+    result = run("-i", reads, *shard, "--algo", "ReadWriter", *options, "copy.bam")
+    assert result.returncode != 0
+    last = result.stderr.splitlines()[-1]
+    assert last.startswith(f"Index {reads}.bai does not cover BAM file {reads}: ") and "build it anew" in last
+    assert not os.path.exists(os.path.join(os.path.dirname(reads), "copy.bam"))

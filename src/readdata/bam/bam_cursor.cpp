@@ -29,6 +29,7 @@ class BAMImpl::Cursor final : public BAMHandle::FetchState {
   uint64_t lastChunkEnd();
   [[noreturn]] void failTruncated() const;
   [[noreturn]] void failForeign() const;
+  [[noreturn]] void failBehind() const;
 
   BAMImpl& handle_;
   int32_t contig_ = -1;
@@ -63,6 +64,12 @@ void BAMImpl::Cursor::failForeign() const {
                            " where its index " + handle_.index->path + " promises " +
                            (contig_ < 0 ? "reads without coordinates" : handle_.header->names[contig_]) +
                            ": not sorted, or the index of another file");
+}
+
+void BAMImpl::Cursor::failBehind() const {
+  throw std::runtime_error("BAM file " + handle_.path + " has " + handle_.placeText(current) +
+                           " behind the last one of " + handle_.header->names[contig_] + " that its index " +
+                           handle_.index->path + " knows: not sorted, or the index of another file");
 }
 
 void BAMImpl::Cursor::checkOrder() {
@@ -120,6 +127,7 @@ bool BAMImpl::Cursor::nextRecord() {
       if (gap_ == 0) gap_ = at;
       at = chunks_[chunk_].begin;
       seekTo(at);
+      handle_.sought_by_index_ = true;
     }
   }
   return false;
@@ -146,6 +154,7 @@ bool BAMImpl::Cursor::nextPlaced() {
       if (!open_end_ || record_offset_ < lastChunkEnd()) failForeign();
       return stop(record_offset_, true);
     }
+    if (open_end_ && record_offset_ >= lastChunkEnd()) failBehind();
     auto pos = static_cast<uint32_t>(current.pos);
     if (pos >= end_) {
       // The chunks of wide bins may begin far behind the range. What stands between is known to a lookup only.
@@ -215,7 +224,10 @@ bool BAMImpl::Cursor::seek(int32_t contig, uint32_t start, uint32_t end) {
   handle_.index->query(contig, start, end, chunks_);
   chunk_ = 0;
   fresh_ = true;
-  if (!chunks_.empty()) seekTo(chunks_[0].begin);
+  if (!chunks_.empty()) {
+    seekTo(chunks_[0].begin);
+    handle_.sought_by_index_ = true;
+  }
   return readNext();
 }
 
@@ -236,6 +248,7 @@ void BAMImpl::seekUnmapped() {
   uint64_t from = index != nullptr ? index->firstUnmappedOffset() : 0;
   if (from == 0) from = records_begin_;
   if (io->seek(static_cast<int64_t>(from), SEEK_SET) < 0) fail();
+  sought_by_index_ = index != nullptr;
   bam_record record;
   uint64_t at;
   do {

@@ -11,6 +11,7 @@
 #include <unordered_set>
 
 #include "base/text.h"
+#include "readdata/bam/bam_index_check.h"
 
 namespace {
 
@@ -184,7 +185,12 @@ int64_t BAMImpl::headerLength() {
 void BAMImpl::failRecord(const char* reason) const {
   std::string io_reason = io->error_text();
   if (reason == nullptr) reason = io_reason.empty() ? "the file ends inside a record" : io_reason.c_str();
-  fprintf(stderr, "Failed to read from %s: corrupted or truncated\n(%s)\n", path.c_str(), reason);
+  if (sought_by_index_)
+    fprintf(stderr,
+            "Failed to read from %s: corrupted or truncated, or its index %s is that of another file\n(%s)\n",
+            path.c_str(), index->path.c_str(), reason);
+  else
+    fprintf(stderr, "Failed to read from %s: corrupted or truncated\n(%s)\n", path.c_str(), reason);
   throw std::runtime_error("file read error");
 }
 
@@ -241,6 +247,7 @@ int64_t BAMImpl::readRecord(bam_record& record) {
   if (reason != nullptr) failRecord(reason);
   checkPlace(record);
   normalise_cigar(record);
+  sought_by_index_ = false;
   return size;
 }
 
@@ -300,6 +307,7 @@ void BAMImpl::setIndex(std::shared_ptr<const BamIndex> index) {
           if (chunk.begin < records_begin_) refuse("it has reads inside the header");
       }
     }
+    checkIndexCovers(static_cast<BAMImpl&>(*clone()), *index, records_begin_);
   }
   this->index = std::move(index);
 }

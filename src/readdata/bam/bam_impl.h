@@ -32,13 +32,16 @@ class BAMImpl final : public BAMHandle {
   uint64_t tell() const override;
   void flush() override;
   void setIndexBuilder(BamIndexHelper* helper) override;
-  // Throws std::invalid_argument, naming both files, for the index of another file.
+  // Throws std::invalid_argument, naming both files, for the index of another file and for one that does not
+  // cover this one.
   void setIndex(std::shared_ptr<const BamIndex> index) override;
   int64_t tailSize() const override { return BGZFHandle::kEofSize; }
   const char* indexSuffix() const override { return ".bai"; }
   uint64_t readCount() const override;
   bool hasReadCount() const override { return true; }
   std::unique_ptr<FetchState> newFetchState() override;
+
+  std::string placeText(const bam_record& record) const;  // "read NAME at CONTIG:POS", for messages
 
   BGZFHandle& bgzf() { return static_cast<BGZFHandle&>(*io); }
   const BGZFHandle& bgzf() const { return static_cast<const BGZFHandle&>(*io); }
@@ -52,9 +55,9 @@ class BAMImpl final : public BAMHandle {
   [[noreturn]] void failRecord(const char* reason) const;
   void readData(bam_record& record, size_t length);
   void checkPlace(const bam_record& record) const;
-  std::string placeText(const bam_record& record) const;  // "read NAME at CONTIG:POS", for messages
 
   BamIndexHelper* index_builder_ = nullptr;
-  uint64_t records_begin_ = 0;  // virtual offset behind the header
-  int exceptions_ = 0;          // in flight at the opening
+  uint64_t records_begin_ = 0;    // virtual offset behind the header
+  int exceptions_ = 0;            // in flight at the opening
+  bool sought_by_index_ = false;  // no record was read since the index told where to go
 };
