@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr uint32_t kFirstNarrowBin = 4681;  // of one window
+
 std::string offsetText(uint64_t offset) {
   return format("%llu/%u", static_cast<unsigned long long>(offset >> 16),
                 static_cast<unsigned>(offset & 0xffff));
@@ -36,6 +38,7 @@ class CoverCheck {
   bool samePlace(uint64_t a, uint64_t b) { return a == b || behindNextByte(a) == behindNextByte(b); }
   void checkContig(size_t number);
   void checkSpan(const BamIndex::ContigIndex& contig, const std::string& name, uint64_t first, uint64_t last);
+  void checkWindows(const BamIndex::ContigIndex& contig, const std::string& name) const;
   void checkEnd();
 
   BAMImpl& probe_;
@@ -65,7 +68,22 @@ void CoverCheck::checkContig(size_t number) {
     end_ = std::max(end_, chunk.end);
     last = std::max(last, chunk.end);
   }
+  if (last > 0) checkWindows(contig, name);
   if (contig.has_counts) checkSpan(contig, name, chunks_.empty() ? 0 : chunks_.front().begin, last);
+}
+
+// The windows' offsets never fall, and the reads of the narrowest bins begin at or behind that of their window.
+void CoverCheck::checkWindows(const BamIndex::ContigIndex& contig, const std::string& name) const {
+  uint64_t last = 0;
+  for (size_t window = 0; window < contig.linear.size(); ++window) {
+    uint64_t offset = contig.linear[window];
+    if (offset == 0) continue;  // as some writers tell a window without reads
+    auto bin = contig.bins.find(kFirstNarrowBin + static_cast<uint32_t>(window));
+    bool leaves_out = bin != contig.bins.end() && !bin->second.empty() && offset > bin->second.front().begin;
+    if (offset < last || offset >= end_ || leaves_out)
+      fail(format("window %zu of contig %s leaves out reads", window, name.c_str()));
+    last = offset;
+  }
 }
 
 void CoverCheck::checkSpan(const BamIndex::ContigIndex& contig, const std::string& name, uint64_t first,

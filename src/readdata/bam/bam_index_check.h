@@ -9,7 +9,8 @@ class BamIndex;
 // The chunks of all contigs, in the order of the contigs, must follow each other without a gap from
 // `records_begin`, the virtual offset behind the header, to the last one, with nothing placed behind it.
 // Where an offset has two spellings (the end of a block and the beginning of the next) either will do. The
-// pseudo bins must agree with the chunks. A change that another bin's chunk covers up is not seen here.
+// pseudo bins and the windows of the linear index must agree with the chunks. A change that another bin's
+// chunk covers up is not seen here.
 //
 // `probe` is an open handle with its header, whose position is lost; one record is read from it.
 // Errors  std::invalid_argument that names both files.

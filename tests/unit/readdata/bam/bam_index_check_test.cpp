@@ -159,6 +159,12 @@ TEST_F(IndexCheck, GapsAndEnds) {
       {"chunks gone, counts left", [](BamIndex& index) { index.contigs[5].bins.clear(); }, "counts reads"},
       {"first read left out", [](BamIndex& index) { ++index.contigs[4].first_offset; }, "contig wide"},
       {"last read left out", [](BamIndex& index) { --index.contigs[4].last_offset; }, "contig wide"},
+      {"window behind all reads",
+       [](BamIndex& index) { index.contigs[2].linear.back() = index.contigs[2].lastChunkEnd(); },
+       "of contig small leaves out"},
+      {"window behind the next",
+       [](BamIndex& index) { index.contigs[0].linear[3] = index.contigs[0].linear.back(); },
+       "of contig big leaves out"},
       {"empty chunk",
        [](BamIndex& index) {
          Chunk& chunk = index.contigs[0].bins.begin()->second[0];
