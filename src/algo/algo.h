@@ -2,6 +2,7 @@
 // engines, and the partial results that travel from engine to merge.
 //
 //   constructor          once, main thread: parse, refuse; opens nothing
+//   outputs              once, main thread: names the files that will be written; checked before any init
 //   init                 once, before traversal: open outputs and side inputs
 //   newEngine            once per walker
 //     startShard         per shard, on the walker
@@ -27,12 +28,21 @@
 #include "algo/algo_option.h"
 #include "algo/driver_context.h"
 
+// A file that a run will write.
+struct OutputFile {
+  std::string path;
+  bool has_shard_files = false;  // path_N is replaced and removed on the way, N a number from -1 up
+};
+
 class Algo {
  public:
   class Engine;
   class Result;
 
   virtual ~Algo() = default;
+  // Every file that this algorithm will create, empty or replace, so that none of them is an input or another
+  // algorithm's.
+  virtual std::vector<OutputFile> outputs() const { return {}; }
   virtual void init();  // checks the mode; an overriding version calls it first
   // Takes the content of `result` (null: nothing to do) and deletes it.
   virtual void merge(const Shard& shard, Result* result) = 0;

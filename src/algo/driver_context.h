@@ -19,6 +19,7 @@ struct DriverContext {
   FastaFile* reference = nullptr;           // null without -r
   ReadCache* reads = nullptr;               // null without -i
   const IntervalList* intervals = nullptr;  // null without --interval
+  std::string interval_file;                // of --interval, empty when that was no file; main context only
   std::string command_line;                 // argv[0] and the driver's own arguments, up to the first --algo
   thread_coop* pool = nullptr;
 };

@@ -1,12 +1,13 @@
-// output_check.h - inputs are never written to: the check that outputs are not files of the run's input.
+// output_check.h - what a run writes is no file of its input, and no two of its outputs are one file.
 #pragma once
 
-#include <string>
+#include <vector>
 
-#include "algo/driver_context.h"
+#include "algo/algo.h"
 
-// Throws std::invalid_argument, text beginning with `algo_name`, when a file that is about to be written (the
-// output, its index, or output_N, the temporary file of a shard) is an input of the run, the index of one, or
-// the reference or its index: the same file under whatever name.
-void refuseInputsAsOutput(const std::string& algo_name, const DriverContext& context,
-                          const std::string& output, const std::string& index);
+// Holds the outputs that `algos` declare against the inputs of the run (reads, reference, their indexes, the
+// file of intervals) and against each other, those of one algorithm included. To be called before the first
+// init(), which empties its outputs. Files are compared, not names: links are followed, folders are told
+// apart by their inodes, and an output need not exist yet. Devices and pipes may be written to by several.
+// Throws std::invalid_argument, text beginning with the algorithm's name, at the first clash.
+void refuseOutputClashes(const DriverContext& context, const std::vector<Algo*>& algos);

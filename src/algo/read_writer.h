@@ -13,6 +13,7 @@ class ReadWriter : public Algo {
   ReadWriter(DriverContext* context, int count, const char* const args[]);
   ~ReadWriter() override;
 
+  std::vector<OutputFile> outputs() const override;
   void init() override;
   void merge(const Shard& shard, Algo::Result* result) override;
   Algo::Engine* newEngine(DriverContext* context, int index) override;

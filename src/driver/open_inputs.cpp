@@ -14,8 +14,9 @@ void loadIntervals(RunInputs& run) {
   if (!options.interval) return;
   const char* value = options.interval->c_str();
   run.intervals = std::make_unique<IntervalList>();
-  const bool loaded =
-      access(value, R_OK) == 0 ? run.intervals->load(value) : run.intervals->add_strings(value);
+  const bool is_file = access(value, R_OK) == 0;
+  if (is_file) run.interval_file = value;
+  const bool loaded = is_file ? run.intervals->load(value) : run.intervals->add_strings(value);
   if (!loaded) throw ExitRun{1};
   run.intervals->pad(options.interval_padding);
   run.intervals->merge();

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "algo/algo.h"
+#include "algo/output_check.h"
 #include "base/host.h"
 #include "base/log.h"
 #include "base/text.h"
@@ -258,13 +259,15 @@ void runSteps(int argc, char* argv[]) {
   if (run.options.mode != DriverContext::kNonTraversal) buildContigs(run);
 
   context.intervals = run.intervals.get();
+  context.interval_file = run.interval_file;
   AlgoStack algos = buildAlgos(line, context, summary);
+  std::vector<Algo*> stack;
+  for (const auto& algo : algos) stack.push_back(algo.get());
+  refuseOutputClashes(context, stack);
   summarizeReads(run, summary);
   log_text("%s", summary.c_str());
   summary.clear();
 
-  std::vector<Algo*> stack;
-  for (const auto& algo : algos) stack.push_back(algo.get());
   exitAtOnceOnFailure([&] {
     runAlgos(run, stack, pool, summary);
     for (auto& algo : algos) algo.reset();

@@ -19,6 +19,7 @@
 struct RunInputs {
   DriverOptions options;
   std::string command_line;                         // argv[0] and the arguments before the first --algo
+  std::string interval_file;                        // of --interval; empty when that was no file
   std::unique_ptr<IntervalList> intervals;          // padded and merged; null without --interval
   std::unique_ptr<FastaFile> reference;             // null without -r
   std::vector<std::unique_ptr<BAMHandle>> handles;  // in the order of -i

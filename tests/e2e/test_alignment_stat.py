@@ -152,7 +152,7 @@ def test_adapters_are_found_in_unmapped_reads(run, sample, tmp_path):
         (["-r", "{r}", "-i", "{i}", "--algo", "AlignmentStat", "--no", "a"], 1, "HsMetricAlgo: invalid option --no\n"),
         (["-r", "{r}", "-i", "{i}", "--algo", "AlignmentStat", "no/a"], 255, "cannot open file no/a, No such file or directory\n"),
         (["-r", "{r}", "-i", "{i}", "--algo", "AlignmentStat", "/dev/full"], 255, "Failed to write to file /dev/full, No space left on device\n"),
-        (["-r", "{r}", "-i", "{i}", "--algo", "AlignmentStat", "{r}"], 255,
+        (["-r", "{r}", "-i", "{i}", "--algo", "AlignmentStat", "{r}"], 1,
          "AlignmentStat: output file {r} would overwrite input file {r}\n"),
         (["-r", "{r}", "-i", "{i}", "--shard", "chr1:1-9", "--algo", "AlignmentStat", "a"], 255,
          "Algo AlignmentStat does not support sharded traversal mode\n"),

@@ -159,10 +159,6 @@ def test_two_copies_in_one_run(run, source, tmp_path):
     assert records_of(a) == records_of(b)
     assert (tmp_path / "a.bam.bai").stat().st_size == (tmp_path / "b.idx").stat().st_size
     assert not (tmp_path / "b.cram.bai").exists()
-    again = run("-t", 2, "-i", source[0], "--algo", "ReadWriter", a, "--algo", "ReadWriter", "./a.bam")
-    assert (again.returncode, again.stderr.splitlines()[-1]) == (
-        255, "Failed to write to file ./a.bam, another writer has it open")  # fmt: skip
-    assert not is_whole(a)
 
 
 @pytest.mark.parametrize(
@@ -253,9 +249,10 @@ def test_inputs_are_not_written_to(run, sample, tmp_path, name, kind, target):
     if name == "out.bam_0":  # the link goes, not what it leads to
         check_ok(result)
     else:
-        assert result.returncode == 255
+        assert result.returncode == 1
         last = result.stderr.splitlines()[-1]
-        assert last.startswith(f"ReadWriter: output file {output} would overwrite input file ")
+        at_fault = {"in": "in.bai", "out.bam.bai": "out.bam.bai"}.get(name, output)
+        assert last.startswith(f"ReadWriter: output file {at_fault} would overwrite input file ")
         assert os.listdir(tmp_path) == list(before)
     for path, known in before.items():
         if path != "out.bam_0":

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "algo/output_check.h"
 #include "base/timer.h"
 
 namespace {
@@ -103,7 +102,6 @@ void ReadMetricsAlgo::takeOutput(const std::vector<const char*>& positional) {
 
 void ReadMetricsAlgo::init() {
   Algo::init();
-  refuseInputsAsOutput(name, *context, output_, output_);
   total_ = factory_->create();
   file_ = fopen(output_.c_str(), "w");
   if (!file_) throw std::invalid_argument("cannot open file " + output_ + ", " + strerror(errno));

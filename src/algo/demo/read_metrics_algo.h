@@ -17,6 +17,7 @@ class ReadMetricsAlgo : public Algo {
 
   ~ReadMetricsAlgo() override;
 
+  std::vector<OutputFile> outputs() const override { return {{output_}}; }
   void init() override;  // creates the output file, so that a bad name is told before the traversal
   void merge(const Shard& shard, Algo::Result* result) override;
   Algo::Engine* newEngine(DriverContext* context, int index) override;

@@ -38,20 +38,21 @@ FastaFile::FastaFile(const std::string& path) : path_(path) {
   }
   std::unique_ptr<FILE, int (*)(FILE*)> guard(stream_, fclose);
   if (!startIsValid()) refuse();
-  std::string index_path = findIndex();
-  if (index_path.empty()) refuse();
+  index_path_ = findIndex();
+  if (index_path_.empty()) refuse();
   auto index = std::make_shared<FastaIndex>();
   struct stat status;
   if (fstat(fileno(file_.get()), &status) != 0) {
     fprintf(stderr, "Failed to open FASTA file %s: %s\n", path.c_str(), strerror(errno));
     refuse();
   }
-  if (!index->load(index_path, status.st_size)) refuse();
+  if (!index->load(index_path_, status.st_size)) refuse();
   index_ = std::move(index);
   guard.release();
 }
 
-FastaFile::FastaFile(const FastaFile& other) : path_(other.path_), index_(other.index_), file_(other.file_) {
+FastaFile::FastaFile(const FastaFile& other)
+    : path_(other.path_), index_path_(other.index_path_), index_(other.index_), file_(other.file_) {
   if (openStream()) return;
   fprintf(stderr, "Failed to open FASTA file %s: %s\n", path_.c_str(), strerror(errno));
   throw std::invalid_argument("Invalid input file");

@@ -36,6 +36,7 @@ class FastaFile {
   const FastaIndexEntry* entry(const std::string& name) const;  // null for an unknown contig
   std::vector<Contig> contigs() const;                          // in file order; names point into the index
   const std::string& path() const { return path_; }
+  const std::string& index_path() const { return index_path_; }
 
  private:
   static constexpr uint64_t kNowhere = UINT64_MAX;
@@ -45,7 +46,7 @@ class FastaFile {
   std::string findIndex() const;
   bool seekTo(uint64_t position);
 
-  std::string path_;
+  std::string path_, index_path_;
   std::shared_ptr<const FastaIndex> index_;
   std::shared_ptr<FILE> file_;    // shared for its descriptor only
   FILE* stream_ = nullptr;        // reads that descriptor at a position of its own
