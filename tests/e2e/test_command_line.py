@@ -291,6 +291,18 @@ def test_interval_files_and_padding(run, sample, tmp_path):
         assert f"contig: 2 intervals {bases} bases\n" in result.stderr
 
 
+@pytest.mark.parametrize("path", ["pipe", "/dev/zero"])
+def test_pipes_and_devices_are_no_inputs(run, sample, tmp_path, path):
+    """A pipe that nobody writes to must not hold the run up, nor a device without an end."""
+    os.mkfifo(tmp_path / "pipe")
+    for args, told in (
+        (["-i", sample.bam, "--interval", path], f"Failed to open file {path}: Illegal seek\n"),
+        (["-i", sample.bam, "-r", path], f"Failed to open FASTA file {path}: Illegal seek\nInvalid input file\n"),
+        (["-i", path], f"Failed to open {path}: Not a regular file\nInvalid input file\n"),
+    ):
+        check(run(*args, "--algo", "ReadWriter", "a.bam", timeout=20), 1, told)
+
+
 @pytest.mark.parametrize(
     "contigs, stderr",
     [

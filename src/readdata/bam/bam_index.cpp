@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/plain_file.h"
 #include "base/text.h"
 
 namespace {
@@ -272,11 +273,11 @@ std::shared_ptr<const BamIndex> BamIndex::load(const std::string& bam_path, int 
                                                int64_t contig_count) {
   if (build_mode > 1) return buildAndSave(bam_path);
   std::string name = indexName(bam_path);
-  File stream(fopen(name.c_str(), "rbe"));
+  File stream(open_plain_file(name.c_str()));
   struct stat status = {};
   if (stream != nullptr && (fstat(fileno(stream.get()), &status) != 0 || !S_ISREG(status.st_mode))) {
     stream.reset();
-    errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    errno = EISDIR;
   }
   if (stream == nullptr) {
     int number = errno;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/plain_file.h"
 #include "base/text.h"
 
 namespace {
@@ -44,7 +45,7 @@ int32_t toStat(const std::string& word) {
 }  // namespace
 
 bool GeneList::load(const char* path) {
-  std::unique_ptr<FILE, int (*)(FILE*)> stream(fopen(path, "r"), fclose);
+  std::unique_ptr<FILE, int (*)(FILE*)> stream(open_plain_file(path), fclose);
   if (!stream) {
     fprintf(stderr, "Failed to open RefSeq file %s, %s\n", path, strerror(errno));
     return false;

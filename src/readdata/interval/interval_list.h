@@ -24,7 +24,8 @@ class IntervalList {
   IntervalList(const IntervalList&) = delete;  // entries point to names that this list owns
   IntervalList& operator=(const IntervalList&) = delete;
 
-  bool load(const char* path);         // in place of what the list held
+  // In place of what the list held. The file is read twice, so a pipe or a device is refused.
+  bool load(const char* path);
   bool add_strings(const char* text);  // "contig:start-end,contig,...", added to what the list holds
   void pad(int64_t amount);            // bases on both sides; negative shrinks
   void merge();

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "base/plain_file.h"
 #include "base/text.h"
 #include "readdata/interval/interval_list.h"
 
@@ -109,7 +110,7 @@ bool IntervalList::load(const char* path) {
   per_contig_.clear();
   contig_index_.clear();
   total_ = 0;
-  std::unique_ptr<FILE, int (*)(FILE*)> stream(fopen(path, "r"), fclose);
+  std::unique_ptr<FILE, int (*)(FILE*)> stream(open_plain_file(path), fclose);
   if (!stream) {
     fprintf(stderr, "Failed to open file %s: %s\n", path, strerror(errno));
     return false;

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/plain_file.h"
 #include "readdata/stream/pread_stream.h"
 
 namespace {
@@ -29,7 +30,7 @@ void copyUpper(char* to, const char* from, size_t count) {
 
 FastaFile::FastaFile(const std::string& path) : path_(path) {
   auto refuse = [] { throw std::invalid_argument("Invalid input file"); };
-  file_.reset(fopen(path.c_str(), "r"), [](FILE* file) {
+  file_.reset(open_plain_file(path.c_str()), [](FILE* file) {
     if (file) fclose(file);
   });
   if (!file_ || !openStream()) {

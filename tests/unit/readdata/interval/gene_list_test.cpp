@@ -114,8 +114,10 @@ TEST(GeneList, TellsWhatCannotBeRead) {
   CaptureStderr();
   EXPECT_FALSE(list.load(none.c_str()));
   EXPECT_FALSE(list.load(inside.c_str()));
+  EXPECT_FALSE(list.load("/dev/zero"));
   EXPECT_EQ(GetCapturedStderr(), "Failed to open RefSeq file " + none + ", No such file or directory\n" +
-                                     "Failed to read RefSeq file " + inside + ", Is a directory\n");
+                                     "Failed to read RefSeq file " + inside + ", Is a directory\n" +
+                                     "Failed to open RefSeq file /dev/zero, Illegal seek\n");
 }
 
 TEST(GeneList, LinesHaveNoLengthLimit) {

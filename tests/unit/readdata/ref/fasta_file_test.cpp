@@ -285,10 +285,15 @@ TEST(FastaFile, RefusesWhatIsNoFile) {
   ASSERT_EQ(mkdir(folder_path.c_str(), 0700), 0);
   EXPECT_EQ(refusal(folder_path), "Failed to open FASTA file " + folder_path + ": Is a directory\n");
   EXPECT_EQ(refusal("/dev/zero"), "Failed to open FASTA file /dev/zero: Illegal seek\n");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);  // nobody writes to it
+  EXPECT_EQ(refusal(pipe), "Failed to open FASTA file " + pipe + ": Illegal seek\n");
 
   std::string path = folder.write("ref.fa", ">a\nA\n"), index = folder.path("ref.fa.fai");
   ASSERT_EQ(mkdir(index.c_str(), 0700), 0);
   EXPECT_EQ(refusal(path), "Error reading FASTA index file " + index + ": Is a directory\n");
+  ASSERT_EQ(rmdir(index.c_str()), 0);
+  ASSERT_EQ(mkfifo(index.c_str(), 0600), 0);
+  EXPECT_EQ(refusal(path), "Failed to open FASTA index file " + index + ": Illegal seek\n");
   if (geteuid() != 0) {
     ASSERT_EQ(chmod(path.c_str(), 0), 0);
     EXPECT_EQ(refusal(path), "Failed to open FASTA file " + path + ": Permission denied\n");
