@@ -103,7 +103,8 @@ bool IntervalList::checkReadContigs(const std::vector<Contig>& contigs) const {
   uint32_t before = 0;
   for (const Contig& other : contigs) {
     auto place = contig_index_.find(other.contig);
-    if (place == contig_index_.end()) {
+    // Contigs that add_strings() brought come behind those of the header.
+    if (place == contig_index_.end() || place->second >= header_contigs_.size()) {
       fprintf(stderr, "Contig %s in bam files is not in interval list file header\n", other.contig);
       return false;
     }

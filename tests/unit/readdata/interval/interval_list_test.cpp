@@ -127,6 +127,13 @@ TEST(IntervalList, TellsWhatCannotBeRead) {
   EXPECT_EQ(
       loaded.messages,
       "Failed to read header at line 1: Is a directory\nFailed to load intervals from file " + inside + "\n");
+  std::string pipe = folder.path("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);  // nobody writes to it
+  for (const std::string& path : {pipe, std::string("/dev/zero")}) {
+    loaded = load(list, path);
+    EXPECT_FALSE(loaded.good);
+    EXPECT_EQ(loaded.messages, "Failed to open file " + path + ": Illegal seek\n");
+  }
 }
 
 TEST(IntervalList, TargetOutOfBoundIsKeptWithAWarning) {
@@ -256,6 +263,17 @@ TEST(IntervalList, ChecksItsHeaderAgainstTheContigs) {
     EXPECT_TRUE(plain.check_contigs(c.contigs, c.relaxed));
     EXPECT_EQ(GetCapturedStderr(), c.message);
   }
+  // Contigs added by hand are not part of the header, however often the list grows.
+  std::string added;
+  for (int i = 0; i < 100; ++i) added += ",n" + std::to_string(i) + ":1-5";
+  ASSERT_TRUE(list.add_strings(added.c_str() + 1));
+  for (const char* name : {"n0", "n99"}) {
+    CaptureStderr();
+    EXPECT_FALSE(list.check_contigs({{"b", 0, 1000}, {name, 0, 0}}, true));
+    EXPECT_EQ(GetCapturedStderr(),
+              std::string("Contig ") + name + " in bam files is not in interval list file header\n");
+  }
+  EXPECT_TRUE(list.check_contigs({{"b", 0, 1000}, {"a", 0, 50}}, true));
 }
 
 }  // namespace
