@@ -155,8 +155,8 @@ void aux_append(bam_record& record, const char* tag, char type, size_t length, c
   record.l_aux += int32_t(kTagSize + length);
 }
 
-void strip_pg(bam_record& record) {
-  uint8_t* found = aux_find(record, "PG");
+void aux_delete_all(bam_record& record, const char* two_letter_tag) {
+  uint8_t* found = aux_find(record, two_letter_tag);
   if (!found) return;
   // One pass over the rest, however many there are; what cannot be walked stays as it is.
   uint8_t* const end = record.auxEnd();
@@ -165,7 +165,7 @@ void strip_pg(bam_record& record) {
   while (end - at > kTagSize) {
     int64_t size = aux_size(at + 2, end);
     if (size < 0) break;
-    const bool keep = memcmp(at, "PG", 2) != 0;
+    const bool keep = memcmp(at, two_letter_tag, 2) != 0;
     if (keep) memmove(to, at, size_t(kTagSize + size));
     if (keep) to += kTagSize + size;
     at += kTagSize + size;
@@ -174,4 +174,8 @@ void strip_pg(bam_record& record) {
   to += end - at;
   record.data_len -= int32_t(end - to);
   record.l_aux -= int32_t(end - to);
+}
+
+void strip_pg(bam_record& record) {
+  aux_delete_all(record, "PG");
 }

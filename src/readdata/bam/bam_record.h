@@ -141,6 +141,8 @@ void aux_delete(bam_record& record, uint8_t* type);  // null does nothing
 // Adds a tag at the end; `bytes` is the value without its type, with the zero of a text. Moves `data`, and
 // leaves room for l_seq letters behind it. `bytes` must not lie in `data`.
 void aux_append(bam_record& record, const char* tag, char type, size_t length, const void* bytes);
+// Removes every tag of that name, up to what cannot be walked, which stays as it is.
+void aux_delete_all(bam_record& record, const char* two_letter_tag);
 void strip_pg(bam_record& record);  // removes every tag PG
 
 // Removes `B` operators. Reference positions covered before and after a `B` become one: equal bases keep the

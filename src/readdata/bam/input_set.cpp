@@ -119,7 +119,8 @@ int32_t InputSet::translate(size_t index, bam_record& record) const {
   }
   const Group& group = groupOf(index, record);
   if (group.renamed) {
-    aux_delete(record, aux_find(record, "RG"));
+    // A second tag would be what readers that take the last one see.
+    aux_delete_all(record, "RG");
     aux_append(record, "RG", 'Z', group.id.size() + 1, group.id.c_str());
   }
   return group.index;

@@ -368,6 +368,32 @@ TEST(InputSet, TranslatesNumbersAndGroups) {
   }
 }
 
+TEST(InputSet, OneReadGroupTagIsLeftOfARenamedOne) {
+  Files files;
+  const std::string text = kHead + "@RG\tID:g\tSM:s\n@RG\tID:k\tSM:t\n";
+  files.add("a.bam", text).add("b.bam", kHead + "@RG\tID:g\tSM:u\n@RG\tID:k\tSM:t\n");
+  InputSet set(files.handles(), 1, true);
+  auto auxOf = [](const bam_record& record) { return std::string(record.aux(), record.auxEnd()); };
+  struct {
+    const char *what, *aux, *first, *second;  // the aux data of the record in either file afterwards
+  } const cases[] = {
+      {"two texts", "RGZg|RGZk|", "RGZg|RGZk|", "RGZg-dup-1|"},
+      {"one twice", "NMC1RGZg|XXZx|RGZg|", "NMC1RGZg|XXZx|RGZg|", "NMC1XXZx|RGZg-dup-1|"},
+      {"a letter behind", "RGZg|RGAqXXZRG|", "RGZg|RGAqXXZRG|", "XXZRG|RGZg-dup-1|"},
+      {"group that keeps its name", "RGZk|RGZg|", "RGZk|RGZg|", "RGZk|RGZg|"},
+  };
+  for (const auto& c : cases)
+    for (size_t file : {0, 1}) {
+      std::string aux = c.aux, expected = file == 0 ? c.first : c.second;
+      for (std::string* bytes : {&aux, &expected}) std::replace(bytes->begin(), bytes->end(), '|', '\0');
+      bam_record record = readBuilder("r").cigar("4M").auxBytes(aux).build();
+      record.ref_id = 0;
+      set.translate(file, record);
+      EXPECT_EQ(auxOf(record), expected) << c.what << " " << file;
+      EXPECT_EQ(record.l_aux, int32_t(expected.size())) << c.what << " " << file;
+    }
+}
+
 TEST(InputSet, RefusesRecordsThatDoNotFitTheFile) {
   Files files;
   files.add("a.bam", kHead + kGroup, {{"c1", 10}, {"c2", 20}});
