@@ -3,11 +3,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
+#include <memory>
 #include <stdexcept>
-#include <sys/stat.h>
-#include <unistd.h>
 
+#include "base/plain_file.h"
 #include "readdata/bam/bam_impl.h"
 
 namespace {
@@ -19,24 +18,10 @@ namespace {
 
 // The first bytes of a regular file, which is what an index can point into.
 size_t firstBytes(const std::string& path, void* buffer, size_t count) {
-  // A pipe would block the opening, were it not for O_NONBLOCK.
-  int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (descriptor < 0) failOpen(path, strerror(errno));
-  struct stat status = {};
-  ssize_t got = -1;
-  const char* reason = nullptr;
-  if (fstat(descriptor, &status) != 0) {
-    reason = strerror(errno);
-  } else if (S_ISDIR(status.st_mode)) {
-    reason = strerror(EISDIR);
-  } else if (!S_ISREG(status.st_mode)) {
-    reason = "Not a regular file";
-  } else {
-    got = pread(descriptor, buffer, count, 0);
-    if (got < 0) reason = strerror(errno);
-  }
-  close(descriptor);
-  if (reason != nullptr) failOpen(path, reason);
+  std::unique_ptr<FILE, int (*)(FILE*)> stream(open_plain_file(path.c_str()), fclose);
+  if (stream == nullptr) failOpen(path, errno == ESPIPE ? "Not a regular file" : strerror(errno));
+  size_t got = fread(buffer, 1, count, stream.get());
+  if (ferror(stream.get())) failOpen(path, strerror(errno));
   return got;
 }
 
@@ -61,6 +46,9 @@ std::unique_ptr<BAMHandle> open_read_source(const std::string& path, FastaFile* 
   bam->setReference(reference);
   if (bam->bgzf().has_eof() == 0)
     fprintf(stderr, "Warning: BAM file %s has no end marker, it may be truncated\n", path.c_str());
-  if (load_index) bam->setIndex(BamIndex::load(path, 0, static_cast<int64_t>(bam->header->contigCount())));
+  if (load_index) {
+    checkBaiContigs(*bam->header, path);
+    bam->setIndex(BamIndex::load(path, 0, static_cast<int64_t>(bam->header->contigCount())));
+  }
   return bam;
 }

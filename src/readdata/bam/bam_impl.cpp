@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <functional>
 #include <stdexcept>
-#include <string_view>
 #include <unordered_set>
 
 #include "base/text.h"
@@ -18,6 +18,30 @@ namespace {
 constexpr char kMagic[4] = {'B', 'A', 'M', 1};
 // Memory grows to this at once on the word of a file, and beyond only as fast as bytes arrive.
 constexpr size_t kFirstPiece = 65536;
+// Bytes of header text, and, apart from it, of contig names with what each contig takes besides. Far above
+// any real file's: a few MB of well packed zeros must not be worth gigabytes of memory.
+constexpr size_t kMaxHeader = size_t(256) << 20;
+constexpr size_t kContigCost = 64;
+
+// Tells whether a name has been there before. The names are those of a list that grows.
+class SeenNames {
+ public:
+  explicit SeenNames(const std::vector<std::string>& names) : seen_(16, Hash{&names}, Equal{&names}) {}
+  bool addLast() { return seen_.insert(static_cast<uint32_t>(names().size() - 1)).second; }
+
+ private:
+  struct Hash {
+    const std::vector<std::string>* names;
+    size_t operator()(uint32_t i) const { return std::hash<std::string>()((*names)[i]); }
+  };
+  struct Equal {
+    const std::vector<std::string>* names;
+    bool operator()(uint32_t i, uint32_t k) const { return (*names)[i] == (*names)[k]; }
+  };
+  const std::vector<std::string>& names() const { return *seen_.key_eq().names; }
+
+  std::unordered_set<uint32_t, Hash, Equal> seen_;
+};
 
 // First base of a bin.
 uint64_t binStart(uint32_t bin) {
@@ -123,15 +147,22 @@ void BAMImpl::readHeader() {
   int32_t text_length, contigs;
   readHeaderBytes(&text_length, sizeof text_length);
   if (text_length < 0) failHeader(format("text of %d bytes", text_length));
+  if (static_cast<size_t>(text_length) > kMaxHeader)
+    failHeader(format("text of %d bytes, more than %zu", text_length, kMaxHeader));
   readHeaderText(read->text, text_length);
   read->text.resize(read->text.find_last_not_of('\0') + 1);
   readHeaderBytes(&contigs, sizeof contigs);
   if (contigs < 0) failHeader(format("%d contigs", contigs));
   std::string name;
+  SeenNames seen(read->names);
+  size_t left = kMaxHeader;
   for (int32_t i = 0; i < contigs; ++i) {
     int32_t name_length, length;
     readHeaderBytes(&name_length, sizeof name_length);
     if (name_length < 2) failHeader(format("name of contig %d has %d bytes", i, name_length));
+    if (kContigCost + name_length > left)
+      failHeader(format("the list of %d contigs takes more than %zu bytes", contigs, kMaxHeader));
+    left -= kContigCost + name_length;
     readHeaderText(name, name_length);
     if (name.find('\0') != name.size() - 1) failHeader(format("name of contig %d does not end in zero", i));
     name.pop_back();
@@ -139,10 +170,8 @@ void BAMImpl::readHeader() {
     if (length < 0) failHeader(format("contig %s has %d bases", name.c_str(), length));
     read->names.push_back(name);
     read->lengths.push_back(length);
+    if (!seen.addLast()) failHeader("contig " + name + " is there twice");
   }
-  std::unordered_set<std::string_view> seen;
-  for (const std::string& known : read->names)
-    if (!seen.insert(known).second) failHeader("contig " + known + " is there twice");
   records_begin_ = tell();
   header = std::move(read);
 }

@@ -28,8 +28,8 @@ class BamIndexBase {
 bool bam_max_bin_disabled();
 
 // Refuses, as std::invalid_argument, a header with a contig longer than a .bai can number. For whoever is
-// about to write one.
-void checkBaiContigs(const bam_header& header);
+// about to write or to read one. The text names the contig, and `path`, that of the file, unless it is empty.
+void checkBaiContigs(const bam_header& header, const std::string& path = "");
 
 class BamIndex final : public BamIndexBase {
  public:

@@ -17,12 +17,12 @@ constexpr uint32_t kMaxBases = BamIndex::kMaxContigLength - 1;
 
 }  // namespace
 
-void checkBaiContigs(const bam_header& header) {
+void checkBaiContigs(const bam_header& header, const std::string& path) {
   for (size_t i = 0; i < header.contigCount(); ++i)
     if (header.lengths[i] > kMaxBases)
       throw std::invalid_argument(
-          format("Contig %s has %u bases, more than the %u that a .bai index can hold",
-                 header.names[i].c_str(), header.lengths[i], kMaxBases));
+          "Contig " + header.names[i] + (path.empty() ? "" : " of BAM file " + path) +
+          format(" has %u bases, more than the %u that a .bai index can hold", header.lengths[i], kMaxBases));
 }
 
 BamIndexHelper::BamIndexHelper(BamIndex& index, size_t contig_count, std::string path, uint64_t offset)

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "bam_files.h"
+#include "base/text.h"
 #include "base/timer.h"
 #include "temp_folder.h"
 
@@ -245,6 +246,44 @@ TEST(HostileBam, HeaderFields) {
   EXPECT_THAT(complaint(twice), HasSubstr("contig c is there twice"));
   std::string zero = folder.write("zero.bam", inBlocks(headerBytes({{std::string("a\0b", 3), 5}}, "")));
   EXPECT_THAT(complaint(zero), HasSubstr("does not end in zero"));
+}
+
+// Small files whose headers would take gigabytes.
+TEST(HostileBam, HeaderBombs) {
+  TempFolder folder;
+  const uint32_t most = 256u << 20;
+  auto start = [](uint32_t text, uint32_t contigs) {
+    return zlibBlock("BAM\1" + littleBytes(text, 4)) + (text > 0 ? "" : zlibBlock(littleBytes(contigs, 4)));
+  };
+  std::string same, numbered;
+  for (int i = 0; i < 6000; ++i) same += littleBytes(2, 4) + std::string("a\0", 2) + littleBytes(100, 4);
+  same = zlibBlock(same);
+  std::string many_same = start(0, 60000000), many = start(0, 300000);
+  for (int i = 0; i < 300; ++i) many_same += same;
+  for (uint32_t i = 0; i < 300000; ++i) {
+    numbered += littleBytes(1001, 4) + format("%01000u", i) + '\0' + littleBytes(100, 4);
+    if (i % 60 == 59) many += zlibBlock(numbered), numbered.clear();
+  }
+  const struct {
+    const char* what;
+    std::string file, message;
+    uint64_t memory;
+  } cases[] = {
+      {"text", start(most + 1, 0), "text of 268435457 bytes, more than 268435456", 8 << 20},
+      {"text at the limit", start(most, 0), "truncated file", 8 << 20},
+      {"name", start(0, 1) + zlibBlock(littleBytes(most, 4)),
+       "the list of 1 contigs takes more than 268435456 bytes", 8 << 20},
+      {"the same contig", many_same, "contig a is there twice", 8 << 20},
+      {"contigs", many, "the list of 300000 contigs takes more than 268435456 bytes", most * 3ull / 2},
+  };
+  for (const auto& c : cases) {
+    std::string path = folder.write("a.bam", c.file + endMarker());
+    uint64_t before = peak_memory();
+    std::string told = complaint(path);
+    EXPECT_THAT(told, HasSubstr(path)) << c.what;
+    EXPECT_THAT(told, HasSubstr(c.message)) << c.what;
+    EXPECT_LT(peak_memory() - before, c.memory) << c.what;
+  }
 }
 
 TEST(HostileBam, RecordFields) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <set>
 #include <stdexcept>
+#include <sys/stat.h>
 
 #include "bam_files.h"
 #include "readdata/bam/bam_impl.h"
@@ -256,6 +257,9 @@ TEST(BamIndex, LooksInTwoPlaces) {
   EXPECT_THAT(thrownBy([&] { BamIndex::load(odd, 0); }), HasSubstr("index file " + odd + ".bai, "));
   std::filesystem::create_directory(odd + ".bai");
   EXPECT_THAT(thrownBy([&] { BamIndex::load(odd, 0); }), HasSubstr("Is a directory"));
+  std::filesystem::remove(odd + ".bai");
+  ASSERT_EQ(mkfifo((odd + ".bai").c_str(), 0600), 0);  // nobody writes to it
+  EXPECT_THAT(thrownBy([&] { BamIndex::load(odd, 0); }), HasSubstr("Illegal seek"));
 }
 
 TEST(BamIndex, BuildsWhenAskedTo) {
@@ -376,6 +380,23 @@ TEST(CheckBaiContigs, NamesContigAndLimit) {
   std::string message = thrownBy([&] { checkBaiContigs(header); });
   EXPECT_THAT(message, HasSubstr("giant"));
   EXPECT_THAT(message, HasSubstr("536870911"));
+}
+
+// Reads behind 2^29 could not be found.
+TEST(CheckBaiContigs, InputsWithAnIndexAreBoundToo) {
+  TempFolder folder;
+  for (int32_t length : {536870911, 536870912}) {
+    RawRead read;
+    read.pos = length - 1;
+    std::string path = folder.write("a.bam", inBlocks(rawBam({{"c", length}}, {read})));
+    EXPECT_NO_THROW(open_read_source(path, nullptr, false));
+    bool fits = length == 536870911;
+    if (fits) BamIndex::build(path)->save(path + ".bai");  // and stays for the other length
+    EXPECT_EQ(thrownBy([&] { open_read_source(path, nullptr, true); }),
+              fits ? ""
+                   : "Contig c of BAM file " + path +
+                         " has 536870912 bases, more than the 536870911 that a .bai index can hold");
+  }
 }
 
 // --- hostile files ---
