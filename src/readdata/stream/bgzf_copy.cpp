@@ -83,7 +83,7 @@ int BGZFHandle::copyBlocks(BGZFHandle& source, uint64_t to, OffsetMap* map) {
 
 int BGZFHandle::copy(IOHandle& source, int64_t from, int64_t to, OffsetMap* map) {
   auto* other = dynamic_cast<BGZFHandle*>(&source);
-  if (other == nullptr || !writeMode() || !other->readMode()) {
+  if (other == nullptr || !writeMode() || !other->readMode() || (map != nullptr && parallel())) {
     fail(kUsage);
     return kWrongKind;
   }

@@ -48,7 +48,8 @@ class BGZFHandle final : public IOHandle {
   int64_t read_until(void* buffer, size_t limit, char delimiter) override;
   int flush() override;  // ends the block
   // Whole blocks of the region move uninflated. 0; -1 when `source` is no BGZFHandle or a handle is in the
-  // wrong mode, -2 for a failure of `source` (its error tells), -3 for a failure of this handle.
+  // wrong mode, -2 for a failure of `source` (its error tells), -3 for a failure of this handle. In parallel
+  // mode `map` must be null (else -1): it could only hold the block numbers that tell() gives.
   int copy(IOHandle& source, int64_t from, int64_t to, OffsetMap* map) override;
   int close() override;
   int error_code() const override;  // the bit set of ErrorKind

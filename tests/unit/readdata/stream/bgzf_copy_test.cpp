@@ -73,7 +73,9 @@ TEST(BgzfCopy, MovesAnyRegionAndMapsItsOffsets) {
         ASSERT_EQ(writer.set_parallel(parallel ? &pool : nullptr), 0);
         ASSERT_EQ(writer.write(head.data(), head.size()), 50000);
         OffsetMap map;
-        ASSERT_EQ(writer.copy(reader, static_cast<int64_t>(from), static_cast<int64_t>(to), &map), 0);
+        ASSERT_EQ(writer.copy(reader, static_cast<int64_t>(from), static_cast<int64_t>(to),
+                              parallel ? nullptr : &map),
+                  0);
         ASSERT_EQ(writer.write("tail", 4), 4);
         ASSERT_EQ(writer.close(), 0);
         size_t begin = source.starts[places[i].block] + places[i].inside;
@@ -152,6 +154,16 @@ TEST(BgzfCopy, TellsWhoFailed) {
   ASSERT_TRUE(writer.openFile(folder.path("out.gz").c_str(), "w"));
   ASSERT_TRUE(plain.openFile(good.c_str(), "r"));
   EXPECT_EQ(writer.copy(plain, 0, 10, nullptr), -1);
+
+  thread_coop pool;  // where blocks are made has no place for them yet that a map could tell
+  BGZFHandle reader, parallel;
+  OffsetMap map;
+  ASSERT_TRUE(reader.openFile(good.c_str(), "r"));
+  ASSERT_TRUE(parallel.openFile(folder.path("parallel.gz").c_str(), "w"));
+  ASSERT_EQ(parallel.set_parallel(&pool), 0);
+  EXPECT_EQ(parallel.copy(reader, middle, last, &map), -1);
+  EXPECT_EQ(parallel.error_text(), "usage error");
+  EXPECT_TRUE(map.empty());
 }
 
 TEST(BgzfCopy, MovesTheRestOfAFile) {
