@@ -2,6 +2,9 @@
 // done.
 // Threads  every member may be called from any thread, but for addWorker() and join(), which belong to the
 //          thread that owns the pool.
+// Waiting  a task is a leaf, which waits for no other, or it waits through waitFor() alone, and then only for
+//          leaves and for tasks that it has handed in itself. Any other wait, by future.wait() or for a task of
+//          somebody else, may be for a task further down on the same stack, and then never ends.
 // Errors   a task must not throw; std::system_error when a thread cannot be started.
 #pragma once
 
@@ -48,7 +51,10 @@ class thread_coop {
   template <class Work>
   auto submit(Work work) -> std::future<decltype(work())>;
 
-  // Waits for `future` and runs tasks of the pool meanwhile, so that waiting inside a task cannot deadlock.
+  // Returns once `future` is ready, and runs tasks of the pool on the caller's stack meanwhile: any of them,
+  // one after the other, so it may return late, and the caller must hold no lock that a task takes. It ends
+  // without any worker too, when the wait keeps to the rule above: then each stack and each wait leads from a
+  // task to one that began later or is a leaf, which is never a circle.
   template <class T>
   void waitFor(std::future<T>& future);
 
