@@ -36,6 +36,7 @@ def folder(sample, tmp_path):
     (tmp_path / "twin").symlink_to("sub")
     (tmp_path / "to_new").symlink_to("sub/../new")  # which is not there
     (tmp_path / "sub" / "to_new").symlink_to(tmp_path / "to_new")
+    (tmp_path / "sub" / "up").symlink_to("../new")
     (tmp_path / "to_shard").symlink_to("x.bam_1")
     os.link(tmp_path / "old", tmp_path / "old_too")
     (tmp_path / "bed_link").symlink_to("t.bed")
@@ -60,6 +61,7 @@ def refused(run, folder, algos, message, inputs=("-i", "in.bam")):
         (AS + ["sub/a"] + AS + ["twin/a"], "AlignmentStat: output file twin/a would overwrite output file sub/a of AlignmentStat"),
         (AS + ["old"] + AS + ["old_too"], "AlignmentStat: output file old_too would overwrite output file old of AlignmentStat"),
         (AS + ["new"] + AS + ["sub/to_new"], "AlignmentStat: output file sub/to_new would overwrite output file new of AlignmentStat"),
+        (AS + ["to_new"] + AS + ["sub/up"], "AlignmentStat: output file sub/up would overwrite output file to_new of AlignmentStat"),
         (RW + ["to_new"] + RW + ["sub/to_new"], "ReadWriter: output file sub/to_new would overwrite output file to_new of ReadWriter"),
         (RW + ["x.bam"] + RW + ["x.bam_1"], "ReadWriter: output file x.bam_1 would overwrite output file x.bam of ReadWriter"),
         (RW + ["x.bam_1"] + RW + ["x.bam"], "ReadWriter: output file x.bam would overwrite output file x.bam_1 of ReadWriter"),
