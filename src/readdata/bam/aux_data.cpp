@@ -96,6 +96,19 @@ uint8_t* aux_find(const bam_record& record, const char* two_letter_tag) {
   return nullptr;
 }
 
+bool aux_find_checked(const bam_record& record, const char* two_letter_tag, uint8_t*& found) {
+  const auto tag = load<uint16_t>(reinterpret_cast<const uint8_t*>(two_letter_tag));
+  uint8_t* const end = record.auxEnd();
+  found = nullptr;
+  for (uint8_t* at = end - record.l_aux; at < end;) {
+    int64_t size = end - at > kTagSize ? aux_size(at + 2, end) : -1;
+    if (size < 0) return false;
+    if (!found && load<uint16_t>(at) == tag) found = at + 2;
+    at += kTagSize + size;
+  }
+  return true;
+}
+
 int64_t aux_int(const uint8_t* type) {
   if (!type) return 0;
   switch (*type) {

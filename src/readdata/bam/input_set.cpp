@@ -78,25 +78,25 @@ void InputSet::takeOrder(const std::map<std::string_view, size_t>& ranks) {
 
 namespace {
 
-// The text of a tag RG, without copy; empty when the record has none or one of another type.
-std::string_view readGroupText(const bam_record& record) {
-  const uint8_t* type = aux_find(record, "RG");
-  if (!type || *type != 'Z') return {};
-  const char* text = reinterpret_cast<const char*>(type + 1);
-  size_t room = size_t(record.auxEnd() - (type + 1));
-  const void* zero = memchr(text, 0, room);
-  return zero ? std::string_view(text, static_cast<const char*>(zero) - text) : std::string_view();
-}
-
 [[noreturn]] void throwBadRead(const bam_record& record, const std::string& what, const std::string& path) {
   throw std::runtime_error(std::string("Read (") + record.name() + ") has " + what + " from " + path);
+}
+
+// The text of the tag RG, without copy; empty when the record has none or one of another type. False when the aux
+// data is not sound: no reader could take it from an output either.
+bool readGroupText(const bam_record& record, std::string_view& text) {
+  uint8_t* type;
+  if (!aux_find_checked(record, "RG", type)) return false;
+  text = type && *type == 'Z' ? std::string_view(aux_text(type)) : std::string_view();
+  return true;
 }
 
 }  // namespace
 
 const InputSet::Group& InputSet::groupOf(size_t index, const bam_record& record) const {
   const File& file = files_[index];
-  std::string_view id = readGroupText(record);
+  std::string_view id;
+  if (!readGroupText(record, id)) throwBadRead(record, "corrupt aux data", handles_[index]->path);
   const auto* last = file.last_group.load(std::memory_order_relaxed);
   if (last && last->first == id) return last->second;
   if (id.empty()) throwBadRead(record, "no readgroup", handles_[index]->path);

@@ -394,7 +394,10 @@ TEST(ReadCache, RefusesReadsWithoutKnownGroup) {
       {"", "Read (r) has no readgroup from "},
       {std::string("RGi\1\0\0\0", 7), "Read (r) has no readgroup from "},
       {std::string("RGZ\0", 4), "Read (r) has no readgroup from "},
-      {"RGZg", "Read (r) has no readgroup from "},  // the text does not end
+      {"RGZg", "Read (r) has corrupt aux data from "},  // the text does not end
+      {std::string("RGZg\0XXq1", 9), "Read (r) has corrupt aux data from "},
+      {std::string("XXBi\xff\xff\xff\x7fRGZg\0", 13), "Read (r) has corrupt aux data from "},
+      {std::string("RGZg\0XX", 7), "Read (r) has corrupt aux data from "},
       {std::string("RGZh\0", 5), "Read (r) has a readgroup (h) not present in the BAM header from "},
   };
   for (const Case& c : cases) {
