@@ -97,14 +97,15 @@ const InputSet::Group& InputSet::groupOf(size_t index, const bam_record& record)
   const File& file = files_[index];
   std::string_view id;
   if (!readGroupText(record, id)) throwBadRead(record, "corrupt aux data", handles_[index]->path);
-  const auto* last = file.last_group.load(std::memory_order_relaxed);
-  if (last && last->first == id) return last->second;
+  auto& recent = file.recent_groups[id.empty() ? 0 : uint8_t(id.back()) % file.recent_groups.size()];
+  const auto* known = recent.load(std::memory_order_relaxed);
+  if (known && known->first == id) return known->second;
   if (id.empty()) throwBadRead(record, "no readgroup", handles_[index]->path);
   auto found = file.groups.find(id);
   if (found == file.groups.end())
     throwBadRead(record, "a readgroup (" + std::string(id) + ") not present in the BAM header",
                  handles_[index]->path);
-  file.last_group.store(&*found, std::memory_order_relaxed);
+  recent.store(&*found, std::memory_order_relaxed);
   return found->second;
 }
 

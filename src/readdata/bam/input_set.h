@@ -6,6 +6,7 @@
 //          BAM files".
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <deque>
 #include <functional>
@@ -73,10 +74,11 @@ class InputSet {
   };
   using GroupMap = std::unordered_map<std::string, Group, TextHash, std::equal_to<>>;
   struct File {
-    std::vector<int32_t> to_joined;                                        // by the file's contig number
-    std::vector<int32_t> from_joined;                                      // by joined contig number
-    GroupMap groups;                                                       // by the file's read group ID
-    mutable std::atomic<const GroupMap::value_type*> last_group{nullptr};  // neighbours share a group
+    std::vector<int32_t> to_joined;    // by the file's contig number
+    std::vector<int32_t> from_joined;  // by joined contig number
+    GroupMap groups;                   // by the file's read group ID
+    // Groups met lately, by the last letter of their ID, which is where the IDs of lanes differ.
+    mutable std::array<std::atomic<const GroupMap::value_type*>, 16> recent_groups{};
   };
   struct Program {
     std::string id, previous, line;  // ID and PP, empty when absent
