@@ -56,16 +56,18 @@ void AlignmentSummaryMetric::Counters::add(const Counters& o) {
 void AlignmentSummaryMetric::merge(const ReadMetrics& other) {
   const auto& same = static_cast<const AlignmentSummaryMetric&>(other);
   count_.add(same.count_);
-  for (const auto& [cycle, count] : same.bad_cycles_) bad_cycles_[cycle] += count;
+  if (bad_cycles_.size() < same.bad_cycles_.size()) bad_cycles_.resize(same.bad_cycles_.size());
+  for (size_t cycle = 0; cycle < same.bad_cycles_.size(); cycle++)
+    bad_cycles_[cycle] += same.bad_cycles_[cycle];
   for (const auto& [mismatches, reads] : same.hq_mismatches_) hq_mismatches_[mismatches] += reads;
 }
 
 uint64_t AlignmentSummaryMetric::memorySize() const {
   constexpr uint64_t kMapNode = 64;  // bytes of a map entry, about
-  return sizeof *this + kMapNode * (bad_cycles_.size() + hq_mismatches_.size());
+  return sizeof *this + sizeof(int64_t) * bad_cycles_.capacity() + kMapNode * hq_mismatches_.size();
 }
 
-void AlignmentSummaryMetric::update(Read& read, const ReferenceWindow& reference) {
+void AlignmentSummaryMetric::update(Read& read, ReferenceSource& reference) {
   if (read.flag & (FLAG_SECONDARY | FLAG_SUPPLEMENTARY)) return;
   count_.total_reads++;
   count_.total_bases += read.length;
@@ -109,7 +111,7 @@ void AlignmentSummaryMetric::countPairing(const Read& read) {
     count_.chimeras++;
 }
 
-void AlignmentSummaryMetric::compareBases(Read& read, const ReferenceWindow& reference) {
+void AlignmentSummaryMetric::compareBases(Read& read, ReferenceSource& reference) {
   const bool high_quality = read.mapq >= kHighMapq;
   if (high_quality) count_.pf_hq_aligned_reads++;
   const char* bases = read.length ? read.getBases() : nullptr;
@@ -120,12 +122,12 @@ void AlignmentSummaryMetric::compareBases(Read& read, const ReferenceWindow& ref
     const int64_t length = cigarLength(word);
     if (cigarOp(word) == CIGAR_I || cigarOp(word) == CIGAR_D) count_.indels++;
     if (cigarClass(word) == 3 && bases) {
-      const int64_t from = std::max<int64_t>(pos, reference.start);
-      const int64_t to = std::min<int64_t>(pos + length, reference.end);
+      const int64_t end = std::min<int64_t>(pos + length, UINT32_MAX);
+      const ReferenceWindow window = reference.under(uint32_t(pos), uint32_t(end));
+      const int64_t from = std::max<int64_t>(pos, window.start), to = std::min<int64_t>(end, window.end);
       if (from < to)
-        hq_mismatches +=
-            compareBlock(read, bases, int32_t(offset + (from - pos)),
-                         reference.bases + (from - reference.start), int32_t(to - from), high_quality);
+        hq_mismatches += compareBlock(read, bases, int32_t(offset + (from - pos)),
+                                      window.bases + (from - window.start), int32_t(to - from), high_quality);
     }
     if (consumesRead(word)) offset += length;
     if (consumesReference(word)) pos += length;
@@ -145,17 +147,21 @@ int64_t AlignmentSummaryMetric::compareBlock(const Read& read, const char* bases
     for (int32_t i = 0; i < length; i++) q20 += quals[i] >= kHighBaseQuality;
 
   int64_t converted = 0, mismatches = 0;
+  const bool reverse = read.isReverse();
+  const int64_t first_cycle = reverse ? read.length - 1 - offset : offset, step = reverse ? -1 : 1;
+  if (odd > 0) growBadCycles(std::max(first_cycle, first_cycle + (length - 1) * step));
+  int64_t* const cycles = bad_cycles_.data();
   for (int32_t i = 0; odd > 0 && i < length; i++) {
     const char base = block[i];
+    if (base == reference[i] && !isNoCall(base)) continue;
     bool equal = base == reference[i] || base == '=';  // '=' is SAM's own word for "as the reference"
     if (!equal && settings_->bisulfite &&
-        (read.isReverse() ? reference[i] == 'G' && base == 'A' : reference[i] == 'C' && base == 'T')) {
+        (reverse ? reference[i] == 'G' && base == 'A' : reference[i] == 'C' && base == 'T')) {
       equal = true;
       converted++;
     }
     mismatches += !equal;
-    if (!equal || isNoCall(base))
-      bad_cycles_[read.isReverse() ? read.length - (offset + i) : offset + i + 1]++;
+    if (!equal || isNoCall(base)) cycles[first_cycle + i * step]++;
   }
   count_.pf_aligned_bases += length;
   count_.aligned_bases += length - converted;
@@ -165,6 +171,10 @@ int64_t AlignmentSummaryMetric::compareBlock(const Read& read, const char* bases
   count_.hq_aligned_bases += length - converted;
   count_.pf_hq_aligned_q20_bases += q20;
   return mismatches;
+}
+
+void AlignmentSummaryMetric::growBadCycles(int64_t cycle) {
+  if (size_t(cycle) >= bad_cycles_.size()) bad_cycles_.resize(size_t(cycle) + 1);
 }
 
 double AlignmentSummaryMetric::medianMismatches() const {
@@ -186,8 +196,7 @@ void AlignmentSummaryMetric::compute() {
   derived_.pct_pf_reads = ratio(c.pf_reads, c.total_reads);
   derived_.pct_adapter = ratio(c.adapter_reads, c.total_reads);
   derived_.mean_read_length = ratio(c.total_bases, c.total_reads);
-  for (const auto& [cycle, count] : bad_cycles_)
-    derived_.bad_cycles += ratio(count, c.total_reads) >= kBadCycleFraction;
+  for (int64_t count : bad_cycles_) derived_.bad_cycles += ratio(count, c.total_reads) >= kBadCycleFraction;
   if (!settings_->has_reference) return;
   derived_.pct_pf_reads_aligned = ratio(c.pf_reads_aligned, c.pf_reads);
   derived_.pf_hq_median_mismatches = medianMismatches();

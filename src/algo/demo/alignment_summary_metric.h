@@ -22,7 +22,7 @@ class AlignmentSummaryMetric final : public ReadMetrics {
  public:
   explicit AlignmentSummaryMetric(const AlignmentSummarySettings& settings) : settings_(&settings) {}
 
-  void update(Read& read, const ReferenceWindow& reference) override;
+  void update(Read& read, ReferenceSource& reference) override;
   void merge(const ReadMetrics& other) override;
   void reset() override { *this = AlignmentSummaryMetric(*settings_); }
   void compute() override;
@@ -50,16 +50,17 @@ class AlignmentSummaryMetric final : public ReadMetrics {
 
   bool isAdapter(Read& read) const;
   void countPairing(const Read& read);
-  void compareBases(Read& read, const ReferenceWindow& reference);
+  void compareBases(Read& read, ReferenceSource& reference);
   // The `length` bases at `offset` of the read against the reference from `reference` on; the read's
   // high-quality mismatches.
   int64_t compareBlock(const Read& read, const char* bases, int32_t offset, const char* reference,
                        int32_t length, bool high_quality);
+  void growBadCycles(int64_t cycle);  // makes room up to that one
   double medianMismatches() const;
 
   const AlignmentSummarySettings* settings_;
   Counters count_;
-  std::map<int32_t, int64_t> bad_cycles_;     // one-based cycle -> mismatches and no-calls
+  std::vector<int64_t> bad_cycles_;           // mismatches and no-calls, by zero-based cycle
   std::map<int64_t, int64_t> hq_mismatches_;  // mismatches in a read -> high-quality reads
   Derived derived_;
 };

@@ -9,10 +9,32 @@
 
 #include "readdata/bam/read.h"
 
-// Upper-case reference bases of [start, start + bases.size()) of one contig, zero-based.
+// Upper-case reference bases of [start, end) of one contig, zero-based.
 struct ReferenceWindow {
   const char* bases = nullptr;
   uint32_t start = 0, end = 0;
+
+  bool covers(uint32_t from, uint32_t to) const { return start <= from && to <= end; }
+};
+
+// Where metrics get the bases under an alignment, block by block: from a window at hand, or from what a
+// derived class finds outside of it. This one finds nothing more.
+// Threads  one.
+class ReferenceSource {
+ public:
+  explicit ReferenceSource(const ReferenceWindow& window = {}) : window_(window) {}
+  virtual ~ReferenceSource() = default;
+
+  // A window over [start, end) of the contig, often a wider one. Less than asked where there are no bases:
+  // users take the part that both have in common. Valid until the next call.
+  ReferenceWindow under(uint32_t start, uint32_t end) {
+    return window_.covers(start, end) ? window_ : outside(start, end);
+  }
+
+ protected:
+  virtual ReferenceWindow outside(uint32_t, uint32_t) { return window_; }
+
+  ReferenceWindow window_;
 };
 
 // Counts over reads. Reads may come in any order and through any number of objects that are merged
@@ -21,9 +43,8 @@ class ReadMetrics {
  public:
   virtual ~ReadMetrics() = default;
 
-  // Adds one read, with the reference around its alignment. Parts of the read outside the window are not
-  // compared.
-  virtual void update(Read& read, const ReferenceWindow& reference) = 0;
+  // Adds one read, with the reference of its contig. Where that has no bases the read is not compared.
+  virtual void update(Read& read, ReferenceSource& reference) = 0;
   virtual void merge(const ReadMetrics& other) = 0;  // `other` is of the same class
   virtual void reset() = 0;
   virtual void compute() = 0;      // derives what is printed, once, after the last merge
@@ -52,7 +73,7 @@ class MultiCategroyReadMetric final : public ReadMetrics {
   explicit MultiCategroyReadMetric(const Args&... args)
       : inner_{Inner(args...), Inner(args...), Inner(args...), Inner(args...)} {}
 
-  void update(Read& read, const ReferenceWindow& reference) override {
+  void update(Read& read, ReferenceSource& reference) override {
     Category category = kUnpaired;
     if (read.flag & FLAG_PAIRED) category = read.flag & FLAG_FIRST ? kFirst : kSecond;
     inner_[category].update(read, reference);

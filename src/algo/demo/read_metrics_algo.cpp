@@ -9,9 +9,55 @@
 
 namespace {
 
-// Bases of reference behind a step's end that are at hand for reads that begin near it; reads that reach
-// further get what they need.
+// Bases of reference that are at hand on either side of a step, for reads that reach over its ends.
 constexpr uint32_t kReferenceMargin = 350;
+// Bases that are fetched at least for an aligned block that reaches further: those of the reads that come
+// next, with the same intron before them, or the next blocks of a long read.
+constexpr uint32_t kBlockFetch = 4096;
+
+// The reference of a shard's contig, read from the file: a window around the step, and the last one that was
+// needed elsewhere. What is held does not grow with the reach of a read, but with its longest aligned block.
+class FileReferenceSource final : public ReferenceSource {
+ public:
+  explicit FileReferenceSource(const DriverContext& context) : context_(context) {}
+
+  void startShard() {
+    const FastaIndexEntry* entry = context_.reference->entry(context_.shard.contig);
+    length_ = entry ? entry->length : 0;
+    window_ = elsewhere_ = {};
+  }
+  // `first` is where the first read of the step begins.
+  void setStep(uint32_t from, uint32_t to, uint32_t first) {
+    const uint32_t low = from - std::min(from, kReferenceMargin);
+    window_ = fetch(std::clamp(first, low, from), uint64_t(to) + kReferenceMargin, step_bases_);
+  }
+
+ protected:
+  ReferenceWindow outside(uint32_t start, uint32_t end) override {
+    end = std::min(end, length_);
+    if (window_.covers(start, end)) return window_;
+    if (!elsewhere_.covers(start, end))
+      elsewhere_ = fetch(start, std::max<uint64_t>(end, uint64_t(start) + kBlockFetch), block_bases_);
+    return elsewhere_;
+  }
+
+ private:
+  ReferenceWindow fetch(uint32_t start, uint64_t wanted_end, std::vector<char>& bases) {
+    const uint32_t end = uint32_t(std::min<uint64_t>(wanted_end, length_));
+    if (start >= end) return {};
+    if (bases.size() < end - start) bases.resize(end - start);
+    const uint32_t count = context_.reference->fetch(context_.shard.contig, start, end, bases.data());
+    if (count == FastaFile::kFailed)
+      throw std::runtime_error("Failed to read contig " + std::string(context_.shard.contig) + " from " +
+                               context_.reference->path());
+    return {bases.data(), start, start + count};
+  }
+
+  const DriverContext& context_;
+  uint32_t length_ = 0;  // of the contig; 0 when the file does not have it
+  ReferenceWindow elsewhere_;
+  std::vector<char> step_bases_, block_bases_;  // behind the two windows
+};
 
 }  // namespace
 
@@ -26,23 +72,22 @@ class ReadMetricsAlgo::Result final : public Algo::Result {
 class ReadMetricsAlgo::Engine final : public Algo::Engine {
  public:
   Engine(DriverContext* context, ReadMetricsAlgo* algo, const ReadMetricsFactory& factory)
-      : Algo::Engine(context, algo), factory_(factory) {}
+      : Algo::Engine(context, algo), factory_(factory), reference_(*context) {}
 
   void startShard() override {
     Algo::Engine::startShard();
     metrics_ = factory_.create();
+    reference_.startShard();
   }
   void advance(uint32_t from, uint32_t to) override;
   void processNoCoor() override;
   Algo::Result* finishShard() override { return new Result(std::move(metrics_)); }
 
  private:
-  ReferenceWindow fetchReference(uint32_t start, uint32_t end);
-
   const ReadMetricsFactory& factory_;
   std::unique_ptr<ReadMetrics> metrics_;
-  std::vector<Read*> reads_;     // scratch
-  std::vector<char> reference_;  // scratch
+  FileReferenceSource reference_;
+  std::vector<Read*> reads_;  // scratch
 };
 
 void ReadMetricsAlgo::Engine::advance(uint32_t from, uint32_t to) {
@@ -56,31 +101,17 @@ void ReadMetricsAlgo::Engine::advance(uint32_t from, uint32_t to) {
   const uint32_t first = context->shard.firstOwnStart(from);
   std::erase_if(reads_, [first](const Read* read) { return read->start < first; });
   if (!reads_.empty()) {
-    uint32_t low = std::min(from, reads_.front()->start);
-    uint32_t high = to > UINT32_MAX - kReferenceMargin ? UINT32_MAX : to + kReferenceMargin;
-    for (const Read* read : reads_) high = std::max(high, read->end);
-    ReferenceWindow window = fetchReference(low, high);
-    for (Read* read : reads_) metrics_->update(*read, window);
+    reference_.setStep(from, to, reads_.front()->start);
+    for (Read* read : reads_) metrics_->update(*read, reference_);
   }
   span_start = to;
-}
-
-ReferenceWindow ReadMetricsAlgo::Engine::fetchReference(uint32_t start, uint32_t end) {
-  const FastaIndexEntry* entry = context->reference->entry(context->shard.contig);
-  if (entry) end = std::min(end, entry->length);
-  if (!entry || start >= end) return {};
-  reference_.resize(end - start);
-  uint32_t count = context->reference->fetch(context->shard.contig, start, end, reference_.data());
-  if (count == FastaFile::kFailed)
-    throw std::runtime_error("Failed to read contig " + std::string(context->shard.contig) + " from " +
-                             context->reference->path());
-  return {reference_.data(), start, start + count};
 }
 
 void ReadMetricsAlgo::Engine::processNoCoor() {
   reads_.clear();
   context->reads->fetchAll(0, reads_);
-  for (Read* read : reads_) metrics_->update(*read, {});
+  ReferenceSource none;
+  for (Read* read : reads_) metrics_->update(*read, none);
 }
 
 ReadMetricsAlgo::ReadMetricsAlgo(DriverContext* context, int count, const char* const args[])

@@ -25,7 +25,8 @@ class Table {
     }
     BAMRead read;
     read.attach(record);
-    metric_->update(read, {reference().data(), 0, reference_end});
+    ReferenceSource source({reference().data(), 0, reference_end});
+    metric_->update(read, source);
     return *this;
   }
   ReadMetrics& metric() { return *metric_; }
@@ -59,7 +60,8 @@ class Table {
     return bases;
   }
   AlignmentSummarySettings settings_;
-  std::unique_ptr<MultiCategroyAlignmentSummaryMetricBuilder> builder_;  // whose settings the metric refers to
+  std::unique_ptr<MultiCategroyAlignmentSummaryMetricBuilder>
+      builder_;  // whose settings the metric refers to
   std::unique_ptr<ReadMetrics> metric_;
 };
 
@@ -230,6 +232,82 @@ TEST(AlignmentSummary, OnlyWhatTheReferenceCoversIsCompared) {
   EXPECT_EQ(without.row()["MEAN_READ_LENGTH"], "40.000000");
 }
 
+// A window in the middle of a contig and, elsewhere, exactly what is asked; tells how often that was.
+class BlocksElsewhere final : public ReferenceSource {
+ public:
+  BlocksElsewhere(const std::string& bases, uint32_t start, uint32_t end)
+      : ReferenceSource({bases.data() + start, start, end}), bases_(bases) {}
+  int asked = 0;
+
+ protected:
+  ReferenceWindow outside(uint32_t start, uint32_t end) override {
+    asked++;
+    copy_ = bases_.substr(start, end - start);
+    return {copy_.data(), start, start + uint32_t(copy_.size())};
+  }
+
+ private:
+  const std::string& bases_;
+  std::string copy_;
+};
+
+// Wherever the window lies, the table is the one of a window over all; only blocks outside of it are asked for.
+TEST(AlignmentSummary, BlocksOutsideOfTheWindowAreComparedToo) {
+  std::minstd_rand random(9);
+  std::string reference(5000, ' ');
+  for (char& base : reference) base = "ACGT"[random() % 4];
+  auto lines = [&](ReferenceSource& source) {
+    AlignmentSummarySettings settings;
+    AlignmentSummaryMetric metric(settings);
+    for (const char* cigar : {"10M1000N30M", "5S10M4D2I3000N23M", "40M", "1M990N38M2900N1M"})
+      for (int start : {0, 99, 100, 995, 1000, 1070}) {
+        bam_record record = readBuilder("r").at(0, start).cigar(cigar);
+        BAMRead read;
+        read.attach(record);
+        metric.update(read, source);
+      }
+    metric.compute();
+    std::vector<std::string> out;
+    metric.lines(out);
+    return out;
+  };
+  ReferenceSource whole({reference.data(), 0, 5000});
+  const std::vector<std::string> expected = lines(whole);
+  ReferenceSource cut({reference.data() + 100, 100, 1100});
+  EXPECT_NE(lines(cut), expected);
+  for (auto [start, end] : {std::pair{0u, 5000u}, std::pair{100u, 1100u}, std::pair{100u, 100u}}) {
+    BlocksElsewhere source(reference, start, end);
+    EXPECT_EQ(lines(source), expected);
+    EXPECT_EQ(source.asked, start == 0 ? 0 : start == end ? 48 : source.asked);
+  }
+  BlocksElsewhere source(reference, 100, 1100);
+  lines(source);
+  EXPECT_LT(source.asked, 48);
+}
+
+TEST(AlignmentSummary, LongReadsCostBytesPerCycle) {
+  constexpr int32_t kLength = 1 << 20;
+  AlignmentSummarySettings settings;
+  AlignmentSummaryMetric forward(settings), reverse(settings);
+  for (AlignmentSummaryMetric* metric : {&forward, &reverse}) {
+    ReadBuilder built = readBuilder("r").at(0, 0).cigar(std::to_string(kLength) + "M");
+    built.seq(std::string(kLength, 'N'));
+    if (metric == &reverse) built.reverse();
+    bam_record record = built;
+    BAMRead read;
+    read.attach(record);
+    ReferenceSource source({read.getBases(), 0, uint32_t(kLength)});
+    metric->update(read, source);
+    EXPECT_GE(metric->memorySize(), 8u * kLength);
+    EXPECT_LE(metric->memorySize(), 16u * kLength + 4096);
+  }
+  forward.merge(reverse);
+  forward.compute();
+  std::vector<std::string> lines;
+  forward.lines(lines);
+  EXPECT_EQ(split(lines[0], '\t')[17], std::to_string(kLength));
+}
+
 // However the reads are spread over objects, the merged table is the one of all reads.
 TEST(AlignmentSummary, MergedPartsEqualTheWhole) {
   std::minstd_rand random(5);
@@ -240,6 +318,7 @@ TEST(AlignmentSummary, MergedPartsEqualTheWhole) {
   for (int i = 0; i < 5; i++) parts.push_back(builder.create());
   std::string reference;
   for (int i = 0; i < 1000; i++) reference += "ACGT";
+  ReferenceSource source({reference.data(), 0, 4000});
   for (int i = 0; i < 400; i++) {
     auto make = [&, seed = random()] {
       std::minstd_rand draw(seed);
@@ -255,7 +334,7 @@ TEST(AlignmentSummary, MergedPartsEqualTheWhole) {
     BAMRead read;
     bam_record record = make();
     read.attach(record);
-    parts[random() % 5]->update(read, {reference.data(), 0, 4000});
+    parts[random() % 5]->update(read, source);
   }
   for (int i = 1; i < 5; i++) parts[0]->merge(*parts[i]);
   parts[0]->compute();
