@@ -59,6 +59,32 @@ void ReadCache::recycle(const Held& held) {
   spare_.push_back(std::move(record));
 }
 
+// Makes spare reads of all that is held, beyond the bounds too: the next batch takes them up at once, and
+// trimSpare() drops what it leaves.
+void ReadCache::retireBatch() {
+  spare_.reserve(spare_.size() + readsHeld());
+  for (size_t i = head_; i < reads_.size(); i++) {
+    if (reads_[i].read != reads_[i].record) delete reads_[i].read;
+    spare_bytes_ += size_t(reads_[i].record->record().data_capacity);
+    spare_.emplace_back(reads_[i].record);
+  }
+  reads_.clear();
+  head_ = 0;
+}
+
+void ReadCache::trimSpare() {
+  size_t count = 0;
+  spare_bytes_ = 0;
+  std::erase_if(spare_, [&](const std::unique_ptr<BAMRead>& read) {
+    size_t bytes = size_t(read->record().data_capacity);
+    if (count >= kMaxSpareReads || bytes > kMaxSpareRecord || spare_bytes_ + bytes > kMaxSpareBytes)
+      return true;
+    count++;
+    spare_bytes_ += bytes;
+    return false;
+  });
+}
+
 // Empties the window. The cursors go too: one that continues where it stopped would leave out reads that were
 // in the window.
 void ReadCache::clear() {
@@ -149,11 +175,9 @@ void ReadCache::addPlaced(size_t file) {
 
 size_t ReadCache::loadNoCoor(size_t limit) {
   if (contig_ >= 0) setContig(kNoCoor);
-  for (size_t i = head_; i < reads_.size(); i++) recycle(reads_[i]);
-  reads_.clear();
-  head_ = 0;
-  size_t loaded = 0;
-  while (loaded < limit && no_coor_file_ < cursors_.size()) {
+  retireBatch();
+  size_t loaded = 0, bytes = 0;
+  while (loaded < limit && bytes < kNoCoorBytes && no_coor_file_ < cursors_.size()) {
     BAMHandle::FetchState& from = cursor(no_coor_file_);
     bool found = no_coor_seeked_ ? from.readNext() : from.seek(-1, 0, 0);
     no_coor_seeked_ = found;
@@ -163,8 +187,10 @@ size_t ReadCache::loadNoCoor(size_t limit) {
     }
     if (from.current.ref_id >= 0) fail(from.current, no_coor_file_, "has a place among reads without one");
     add(from.current, no_coor_file_);
+    bytes += sizeof(BAMRead) + size_t(reads_.back().record->record().data_capacity);
     loaded++;
   }
+  trimSpare();
   return loaded;
 }
 
@@ -219,7 +245,7 @@ size_t ReadCache::fetch(uint32_t start, uint32_t end, uint32_t mask, std::vector
     kept_end++;
     if (held.end <= start) continue;
     const Read& read = *held.read;
-    if (!((uint32_t(read.filter_class) << 16 | read.flag) & mask)) out.push_back(held.read);
+    if (!mask || !((uint32_t(read.filter_class) << 16 | read.flag) & mask)) out.push_back(held.read);
   }
   // The reads that stay move up to those behind them.
   if (kept_end != at) {

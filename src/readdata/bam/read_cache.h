@@ -4,7 +4,8 @@
 // Owns     the reads, its InputSet and its transform; borrows the handles.
 // Threads  one cache, one thread. Tasks of an engine may read its reads while that engine waits for them.
 // Errors   faults of the files come out as exceptions that name the file.
-// Memory   the reads of the window; a load reads at least kBatch bases, however deep the data.
+// Memory   the reads of the window; a load reads at least kBatch bases, however deep the data. Of reads
+//          without coordinates one batch, which is bounded in bytes.
 #pragma once
 
 #include <memory>
@@ -18,6 +19,8 @@
 class ReadCache {
  public:
   static constexpr uint32_t kBatch = 16384;  // bases that a load reads ahead at least
+  // Bytes of records after which a batch of reads without coordinates ends.
+  static constexpr size_t kNoCoorBytes = size_t(64) << 20;
 
   explicit ReadCache(std::vector<BAMHandle*> handles, bool quiet = false);
   virtual ~ReadCache();
@@ -31,7 +34,8 @@ class ReadCache {
   // `from` may be freed from now on. Going backward empties the cache and reads again.
   void load(uint32_t from, uint32_t to);
   // Empties the cache and reads up to `limit` reads without coordinates, the first file's before the
-  // second's. Their number; 0 at the end. Leaves the current contig; setContig() begins anew.
+  // second's; fewer when their records fill kNoCoorBytes. Their number, at least 1; 0 at the end. Leaves the
+  // current contig; setContig() begins anew.
   size_t loadNoCoor(size_t limit);
 
   // Appends to `out`, in order, every read that overlaps [start, end) and whose (filter_class << 16 | flag)
@@ -65,6 +69,8 @@ class ReadCache {
 
   void clear();
   void recycle(const Held& held);
+  void retireBatch();
+  void trimSpare();
   BAMHandle::FetchState& cursor(size_t file);
   void readRange(uint32_t from, uint32_t to);
   void readMerged(uint32_t from, uint32_t to);
