@@ -1,6 +1,7 @@
 """AlignmentStat on simulated reads against a plain recount with pysam, and the same table however the run is cut."""
 
 import collections
+import random
 import statistics
 import subprocess
 
@@ -112,6 +113,41 @@ def test_table_equals_a_plain_recount(run, simulated, tmp_path):
         rows[name].pop("")  # behind the last tab
         assert rows[name] == expected[name]
     assert float(expected["PAIR"]["PCT_CHIMERAS"]) > 0 and expected["PAIR"]["PF_READS"] != expected["PAIR"]["TOTAL_READS"]
+
+
+def test_spliced_and_long_reads_equal_a_plain_recount(run, tmp_path):
+    """Blocks on both sides of steps and margins, far away, and up to the contig's end."""
+    draw = random.Random(3)
+    text = "".join(draw.choices("ACGT", k=30000))
+    with open(tmp_path / "r.fa", "w") as f:
+        f.write(">chr1\n" + "".join(text[i : i + 70] + "\n" for i in range(0, len(text), 70)))
+    pysam.faidx(str(tmp_path / "r.fa"))
+    header = {"HD": {"VN": "1.6", "SO": "coordinate"}, "SQ": [{"SN": "chr1", "LN": len(text)}],
+              "RG": [{"ID": "g", "SM": "s"}]}
+    with pysam.AlignmentFile(str(tmp_path / "a.bam"), "wb", header=header) as out:
+        for i, start in enumerate(sorted(draw.randrange(29000) for _ in range(1500))):
+            room = len(text) - start
+            far = draw.choice([room - 60, draw.randrange(100, room - 100), 700])
+            cigar, blocks = draw.choice([
+                (f"30M{far}N30M", [(0, 30), (30 + far, 30)]),
+                (f"5M{min(far, room - 60)}D10M2I20M", [(0, 5), (5 + far, 10), None, (15 + far, 20)]),
+                (f"{far}M", [(0, far)]),
+            ])
+            bases = "".join("GG" if b is None else text[start + b[0] : start + b[0] + b[1]] for b in blocks)
+            read = pysam.AlignedSegment(out.header)
+            read.query_name, read.reference_id, read.reference_start, read.flag = f"r{i}", 0, start, draw.choice([0, 16])
+            read.query_sequence = "".join(b if draw.random() > 0.02 else draw.choice("ACGTN") for b in bases)
+            read.query_qualities = pysam.qualitystring_to_array("".join(draw.choices("#5?I", k=len(bases))))
+            read.mapping_quality, read.cigarstring = draw.choice([10, 60]), cigar
+            read.set_tag("RG", "g")
+            out.write(read)
+    pysam.index(str(tmp_path / "a.bam"))
+    expected = recount(tmp_path / "r.fa", tmp_path / "a.bam")["UNPAIRED"]
+    for options in ([], ["--shard_param", "3000/100"], ["--shard_param", "20000/9000"]):
+        result = run("-r", "r.fa", "-i", "a.bam", *options, "--algo", "AlignmentStat", "aln.txt")
+        assert result.returncode == 0, result.stderr
+        row = table(tmp_path / "aln.txt")[1]["UNPAIRED"]
+        assert {name: row[name] for name in expected} == expected
 
 
 def test_table_does_not_depend_on_threads_shards_or_stacking(run, simulated, tmp_path):
