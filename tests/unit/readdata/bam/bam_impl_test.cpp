@@ -282,7 +282,11 @@ TEST(HostileBam, HeaderBombs) {
     std::string told = complaint(path);
     EXPECT_THAT(told, HasSubstr(path)) << c.what;
     EXPECT_THAT(told, HasSubstr(c.message)) << c.what;
+#ifndef __SANITIZE_THREAD__  // whose shadow of the memory counts too
     EXPECT_LT(peak_memory() - before, c.memory) << c.what;
+#else
+    (void)before;
+#endif
   }
 }
 
