@@ -56,7 +56,9 @@ void CountReads::merge(const Shard&, Algo::Result* result) {
   if (result) total_ += static_cast<Count*>(result)->reads;
 }
 
-Algo::Engine* CountReads::newEngine(DriverContext* context, int) { return new CountEngine(context, this); }
+Algo::Engine* CountReads::newEngine(DriverContext* context, int) {
+  return new CountEngine(context, this);
+}
 
 const TemplateAlgoBuilder<CountReads> builder("CountReads");
 
