@@ -1,0 +1,1 @@
+#include "readdata/vcf/allele.h"

@@ -1,0 +1,21 @@
+// vcf_contigs.h - whether the contigs of a VCF file are those of the run.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "readdata/interval/interval.h"
+#include "readdata/vcf/vcf_header.h"
+
+using ContigMap = std::map<std::string, size_t>;  // name -> place in the list of contigs
+
+ContigMap contigMapOf(const std::vector<Contig>& contigs);
+
+// Compares the header's contigs with those of the reference; what differs goes to standard error. False when a length
+// differs or, with `strict`, when a contig is unknown.
+bool checkContigs(const VCFHeader& header, const std::string& vcfPath, const std::vector<Contig>& contigs,
+                  const ContigMap& contigMap, bool strict);
+// The same with the header read through a VCFCache; throws what that throws.
+bool checkContigs(const std::string& vcfPath, const std::vector<Contig>& contigs, const ContigMap& contigMap,
+                  bool strict);

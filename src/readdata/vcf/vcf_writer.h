@@ -1,0 +1,79 @@
+// vcf_writer.h - one VCF file with its index, made of shards that are written side by side.
+//
+//   final writer   open, writeHeader, then merge() per shard in genome order, close
+//   clone          per engine: open(temp path); startContig, records, endContig(result) per contig; close
+//
+// A shard's file has the encoding of the output, and its bytes are appended without recompression; its index is
+// translated, never computed again.
+// Owns     its stream; the index is shared by a writer and its clones.
+// Threads  the final writer belongs to one thread at a time. Clones may be used side by side, also while the final
+//          writer merges; they must not outlive it.
+// Errors   std::runtime_error, `name` in front. A file that did not end well has no index.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "readdata/stream/io_handle.h"
+#include "readdata/vcf/genome_index.h"
+#include "readdata/vcf/variant_context.h"
+#include "readdata/vcf/vcf_header.h"
+
+class VCFWriter {
+ public:
+  using IndexOptions = GenomeIndex::Options;
+
+  // What a shard tells of its output; a part of an algorithm's result.
+  struct Result {
+    std::unique_ptr<GenomeIndex::ContigIndex> ci;  // null when nothing was written
+    virtual ~Result() = default;
+  };
+
+  explicit VCFWriter(std::string name, IndexOptions options = {});
+  virtual ~VCFWriter();  // closes the stream; the index is only saved by close()
+  VCFWriter(const VCFWriter&) = delete;
+  VCFWriter& operator=(const VCFWriter&) = delete;
+
+  virtual std::unique_ptr<VCFWriter> clone();
+  virtual void open(const std::string& path);
+  virtual void close();
+  virtual void startContig(const std::string& contig);
+  virtual void endContig(Result& result);
+  // Appends the shard whose file `handle` reads. Null ends the last contig.
+  virtual void merge(Result* result, IOHandle* handle);
+  void merge(Result* result, const std::string& tempPath);
+  // Appends the file of an earlier sharded run, of which all shards come in genome order.
+  virtual void merge(const std::string& partialPath);
+
+  void writeHeader(VCFHeader& header);
+  // Writes a record of the current contig and enters it in the index.
+  void write(const VariantContext& record, const std::vector<std::string>& sampleNames);
+  // The same for a line that ends in a newline and stands at [start, end).
+  void writeLine(const std::string& line, int32_t start, int32_t end);
+
+  const std::string& path() const { return path_; }
+  bool isOpen() const { return stream_ != nullptr; }
+
+ protected:
+  VCFWriter(VCFWriter& parent);  // what clone() makes
+
+  int64_t tell();
+  [[noreturn]] void failWrite();  // ": failed to write to file "
+  std::unique_ptr<IOHandle> openTemp(const std::string& tempPath);
+  // Appends [ci.first, ci.last) of `handle` and joins `ci` to the current index.
+  void appendBody(const GenomeIndex::ContigIndex& ci, IOHandle& handle);
+  void finishContig();  // hands the current index over, or drops it
+  // The index of a partial file; null when it has no features. The first one gives this writer's contig table.
+  std::unique_ptr<GenomeIndex> loadPartialIndex(const std::string& partialPath);
+
+  std::string name_, path_;
+  std::unique_ptr<IOHandle> stream_;
+  IOHandle* parent_ = nullptr;  // the output's stream: a clone opens its files as that one is
+  std::shared_ptr<GenomeIndex> index_;
+  std::unique_ptr<GenomeIndex::ContigIndex> current_;
+  IndexOptions indexOptions_;
+  bool isClone_ = false;
+
+ private:
+  std::string text_;  // scratch of write()
+};
