@@ -3,7 +3,6 @@
 // More in docs/algorithms/read_writer.md.
 #include "algo/read_writer.h"
 
-#include <algorithm>
 #include <exception>
 #include <stdexcept>
 #include <strings.h>
@@ -76,7 +75,8 @@ std::string formatOf(const std::string& option, const std::string& output) {
 
 std::vector<OutputFile> ReadWriter::outputs() const {
   if (output_.empty() || output_ == "-") return {};
-  return {{output_, true}, {indexPath(output_, writer_options_), false}};
+  const std::string index = indexPath(output_, writer_options_);
+  return {{output_, true}, {index, false}, {index + ".tmp", false}};  // the last one while it is written
 }
 
 void ReadWriter::init() {
@@ -88,12 +88,8 @@ void ReadWriter::init() {
   if (format_.empty()) throw std::invalid_argument(name + ": Invalid output_format " + output_format_);
   if (format_ != "bam") throw std::invalid_argument(name + ": CRAM output is not supported: " + output_);
 
-  // A tab or a line end of an argument would break the header line.
-  std::string command_line = command_line_;
-  std::replace_if(
-      command_line.begin(), command_line.end(), [](unsigned char c) { return c < ' '; }, ' ');
   header_ = context->reads->input().mergedHeader(
-      {{"ID", "torvesin-" + name}, {"VN", version_text()}, {"CL", command_line}});
+      {{"ID", "torvesin-" + name}, {"VN", version_text()}, {"CL", command_line_}});
   auto writer = createReadWriter(output_, context->reference, writer_options_, format_);
   writer->init(header_);
   writer_ = std::move(writer);

@@ -25,12 +25,11 @@ int levelFromEnvironment() {
 // Never destroyed: its engine would close standard error while others may still have something to say.
 struct Defaults {
   std::mutex mutex;
-  int level = levelFromEnvironment();    // guarded by mutex
-  std::shared_ptr<LoggerEngine> engine;  // guarded by mutex
-  Defaults() {
-    setvbuf(stderr, nullptr, _IOLBF, BUFSIZ);
-    engine = std::make_shared<FileLoggerEngine>(stderr);
-  }
+  int level = levelFromEnvironment();  // guarded by mutex
+  // Kept also when another one takes its place, for the same reason.
+  const std::shared_ptr<LoggerEngine> standard = std::make_shared<FileLoggerEngine>(stderr);
+  std::shared_ptr<LoggerEngine> engine = standard;  // guarded by mutex
+  Defaults() { setvbuf(stderr, nullptr, _IOLBF, BUFSIZ); }
 };
 
 Defaults& defaults() {
@@ -91,7 +90,7 @@ void Logger::setDefaults(int level, std::shared_ptr<LoggerEngine> engine) {
   Defaults& shared = defaults();
   std::lock_guard lock(shared.mutex);
   shared.level = level;
-  shared.engine = std::move(engine);
+  shared.engine = engine ? std::move(engine) : shared.standard;
 }
 
 void log_text(const char* form, ...) {

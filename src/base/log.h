@@ -34,8 +34,8 @@ class Logger {
   [[gnu::format(printf, 3, 4)]] void log(int level, const char* form, ...) const;
   bool enabled(int level) const { return level <= level_; }
 
-  // Process-wide settings, taken by loggers made afterwards. The engine defaults to stderr, the level to
-  // LOG_INFO.
+  // Process-wide settings, taken by loggers made afterwards. The engine is one on stderr at first, and again
+  // when null is given; the level is LOG_INFO at first.
   static void setDefaults(int level, std::shared_ptr<LoggerEngine> engine);
 
  private:

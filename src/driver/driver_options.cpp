@@ -49,7 +49,7 @@ bool refuse(const char* option, const char* value) {
   return false;
 }
 
-// A number with an optional suffix K, M or G; one that does not fit 64 bits is refused.
+// A number with an optional suffix K, M or G, which must not take it out of 64 bits; without one it is cut to them.
 bool setMemory(const char* value, int64_t& bytes) {
   char* end;
   const long long number = strtoll(value, &end, 10);

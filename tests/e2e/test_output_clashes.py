@@ -72,6 +72,7 @@ def refused(run, folder, algos, message, inputs=("-i", "in.bam")):
         (RW + ["x.bam.bai"] + RW + ["x.bam"], "ReadWriter: output file x.bam.bai would overwrite output file x.bam.bai of ReadWriter"),
         (RW + ["a.bam"] + RW + [INDEX, "output_index_file=a.bam.bai", "b.bam"],
          "ReadWriter: output file a.bam.bai would overwrite output file a.bam.bai of ReadWriter"),
+        (RW + ["a.bam"] + AS + ["a.bam.bai.tmp"], "AlignmentStat: output file a.bam.bai.tmp would overwrite output file a.bam.bai.tmp of ReadWriter"),
         (RW + [INDEX, "output_index_file=a.bam", "a.bam"], "ReadWriter: output file a.bam would overwrite output file a.bam of ReadWriter"),
         (RW + [INDEX, "output_index_file=a.bam_0", "a.bam"], "ReadWriter: output file a.bam_0 would overwrite output file a.bam of ReadWriter"),
         (AS + ["a"] + RW + ["b"] + AS + ["c"] + AS + ["a"], "AlignmentStat: output file a would overwrite output file a of AlignmentStat"),

@@ -96,17 +96,18 @@ uint8_t* aux_find(const bam_record& record, const char* two_letter_tag) {
   return nullptr;
 }
 
-bool aux_find_checked(const bam_record& record, const char* two_letter_tag, uint8_t*& found) {
+int aux_find_checked(const bam_record& record, const char* two_letter_tag, uint8_t*& found) {
   const auto tag = load<uint16_t>(reinterpret_cast<const uint8_t*>(two_letter_tag));
   uint8_t* const end = record.auxEnd();
   found = nullptr;
+  int count = 0;
   for (uint8_t* at = end - record.l_aux; at < end;) {
     int64_t size = end - at > kTagSize ? aux_size(at + 2, end) : -1;
-    if (size < 0) return false;
-    if (!found && load<uint16_t>(at) == tag) found = at + 2;
+    if (size < 0) return -1;
+    if (load<uint16_t>(at) == tag && count++ == 0) found = at + 2;
     at += kTagSize + size;
   }
-  return true;
+  return count;
 }
 
 int64_t aux_int(const uint8_t* type) {

@@ -12,6 +12,7 @@
 
 #include "base/text.h"
 #include "readdata/bam/bam_index_check.h"
+#include "readdata/stream/genome_bins.h"
 
 namespace {
 
@@ -42,13 +43,6 @@ class SeenNames {
 
   std::unordered_set<uint32_t, Hash, Equal> seen_;
 };
-
-// First base of a bin.
-uint64_t binStart(uint32_t bin) {
-  for (auto [shift, first] : {std::pair{14, 4681u}, {17, 585u}, {20, 73u}, {23, 9u}, {26, 1u}})
-    if (bin >= first) return static_cast<uint64_t>(bin - first) << shift;
-  return 0;
-}
 
 }  // namespace
 

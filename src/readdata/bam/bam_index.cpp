@@ -14,19 +14,13 @@
 
 #include "base/plain_file.h"
 #include "base/text.h"
+#include "readdata/stream/genome_bins.h"
 
 namespace {
 
 constexpr char kMagic[4] = {'B', 'A', 'I', 1};
-constexpr int kWindowShift = 14;
 // Far above the index of any real file; one of this size is not read at all.
 constexpr int64_t kMaxFileSize = int64_t(1) << 30;
-
-struct Level {
-  int shift;
-  uint32_t first_bin;
-};
-constexpr Level kLevels[] = {{14, 4681}, {17, 585}, {20, 73}, {23, 9}, {26, 1}, {29, 0}};
 
 struct FileCloser {
   void operator()(FILE* stream) const { fclose(stream); }
@@ -100,8 +94,8 @@ class IndexReader {
 };
 
 void IndexReader::pseudoBin(BamIndex::ContigIndex& contig, size_t number, uint32_t chunks) {
-  if (chunks != 2) fail(format("has a malformed bin %u, contig %zu", BamIndex::kPseudoBin, number));
-  if (contig.has_counts) fail(format("has bin %u twice, contig %zu", BamIndex::kPseudoBin, number));
+  if (chunks != 2) fail(format("has a malformed bin %u, contig %zu", kPseudoBin, number));
+  if (contig.has_counts) fail(format("has bin %u twice, contig %zu", kPseudoBin, number));
   Chunk span = checkedChunk(number);
   Chunk counts = chunk();
   contig.has_counts = true;
@@ -116,8 +110,8 @@ void IndexReader::contig(BamIndex::ContigIndex& contig, size_t number) {
   for (uint32_t i = 0; i < bins; ++i) {
     uint32_t bin = this->number<uint32_t>();
     uint32_t chunks = count("chunks", sizeof(Chunk));
-    if (bin > BamIndex::kPseudoBin) fail(format("has bin %u, contig %zu", bin, number));
-    if (bin == BamIndex::kPseudoBin) {
+    if (bin > kPseudoBin) fail(format("has bin %u, contig %zu", bin, number));
+    if (bin == kPseudoBin) {
       pseudoBin(contig, number, chunks);
       continue;
     }
@@ -206,7 +200,7 @@ void print(const BamIndex& index) {
       for (const Chunk& chunk : chunks) printChunk("      ", chunk);
     }
     if (!contig.has_counts) continue;
-    fprintf(stderr, "%skey = %d value = \n", "    ", static_cast<int>(BamIndex::kPseudoBin));
+    fprintf(stderr, "%skey = %d value = \n", "    ", static_cast<int>(kPseudoBin));
     printChunk("      ", {contig.first_offset, contig.last_offset});
     fprintf(stderr, "%s%lld %lld\n", "      ", static_cast<long long>(contig.mapped),
             static_cast<long long>(contig.unmapped));
@@ -245,7 +239,7 @@ void writeIndex(const BamIndex& index, IndexWriter& out) {
       out.bytes(chunks.data(), chunks.size() * sizeof(Chunk));
     }
     if (contig.has_counts) {
-      out.number(BamIndex::kPseudoBin);
+      out.number(kPseudoBin);
       out.number(int32_t(2));
       for (uint64_t value : {contig.first_offset, contig.last_offset, contig.mapped, contig.unmapped})
         out.number(value);
@@ -297,14 +291,14 @@ std::shared_ptr<const BamIndex> BamIndex::load(const std::string& bam_path, int 
 
 void BamIndex::query(int32_t contig, uint32_t start, uint32_t end, std::vector<Chunk>& chunks) const {
   chunks.clear();
-  end = std::min(end, kMaxContigLength);
+  end = std::min(end, kMaxBinnedLength);
   if (contig < 0 || static_cast<size_t>(contig) >= contigs.size() || start >= end) return;
   const ContigIndex& from = contigs[contig];
   uint64_t min_offset = 0;
   for (size_t window = std::min<size_t>(from.linear.size(), (start >> kWindowShift) + 1);
        window > 0 && min_offset == 0; --window)
     min_offset = from.linear[window - 1];
-  for (const Level& level : kLevels) {
+  for (const BinLevel& level : kBinLevels) {
     uint32_t last = level.first_bin + ((end - 1) >> level.shift);
     for (auto bin = from.bins.lower_bound(level.first_bin + (start >> level.shift));
          bin != from.bins.end() && bin->first <= last; ++bin)
@@ -342,6 +336,7 @@ bool BamIndex::save(const std::string& path) const {
   struct stat status;
   bool in_place = stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
   std::string target = in_place ? path : path + ".tmp";
+  if (!in_place) unlink(target.c_str());  // rather than what a link of that name leads to
   errno = 0;
   FILE* stream = fopen(target.c_str(), "wbe");
   if (stream == nullptr) return false;

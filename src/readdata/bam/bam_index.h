@@ -33,9 +33,6 @@ void checkBaiContigs(const bam_header& header, const std::string& path = "");
 
 class BamIndex final : public BamIndexBase {
  public:
-  static constexpr uint32_t kPseudoBin = 37450;
-  static constexpr uint32_t kMaxContigLength = 536870912;  // 2^29, what the binning scheme can number
-
   struct ContigIndex {
     std::map<uint32_t, std::vector<Chunk>> bins;  // without the pseudo bin; chunks in file order
     std::vector<uint64_t> linear;                 // lowest offset per 16384-base window

@@ -7,10 +7,9 @@
 #include "base/text.h"
 #include "readdata/bam/bam_impl.h"
 #include "readdata/bam/bam_index.h"
+#include "readdata/stream/genome_bins.h"
 
 namespace {
-
-constexpr uint32_t kFirstNarrowBin = 4681;  // of one window
 
 std::string offsetText(uint64_t offset) {
   return format("%llu/%u", static_cast<unsigned long long>(offset >> 16),
@@ -78,7 +77,7 @@ void CoverCheck::checkWindows(const BamIndex::ContigIndex& contig, const std::st
   for (size_t window = 0; window < contig.linear.size(); ++window) {
     uint64_t offset = contig.linear[window];
     if (offset == 0) continue;  // as some writers tell a window without reads
-    auto bin = contig.bins.find(kFirstNarrowBin + static_cast<uint32_t>(window));
+    auto bin = contig.bins.find(kBinLevels[0].first_bin + static_cast<uint32_t>(window));
     bool leaves_out = bin != contig.bins.end() && !bin->second.empty() && offset > bin->second.front().begin;
     if (offset < last || offset >= end_ || leaves_out)
       fail(format("window %zu of contig %s leaves out reads", window, name.c_str()));

@@ -8,12 +8,12 @@
 #include "base/timer.h"
 #include "readdata/bam/bam_impl.h"
 #include "readdata/bam/bam_index.h"
+#include "readdata/stream/genome_bins.h"
 
 namespace {
 
 constexpr uint32_t kNoBin = 0xFFFFFFFF;
-constexpr int kWindowShift = 14;
-constexpr uint32_t kMaxBases = BamIndex::kMaxContigLength - 1;
+constexpr uint32_t kMaxBases = kMaxBinnedLength - 1;
 
 }  // namespace
 
@@ -66,7 +66,7 @@ void BamIndexHelper::add(int32_t ref_id, int32_t pos, int64_t end, bool mapped, 
   }
   bool in_order = !no_coor_ && (ref_id > last_ref_ || (ref_id == last_ref_ && pos >= last_pos_));
   bool in_range = static_cast<size_t>(ref_id) < index_.contigs.size() && pos >= 0 &&
-                  static_cast<uint32_t>(pos) < BamIndex::kMaxContigLength;
+                  static_cast<uint32_t>(pos) < kMaxBinnedLength;
   if (!in_order || !in_range) refuse(ref_id, pos, name);
   if (ref_id != last_ref_) {
     closeContig();
@@ -74,7 +74,7 @@ void BamIndexHelper::add(int32_t ref_id, int32_t pos, int64_t end, bool mapped, 
     first_offset_ = begin_offset;
   }
   last_pos_ = pos;
-  end = std::clamp<int64_t>(end, int64_t(pos) + 1, BamIndex::kMaxContigLength);
+  end = std::clamp<int64_t>(end, int64_t(pos) + 1, kMaxBinnedLength);
   uint32_t bin = bin_of(pos, static_cast<uint32_t>(end));
   if (dump_)
     fprintf(stderr, "bi_add: %d %d %d %d %lld\n", ref_id, pos, static_cast<int>(end), static_cast<int>(bin),

@@ -11,6 +11,8 @@
 #include <new>
 #include <utility>
 
+#include "readdata/stream/genome_bins.h"
+
 static_assert(offsetof(bam_record, tlen) + sizeof(int32_t) == bam_record::kFixedSize);
 
 bam_record::~bam_record() {
@@ -107,15 +109,7 @@ int64_t alignment_end(const bam_record& record) {
 
 uint16_t bin_of(uint32_t start, uint32_t end) {
   if (start > INT32_MAX) return 4680;
-  uint32_t last = end > start ? end - 1 : start;
-  if (last >> 29) return 0;
-  static constexpr struct {
-    int shift;
-    uint32_t offset;
-  } kLevels[] = {{14, 4681}, {17, 585}, {20, 73}, {23, 9}, {26, 1}};
-  for (const auto& level : kLevels)
-    if (start >> level.shift == last >> level.shift) return uint16_t(level.offset + (start >> level.shift));
-  return 0;
+  return uint16_t(smallestBin(start, end));
 }
 
 std::string cigarString(const uint8_t* words, uint32_t count) {

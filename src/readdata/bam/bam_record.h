@@ -130,8 +130,9 @@ void bam_seq_encode(const char* letters, size_t length, uint8_t* packed);  // an
 // Aux data. A pointer is to the type byte; null stands for an absent tag, which every reader answers with 0
 // or "", as it does a value of another type. aux_find() returns only values that lie within the record.
 uint8_t* aux_find(const bam_record& record, const char* two_letter_tag);
-// The same by a walk over all of the aux data; false when that cannot be walked to its end, byte for byte.
-bool aux_find_checked(const bam_record& record, const char* two_letter_tag, uint8_t*& found);
+// The same by a walk over all of the aux data. How many tags of that name there are, of which `found` is the
+// first; -1 when the aux data cannot be walked to its end, byte for byte.
+int aux_find_checked(const bam_record& record, const char* two_letter_tag, uint8_t*& found);
 // Bytes behind the type byte, -1 when it has an unknown type or does not end before `end`.
 int64_t aux_size(const uint8_t* type, const uint8_t* end);
 int64_t aux_int(const uint8_t* type);                // c, C, s, S, i, I

@@ -8,17 +8,12 @@
 #include <unistd.h>
 
 #include "base/text.h"
-
-namespace {
-
-constexpr int kWindowShift = 14;
-
-}  // namespace
+#include "readdata/stream/genome_bins.h"
 
 void BamIndexData::add(int32_t ref_id, int32_t start, int64_t end, bool mapped, int64_t offset) {
   // A place that no index can hold stays as it is, for the builder to refuse.
-  const bool indexable = ref_id >= 0 && start >= 0 && uint32_t(start) < BamIndex::kMaxContigLength;
-  if (indexable) end = std::clamp<int64_t>(end, int64_t(start) + 1, BamIndex::kMaxContigLength);
+  const bool indexable = ref_id >= 0 && start >= 0 && uint32_t(start) < kMaxBinnedLength;
+  if (indexable) end = std::clamp<int64_t>(end, int64_t(start) + 1, kMaxBinnedLength);
   const uint32_t bin = indexable ? bin_of(uint32_t(start), uint32_t(end)) : 0;
   const uint32_t window = indexable ? uint32_t(end - 1) >> kWindowShift : 0;
 

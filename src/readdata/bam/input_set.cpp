@@ -82,21 +82,10 @@ namespace {
   throw std::runtime_error(std::string("Read (") + record.name() + ") has " + what + " from " + path);
 }
 
-// The text of the tag RG, without copy; empty when the record has none or one of another type. False when the aux
-// data is not sound: no reader could take it from an output either.
-bool readGroupText(const bam_record& record, std::string_view& text) {
-  uint8_t* type;
-  if (!aux_find_checked(record, "RG", type)) return false;
-  text = type && *type == 'Z' ? std::string_view(aux_text(type)) : std::string_view();
-  return true;
-}
-
 }  // namespace
 
-const InputSet::Group& InputSet::groupOf(size_t index, const bam_record& record) const {
+const InputSet::Group& InputSet::groupOf(size_t index, const bam_record& record, std::string_view id) const {
   const File& file = files_[index];
-  std::string_view id;
-  if (!readGroupText(record, id)) throwBadRead(record, "corrupt aux data", handles_[index]->path);
   auto& recent = file.recent_groups[id.empty() ? 0 : uint8_t(id.back()) % file.recent_groups.size()];
   const auto* known = recent.load(std::memory_order_relaxed);
   if (known && known->first == id) return known->second;
@@ -118,8 +107,13 @@ int32_t InputSet::translate(size_t index, bam_record& record) const {
                    handles_[index]->path);
     *number = file.to_joined[*number];
   }
-  const Group& group = groupOf(index, record);
-  if (group.renamed) {
+  uint8_t* tag;
+  const int tag_count = aux_find_checked(record, "RG", tag);
+  // No reader could take such a record from an output either.
+  if (tag_count < 0) throwBadRead(record, "corrupt aux data", handles_[index]->path);
+  const bool is_text = tag && *tag == 'Z';
+  const Group& group = groupOf(index, record, is_text ? aux_text(tag) : "");
+  if (group.renamed || tag_count > 1) {
     // A second tag would be what readers that take the last one see.
     aux_delete_all(record, "RG");
     aux_append(record, "RG", 'Z', group.id.size() + 1, group.id.c_str());
@@ -141,7 +135,7 @@ InputSet::Program InputSet::chained(const FieldList& fields) const {
   FieldList own = fields;
   for (auto& [key, value] : own) {
     std::replace_if(
-        value.begin(), value.end(), [](char c) { return c == '\t' || c == '\n' || c == '\r'; }, ' ');
+        value.begin(), value.end(), [](unsigned char c) { return c < ' '; }, ' ');
     if (key != "ID") continue;
     added.id = value;
     for (int copy = 1; ids.count(added.id); copy++) added.id = value + "-dup-" + std::to_string(copy);

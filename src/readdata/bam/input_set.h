@@ -49,7 +49,7 @@ class InputSet {
   int32_t fileContig(size_t file, int32_t contig) const { return files_[file].from_joined[contig]; }
   int32_t joinedContig(size_t file, int32_t file_contig) const { return files_[file].to_joined[file_contig]; }
   // Rewrites contig numbers and read group of a record to the joined ones and returns the read group's index.
-  // A tag RG that is no text counts as absent. Throws std::runtime_error when the record has no read group or
+  // Of several tags RG the first counts and alone is left; one that is no text counts as absent. Throws std::runtime_error when the record has no read group or
   // one that the header lacks, or when a contig number is not one of the file's.
   int32_t translate(size_t file, bam_record& record) const;
 
@@ -86,7 +86,8 @@ class InputSet {
 
   void indexContigs();
   void takeOrder(const std::map<std::string_view, size_t>& ranks);
-  const Group& groupOf(size_t file, const bam_record& record) const;
+  const Group& groupOf(size_t file, const bam_record& record,
+                       std::string_view id) const;  // `id` may be empty
   Program chained(const FieldList& fields) const;
 
   std::vector<BAMHandle*> handles_;

@@ -62,7 +62,7 @@ bool GeneList::load(const char* path) {
   }
   int error = errno;
   free(buffer);
-  if (good && ferror(stream.get())) {
+  if (good && !feof(stream.get())) {  // a failed read, or a line beyond the memory
     fprintf(stderr, "Failed to read RefSeq file %s, %s\n", path, strerror(error));
     good = false;
   }

@@ -23,10 +23,9 @@ template <class Work>
 std::vector<std::string> logged(int level, Work work) {
   TempFolder folder;
   std::string path = folder.path("log");
-  auto standard = std::make_shared<FileLoggerEngine>(fopen("/dev/null", "w"));
   Logger::setDefaults(level, std::make_shared<FileLoggerEngine>(fopen(path.c_str(), "w")));
   work();
-  Logger::setDefaults(LOG_INFO, standard);
+  Logger::setDefaults(LOG_INFO, nullptr);
   return linesOf(path);
 }
 
@@ -64,6 +63,14 @@ TEST(Logger, LinesOfManyThreadsStayWhole) {
     EXPECT_EQ(line.find_first_not_of(line[colon + 1], colon + 1), std::string::npos) << line;
     EXPECT_GE(line.size() - colon - 1, 100u);
   }
+}
+
+TEST(Logger, AnotherEngineLeavesStandardErrorOpen) {
+  logged(LOG_INFO, [] {});
+  testing::internal::CaptureStderr();
+  Logger("back").log(LOG_INFO, "here again");
+  fputs("and here\n", stderr);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::EndsWith("INFO :here again\nand here\n"));
 }
 
 TEST(LoggerDeathTest, NullTagIsAProgrammingError) {

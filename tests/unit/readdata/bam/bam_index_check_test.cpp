@@ -88,7 +88,7 @@ std::vector<size_t> chunkFields(const std::string& bai) {
     for (uint32_t i = 0; i < bins; ++i) {
       uint32_t bin = little(bai, at, 4), chunks = little(bai, at + 4, 4);
       at += 8;
-      for (uint32_t k = 0; k < (bin == BamIndex::kPseudoBin ? 1 : chunks); ++k)
+      for (uint32_t k = 0; k < (bin == kPseudoBin ? 1 : chunks); ++k)
         for (size_t field = 0; field < 16; field += 4) fields.push_back(at + 16 * k + field);
       at += 16 * chunks;
     }
