@@ -65,6 +65,12 @@ class VCFWriter {
   void finishContig();  // hands the current index over, or drops it
   // The index of a partial file; null when it has no features. The first one gives this writer's contig table.
   std::unique_ptr<GenomeIndex> loadPartialIndex(const std::string& partialPath);
+  std::unique_ptr<IOHandle> openPartial(const std::string& partialPath);
+  // Passes over the header of a partial file, up to the first line that is no comment or begins with `stop`, unless
+  // null. It becomes the output's header while that is empty.
+  void takeHeader(IOHandle& partial, const std::string& partialPath, const char* stop = nullptr);
+  // Throws for a contig whose records end in front of others in the output already.
+  void requireNewOrCurrent(const std::string& contig, const std::string& partialPath) const;
 
   std::string name_, path_;
   std::unique_ptr<IOHandle> stream_;
@@ -75,5 +81,9 @@ class VCFWriter {
   bool isClone_ = false;
 
  private:
+  [[noreturn]] void fail(const std::string& what) const;
+
   std::string text_;  // scratch of write()
+  std::string
+      emptyPartial_;  // the first partial file without features; its header serves an output without records
 };

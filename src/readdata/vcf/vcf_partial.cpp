@@ -1,0 +1,71 @@
+// vcf_partial.cpp - VCFWriter: joining the files that the pieces of a sharded run have written.
+#include <stdexcept>
+#include <string_view>
+#include <typeinfo>
+
+#include "readdata/stream/bgzf_handle.h"
+#include "readdata/vcf/vcf_writer.h"
+
+std::unique_ptr<GenomeIndex> VCFWriter::loadPartialIndex(const std::string& partialPath) {
+  std::unique_ptr<GenomeIndex> loaded = newGenomeIndex(partialPath, indexOptions_);
+  if (!loaded->load(partialPath)) fail("failed to load index for file " + partialPath);
+  if (loaded->count == 0) {
+    if (emptyPartial_.empty()) emptyPartial_ = partialPath;
+    return nullptr;
+  }
+  if (index_->count == 0 && !current_) {
+    index_ = loaded->clone();
+    index_->setContigs(loaded->contigs);
+  }
+  const GenomeIndex &own = *index_, &other = *loaded;
+  if (typeid(own) != typeid(other)) fail("Incompatible temp file format");
+  return loaded;
+}
+
+std::unique_ptr<IOHandle> VCFWriter::openPartial(const std::string& partialPath) {
+  std::unique_ptr<IOHandle> handle = stream_->open(partialPath.c_str(), "r");
+  if (!handle) fail("failed to open file " + partialPath + ", " + stream_->error_text());
+  // A plain stream would read any bytes.
+  const bool compressed = dynamic_cast<const BGZFHandle*>(stream_.get()) != nullptr;
+  if (compressed != BGZFHandle::is_bgzf(partialPath.c_str())) fail("Incompatible temp file format");
+  return handle;
+}
+
+void VCFWriter::takeHeader(IOHandle& partial, const std::string& partialPath, const char* stop) {
+  const bool wanted = tell() == 0;
+  char piece[1023];
+  bool lineBegins = true;
+  int64_t lineStart = 0;
+  for (;;) {
+    if (lineBegins) lineStart = partial.seek(0, SEEK_CUR);
+    const int64_t got = partial.read_until(piece, sizeof piece, '\n');
+    if (got < 0) fail("failed to read from file " + partialPath + ", " + partial.error_text());
+    if (got == 0) return;
+    const std::string_view text(piece, static_cast<size_t>(got));
+    if (lineBegins && (text[0] != '#' || (stop && text.starts_with(stop)))) break;
+    if (wanted && stream_->write(text.data(), text.size()) < 0) failWrite();
+    lineBegins = text.back() == '\n';
+  }
+  if (partial.seek(lineStart, SEEK_SET) < 0)
+    fail("failed to read from file " + partialPath + ", " + partial.error_text());
+}
+
+void VCFWriter::requireNewOrCurrent(const std::string& contig, const std::string& partialPath) const {
+  if ((!current_ || current_->name != contig) && index_->find(contig))
+    fail("contig " + contig + " of file " + partialPath + " is not in genome order");
+}
+
+void VCFWriter::merge(const std::string& partialPath) {
+  const std::unique_ptr<GenomeIndex> loaded = loadPartialIndex(partialPath);
+  if (!loaded) return;
+  const std::unique_ptr<IOHandle> handle = openPartial(partialPath);
+  takeHeader(*handle, partialPath);
+  for (const GenomeIndex::Contig& contig : loaded->contigs) {
+    auto found = loaded->indices.find(contig.name);
+    if (found == loaded->indices.end() || !found->second || found->second->count == 0) continue;
+    requireNewOrCurrent(contig.name, partialPath);
+    Result result;
+    result.ci = std::move(found->second);
+    merge(&result, handle.get());
+  }
+}
