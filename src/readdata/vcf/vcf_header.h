@@ -1,7 +1,7 @@
 // vcf_header.h - the meta lines, contigs and sample names of a VCF file.
 // Owns     everything in it.
 // Threads  built by one thread, then read by all.
-// Errors   parse() reports nothing: what it cannot use is dropped, and an unreadable stream gives an empty header.
+// Errors   parse() drops what it cannot use, and an unreadable stream gives an empty header; see error_code() there.
 // Source   the VCF 4.2 format document; any VCF 4.x is read.
 #pragma once
 
@@ -33,6 +33,7 @@ class VCFHeader {
   std::map<std::string, std::vector<VCFHeaderDef>> defs;  // by key: INFO, FORMAT, FILTER, contig, ...
 
   // Reads from where `stream` stands, and leaves it at the first record. A line of 4095 bytes or more is dropped.
+  // Throws std::runtime_error, without the file's name, for a header that would take more than 256 MiB of memory.
   void parse(IOHandle& stream);
   // Writes the header as VCF 4.2; sorts the INFO and FORMAT entries by id. Failures show in the stream's error_code().
   void print(IOHandle& stream);
