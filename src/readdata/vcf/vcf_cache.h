@@ -47,18 +47,32 @@ class VCFCache {
   static uint32_t maxRecordSize();
 
  private:
-  enum class Fill { kMore, kFull, kDone };
+  static constexpr int64_t kNoRoom = -1;
+
+  struct Load;  // one run of load()
 
   void empty();
   void dropBefore(int32_t start);
   void load(int32_t from, int32_t to);
+  bool fill(VCFBlock& block, Load& load);
+  bool toChunk(Load& load);
+  void push(const VCFLine& record);
+  void growBlocks(uint32_t capacity);
+
+  int64_t tell();
+  int64_t seek(int64_t offset);
+  // Bytes of the next line with its newline, 0 at the end of the file, kNoRoom (the stream stands inside it) for a line
+  // of more than `room` bytes.
+  int64_t readLine(char* text, uint32_t room);
+  // Cuts the `size` bytes of a line as readLine() gives them.
+  void parseLine(char* text, int64_t size, VCFLine& record) const;
 
   std::string path_;
   std::shared_ptr<const GenomeIndex> index_;
   std::unique_ptr<IOHandle> stream_;
   const GenomeIndex::ContigIndex* current_ = nullptr;
   int32_t startPos_ = 0, loadedEnd_ = 0;
-  std::vector<VCFLine> records_;  // the window begins at first_
+  std::vector<VCFLine> records_;  // the window begins at first_; the last one stands just before the stream
   size_t first_ = 0;
   VCFBlockChain blocks_;
   uint32_t blockSize_ = 0;  // bytes; 0: the default

@@ -1,0 +1,62 @@
+#include "readdata/vcf/vcf_contigs.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "readdata/vcf/vcf_cache.h"
+
+namespace {
+
+using Group = std::vector<VCFHeader::Contig>;
+
+ptrdiff_t known(const Group& group, const ContigMap& contigMap) {
+  return std::count_if(group.begin(), group.end(),
+                       [&](const auto& contig) { return contigMap.contains(contig.name); });
+}
+
+}  // namespace
+
+ContigMap contigMapOf(const std::vector<Contig>& contigs) {
+  ContigMap map;
+  for (size_t i = 0; i < contigs.size(); i++) map.emplace(contigs[i].contig, i);
+  return map;
+}
+
+bool checkContigs(const VCFHeader& header, const std::string& vcfPath, const std::vector<Contig>& contigs,
+                  const ContigMap& contigMap, bool strict) {
+  const auto groups = header.contigs();
+  const Group* best = nullptr;
+  ptrdiff_t most = -1;
+  for (const auto& [assembly, group] : groups) {
+    const ptrdiff_t count = known(group, contigMap);
+    if (count <= most) continue;
+    most = count;
+    best = &group;
+  }
+  if (best == nullptr) return true;
+  bool good = true;
+  for (const VCFHeader::Contig& contig : *best) {
+    const auto found = contigMap.find(contig.name);
+    if (found == contigMap.end()) {
+      if (!strict) continue;
+      fprintf(stderr, "Contig %s from the vcf file %s is not present in the reference\n", contig.name.c_str(),
+              vcfPath.c_str());
+      good = false;
+    } else if (contig.length != -1 && contig.length != contigs.at(found->second).end) {
+      fprintf(stderr, "Contig %s has a different size in the vcf file %s than in the reference\n",
+              contig.name.c_str(), vcfPath.c_str());
+      good = false;
+    }
+  }
+  if (most == 0 && !best->empty())
+    fprintf(stderr, "Warning: Contigs in the vcf file %s do not match any contigs in the reference\n",
+            vcfPath.c_str());
+  return good;
+}
+
+bool checkContigs(const std::string& vcfPath, const std::vector<Contig>& contigs, const ContigMap& contigMap,
+                  bool strict) {
+  VCFHeader header;
+  VCFCache(vcfPath).getHeader(header);
+  return checkContigs(header, vcfPath, contigs, contigMap, strict);
+}
