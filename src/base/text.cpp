@@ -1,17 +1,22 @@
 #include "base/text.h"
 
 #include <cctype>
-#include <cstdarg>
 #include <cstdio>
 #include <stdexcept>
 
 std::string format(const char* form, ...) {
-  va_list args, again;
-  va_start(args, form);
-  va_copy(again, args);
+  va_list arguments;
+  va_start(arguments, form);
+  std::string text = formatList(form, arguments);
+  va_end(arguments);
+  return text;
+}
+
+std::string formatList(const char* form, va_list arguments) {
+  va_list again;
+  va_copy(again, arguments);
   char small[512];
-  int length = vsnprintf(small, sizeof small, form, args);
-  va_end(args);
+  int length = vsnprintf(small, sizeof small, form, arguments);
   std::string text;
   if (length >= 0 && size_t(length) < sizeof small) {
     text.assign(small, length);

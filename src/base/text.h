@@ -2,6 +2,7 @@
 // Threads  pure functions.
 #pragma once
 
+#include <cstdarg>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -10,6 +11,7 @@
 
 // The text that printf would make of `form` and its arguments, of any length.
 [[gnu::format(printf, 1, 2)]] std::string format(const char* form, ...);
+[[gnu::format(printf, 1, 0)]] std::string formatList(const char* form, va_list arguments);
 
 // `text` cut at every `separator`; an empty text gives one empty piece.
 std::vector<std::string> split(std::string_view text, char separator);

@@ -9,27 +9,12 @@
 #include <iterator>
 #include <string_view>
 
+#include "base/text.h"
 #include "readdata/vcf/gq_block.h"
 
 namespace {
 
 const std::vector<std::string> kNoValues;
-
-std::string formatValue(const char* form, va_list arguments) {
-  char small[64];
-  va_list again;
-  va_copy(again, arguments);
-  const int length = vsnprintf(small, sizeof small, form, arguments);
-  std::string text;
-  if (length >= static_cast<int>(sizeof small)) {
-    text.resize(static_cast<size_t>(length));
-    vsnprintf(text.data(), text.size() + 1, form, again);
-  } else if (length > 0) {
-    text.assign(small, static_cast<size_t>(length));
-  }
-  va_end(again);
-  return text;
-}
 
 const std::vector<std::string>& valuesOf(const std::map<std::string, std::vector<std::string>>& attributes,
                                          const std::string& key) {
@@ -189,7 +174,7 @@ void VariantContext::addFilter(const std::string& name) {
 void VariantContext::addInfo(const std::string& key, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  info[key].push_back(formatValue(format, arguments));
+  info[key].push_back(formatList(format, arguments));
   va_end(arguments);
 }
 
@@ -203,7 +188,7 @@ void VariantContext::setFlag(const std::string& key, bool on) {
 void VariantContext::addGenotype(const std::string& sample, const std::string& key, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  genotypes[sample][key].push_back(formatValue(format, arguments));
+  genotypes[sample][key].push_back(formatList(format, arguments));
   va_end(arguments);
 }
 
