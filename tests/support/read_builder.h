@@ -82,10 +82,6 @@ class ReadBuilder {
     paired_ = true;
     return flag(FLAG_MATE_UNMAPPED);
   }
-  ReadBuilder& tlen(int32_t length) {
-    fixed_.tlen = length;
-    return *this;
-  }
 
   ReadBuilder& tag(const char* name, const std::string& text) { return tag(name, 'Z', text + '\0'); }
   ReadBuilder& tag(const char* name, const char* text) { return tag(name, std::string(text)); }

@@ -8,62 +8,6 @@ namespace {
 
 using testing::ElementsAre;
 
-std::string printed(const OptionParser& parser, const char* title) {
-  char* text = nullptr;
-  size_t size = 0;
-  FILE* stream = open_memstream(&text, &size);
-  parser.print(stream, title);
-  fclose(stream);
-  std::string result(text, size);
-  free(text);
-  return result;
-}
-
-std::string printedEntry(const AlgoOption& option) {
-  OptionParser parser;
-  parser.add(option, [](const char*) { return true; });
-  return printed(parser, nullptr);
-}
-
-TEST(OptionPrinter, HelpStartsInColumn24OrOnTheNextLine) {
-  const std::string indent(24, ' ');
-  struct {
-    AlgoOption option;
-    std::string expected;
-  } const cases[] = {
-      {{"input", 1, 'i', "Help"}, "  -i, --input           Help\n"},
-      {{"debug", 1, 0, "Help"}, "      --debug           Help\n"},
-      // "  -x, --" and "      --" take 8 columns: names of 14 to 17 letters are entries of 22 to 25 columns
-      {{"abcdefghijklmn", 0, 'x', "Help"}, "  -x, --abcdefghijklmn  Help\n"},
-      {{"abcdefghijklmno", 0, 'x', "Help"}, "  -x, --abcdefghijklmno Help\n"},
-      {{"abcdefghijklmnop", 0, 'x', "Help"}, "  -x, --abcdefghijklmnop\n" + indent + "Help\n"},
-      {{"abcdefghijklmnopq", 0, 'x', "Help"}, "  -x, --abcdefghijklmnopq\n" + indent + "Help\n"},
-      {{"abcdefghijklmn", 0, 0, "Help"}, "      --abcdefghijklmn  Help\n"},
-      {{"abcdefghijklmno", 0, 0, "Help"}, "      --abcdefghijklmno Help\n"},
-      {{"abcdefghijklmnop", 0, 0, "Help"}, "      --abcdefghijklmnop\n" + indent + "Help\n"},
-      {{"abcdefghijklmnopq", 0, 0, "Help"}, "      --abcdefghijklmnopq\n" + indent + "Help\n"},
-      {{"mode", 1, 0, "one\ntwo\nthree"},
-       "      --mode            one\n" + indent + "two\n" + indent + "three\n"},
-      {{"a_rather_long_option", 1, 0, "one\ntwo"},
-       "      --a_rather_long_option\n" + indent + "one\n" + indent + "two\n"},
-      {{"empty", 0, 0, ""}, "      --empty           \n"},
-      {{"secret", 1, 's', nullptr}, ""},
-  };
-  for (const auto& c : cases) EXPECT_EQ(printedEntry(c.option), c.expected) << c.option.name;
-}
-
-TEST(OptionPrinter, TitleThenEntriesInTableOrder) {
-  bool flag;
-  OptionParser parser;
-  parser.addFlag("zeta", 0, "Last letter", flag);
-  parser.addFlag("hidden", 0, nullptr, flag);
-  parser.addFlag("alpha", 'a', "First letter", flag);
-  EXPECT_EQ(printed(parser, "Options for Some:"),
-            "Options for Some:\n"
-            "      --zeta            Last letter\n"
-            "  -a, --alpha           First letter\n");
-}
-
 // A table with each kind of binding, and what a parse left in its fields.
 struct Table {
   Table() {
@@ -106,15 +50,6 @@ TEST(OptionParser, BindsEveryFormOfOption) {
   EXPECT_TRUE(t.positional.empty());
 }
 
-TEST(OptionParser, PositionalArgumentsKeepTheirOrderAmongOptions) {
-  Table t;
-  ASSERT_EQ(t.parse({"one", "-c", "3", "two", "--flag", "three", "--", "-c", "--nothing"}),
-            OptionParser::kOk);
-  EXPECT_EQ(t.count, 3);
-  EXPECT_THAT(t.positional, ElementsAre(testing::StrEq("one"), testing::StrEq("two"), testing::StrEq("three"),
-                                        testing::StrEq("-c"), testing::StrEq("--nothing")));
-}
-
 TEST(OptionParser, TellsUnknownFromRefused) {
   struct {
     std::vector<const char*> args;
@@ -139,20 +74,6 @@ TEST(OptionParser, TellsUnknownFromRefused) {
     EXPECT_EQ(t.parse(c.args), c.outcome) << (c.args.empty() ? "" : c.args[0]);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");  // the caller has words of its own
   }
-}
-
-TEST(OptionParser, AmbiguousAbbreviationIsUnknown) {
-  bool first = false, second = false;
-  OptionParser parser;
-  parser.addFlag("shard", 0, nullptr, first);
-  parser.addFlag("shard_param", 0, nullptr, second);
-  std::vector<const char*> positional;
-  const char* ambiguous[] = {"name", "--shar"};
-  EXPECT_EQ(parser.parse(2, ambiguous, positional), OptionParser::kUnknownOption);
-  const char* exact[] = {"name", "--shard"};
-  EXPECT_EQ(parser.parse(2, exact, positional), OptionParser::kOk);
-  EXPECT_TRUE(first);
-  EXPECT_FALSE(second);
 }
 
 TEST(OptionParser, NumbersReadWhatTheyCan) {
@@ -189,22 +110,6 @@ TEST(OptionParser, EachParseStartsAfresh) {
     EXPECT_EQ(t.count, 4);
     EXPECT_THAT(t.positional, ElementsAre(testing::StrEq("a"), testing::StrEq("b"), testing::StrEq("d")));
   }
-}
-
-TEST(OptionParser, OptionsAddedAfterAParseAreKnownToTheNext) {
-  OptionParser parser;
-  bool flag = false;
-  int count = 0;
-  std::vector<const char*> positional;
-  parser.addFlag("flag", 'f', "", flag);
-  const char* args[] = {"other", "x", "-f", "y", "-n", "4"};
-  EXPECT_EQ(parser.parse(6, args, positional), OptionParser::kUnknownOption);
-  parser.addInt("number", 'n', "", count);
-  ASSERT_EQ(parser.parse(6, args, positional), OptionParser::kOk);
-  EXPECT_TRUE(flag);
-  EXPECT_EQ(count, 4);
-  EXPECT_THAT(positional, ElementsAre(testing::StrEq("x"), testing::StrEq("y")));
-  EXPECT_STREQ(args[1], "x");  // the caller's array is left in its order
 }
 
 }  // namespace

@@ -73,10 +73,6 @@ TEST(Logger, AnotherEngineLeavesStandardErrorOpen) {
   EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::EndsWith("INFO :here again\nand here\n"));
 }
 
-TEST(LoggerDeathTest, NullTagIsAProgrammingError) {
-  EXPECT_EXIT(Logger(nullptr), testing::ExitedWithCode(255), "Initial logger with NULL tag\\.\n$");
-}
-
 TEST(LoggerDeathTest, LevelComesFromTheEnvironment) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process that has made no logger yet
   auto levels = [](const char* value) {

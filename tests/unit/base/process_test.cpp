@@ -1,16 +1,13 @@
 // What the process says about itself: crash report, end of a failed worker, host.
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
 
 #include "base/crash.h"
-#include "base/host.h"
 
 namespace {
 
@@ -55,33 +52,6 @@ TEST(CrashDeathTest, FailedWorkerEndsAtOnceWithStatus255) {
     exit_worker("no space left");
   };
   EXPECT_EXIT(failed(), testing::ExitedWithCode(255), testing::StrEq("no space left\n"));
-}
-
-// The first "key : value" of /proc/cpuinfo.
-std::string cpuInfo(const std::string& key) {
-  std::ifstream file("/proc/cpuinfo");
-  for (std::string line; std::getline(file, line);) {
-    if (line.rfind(key, 0) == 0 && line.find(": ") != line.npos) return line.substr(line.find(": ") + 2);
-  }
-  return "";
-}
-
-TEST(Host, ReportAgreesWithTheKernel) {
-  std::string report = host_report();
-  EXPECT_THAT(report, testing::StartsWith("os version: Linux "));
-  EXPECT_THAT(report, testing::HasSubstr("\ncpu vendor: " + cpuInfo("vendor_id") + " signature: "));
-  EXPECT_THAT(report, testing::HasSubstr(cpuInfo("model name") + "\n"));
-  EXPECT_THAT(report,
-              testing::ContainsRegex("\n  features: [0-9a-f]{8} [0-9a-f]{8}\n  extended: [0-9a-f]{8} "
-                                     "[0-9a-f]{8}\n  amd bits: [0-9a-f]{8} [0-9a-f]{8}\n     brand: "));
-}
-
-TEST(Host, FastDeflateWantsFourProcessorFeatures) {
-  std::istringstream flags(cpuInfo("flags"));
-  int found = 0;
-  for (std::string flag; flags >> flag;)
-    found += flag == "ssse3" || flag == "sse4_2" || flag == "aes" || flag == "avx";
-  EXPECT_EQ(cpu_has_fast_deflate(), found == 4);
 }
 
 }  // namespace

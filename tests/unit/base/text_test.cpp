@@ -1,6 +1,5 @@
 #include "base/text.h"
 
-#include <cinttypes>
 #include <gtest/gtest.h>
 #include <random>
 
@@ -11,13 +10,6 @@ TEST(Text, FormatsTextOfAnyLength) {
     std::string word(length, 'w');
     EXPECT_EQ(format("%s|%d", word.c_str(), 7), word + "|7");
   }
-}
-
-TEST(Text, SplitKeepsEmptyPieces) {
-  using List = std::vector<std::string>;
-  EXPECT_EQ(split("", ','), List({""}));
-  EXPECT_EQ(split(",", ','), List({"", ""}));
-  EXPECT_EQ(split("a,,b,", ','), List({"a", "", "b", ""}));
 }
 
 TEST(Text, KeyValues) {

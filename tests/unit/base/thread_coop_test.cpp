@@ -88,16 +88,6 @@ TEST(ThreadCoop, TasksAddedByTheLastTasksRunToo) {
   EXPECT_EQ(steps, 500);
 }
 
-TEST(ThreadCoop, TasksComeOutInOrderAndWithoutWaitingWhenThereAreNone) {
-  thread_coop pool;
-  std::vector<int> order;
-  for (int i = 0; i < 3; ++i)
-    pool.addTask(std::make_shared<std::function<void()>>([&order, i] { order.push_back(i); }));
-  thread_coop::Task task;
-  while (pool.tryTask(task, false)) (*task)();
-  EXPECT_EQ(order, (std::vector<int>{0, 1, 2}));
-}
-
 TEST(ThreadCoop, ExceptionOfSubmittedWorkComesOutOfTheFuture) {
   thread_coop pool;
   pool.addWorker([] {});

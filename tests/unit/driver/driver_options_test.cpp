@@ -1,11 +1,9 @@
 #include "driver/driver_options.h"
 
 #include <gtest/gtest.h>
-#include <sys/sysinfo.h>
 
 #include "algo/driver_context.h"
 #include "base/text.h"
-#include "driver/command_line.h"
 
 namespace {
 
@@ -86,52 +84,6 @@ TEST(DriverOptions, ShardParamKeepsWhatIsNotThere) {
     EXPECT_EQ(options.shard_size, c.size) << c.text;
     EXPECT_EQ(options.step, c.step) << c.text;
   }
-}
-
-TEST(DriverOptions, ShardsOfAllOccurrencesAreMerged) {
-  DriverOptions options;
-  ASSERT_TRUE(parse(
-      "-i a --shard chr2:11-20,chr1:5-9 --shard chr1:1-4,chr1:20-30 --shard chr2:15-40,NO_COOR:", options));
-  std::string text;
-  for (const auto& [contig, list] : options.shards)
-    for (const Interval& i : list) text += format("%s:%u-%u ", contig.c_str(), i.start, i.end);
-  EXPECT_EQ(text, "NO_COOR:0-4294967295 chr1:0-9 chr1:19-30 chr2:10-40 ");
-}
-
-TEST(DriverOptions, RepeatedAndDefaultValues) {
-  DriverOptions options;
-  ASSERT_TRUE(
-      parse("-i a.bam --input=b.bam -q t1 -q t2 --read_filter F,a=1 --interval x --interval y "
-            "--cram_read_options a=1,b=2 --cram_read_options b=3 --shard_group_ref_len -7 "
-            "--inter_shard_group_steal_policy lEAST --intra_shard_group_steal_policy FIRST",
-            options));
-  EXPECT_EQ(options.inputs, std::vector<std::string>({"a.bam", "b.bam"}));
-  EXPECT_EQ(options.qual_cals, std::vector<std::string>({"t1", "t2"}));
-  EXPECT_EQ(options.interval, "y");
-  EXPECT_EQ(options.cram_read_options, (std::map<std::string, std::string>{{"a", "1"}, {"b", "3"}}));
-  EXPECT_EQ(options.shard_group_ref_len, 1);
-  EXPECT_EQ(options.inter_policy, InterPolicy::kLeast);
-  EXPECT_EQ(options.intra_policy, IntraPolicy::kFirst);
-  EXPECT_EQ(options.thread_count, get_nprocs());
-  EXPECT_FALSE(options.reference);
-}
-
-TEST(CommandLine, IsCutAtEachAlgo) {
-  const char* argv[] = {"driver",    "-i",     "a b.bam", "--algo",  "One",    "x",
-                        "--algo=no", "--algo", "--algo",  "--algo=", "--algo", "Two"};
-  const CommandLine line = splitCommandLine(12, argv);
-  EXPECT_EQ(line.driver_count, 3);
-  EXPECT_EQ(line.text, "driver -i a b.bam");
-  std::vector<std::string> ranges;
-  for (const AlgoRange& range : line.algos) {
-    ranges.emplace_back();
-    for (int i = 0; i < range.count; ++i) ranges.back() += std::string(range.args[i]) + "|";
-  }
-  EXPECT_EQ(ranges, std::vector<std::string>({"One|x|--algo=no|", "", "--algo=|", "Two|"}));
-
-  const CommandLine plain = splitCommandLine(2, argv);
-  EXPECT_EQ(plain.driver_count, 2);
-  EXPECT_TRUE(plain.algos.empty());
 }
 
 }  // namespace

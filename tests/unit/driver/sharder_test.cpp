@@ -2,7 +2,6 @@
 #include "driver/sharder.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <gtest/gtest.h>
 #include <random>
@@ -107,14 +106,6 @@ TEST(Sharder, CutsFromTheStartOfEachTargetAndShortensTheLast) {
             (std::vector<std::string>{"chr1:3-13#0", "chr1:13-23#1", "chr1:23-25#2", "chr2:0-10#3"}));
 }
 
-TEST(Sharder, CutsNoCoorFirst) {
-  Plan plan({20}, 1, true);
-  plan.targets[0].end = 20;
-  Sharder sharder(plan.targets, optionsFor(1, 10));
-  EXPECT_EQ(texts(cutAll(sharder)),
-            (std::vector<std::string>{"NO_COOR:0-0#0", "chr1:0-10#1", "chr1:10-20#2"}));
-}
-
 TEST(Sharder, EndOfTheNumberRangeDoesNotWrap) {
   Plan plan({20}, 1, false);
   plan.targets[0] = {"chr1", 4294967000u, 4294967295u, 0, &plan.entries[0]};
@@ -127,29 +118,6 @@ TEST(Sharder, RefusesMoreShardsThanCanBeNumbered) {
   Plan plan({20}, 1, false);
   plan.targets[0].end = 4000000000u;
   EXPECT_THROW(Sharder(plan.targets, optionsFor(1, 1)), std::invalid_argument);
-}
-
-TEST(Sharder, AnEmptyPlanEndsAtOnce) {
-  Sharder sharder({}, optionsFor(2, 10));
-  Shard shard;
-  std::vector<ShardResults> ready;
-  EXPECT_FALSE(sharder.nextShard(shard, 0));
-  EXPECT_FALSE(sharder.takeMergeable(ready));
-}
-
-TEST(Sharder, GroupsOfShardsStayWithOneThread) {
-  Plan plan({100}, 1, false);
-  plan.targets[0].end = 100;
-  DriverOptions options = optionsFor(2, 10);
-  options.shard_group_ref_len = 30;
-  Sharder sharder(plan.targets, options);
-  Shard shard;
-  std::vector<std::string> taken;
-  for (int thread : {0, 1, 0, 1, 0, 0, 1}) {
-    ASSERT_TRUE(sharder.nextShard(shard, thread));
-    taken.push_back(std::to_string(thread) + "@" + std::to_string(shard.start));
-  }
-  EXPECT_EQ(taken, (std::vector<std::string>{"0@0", "1@30", "0@10", "1@40", "0@20", "0@60", "1@50"}));
 }
 
 TEST(Sharder, StealsByPolicyWhenNothingIsLeftToCut) {

@@ -40,14 +40,6 @@ struct ReadBack {
       if (consumesReference(word)) end += static_cast<int32_t>(cigarLength(word));
     return end;
   }
-  // Where the first cycle's base would lie if nothing were clipped.
-  int32_t fivePrime() const {
-    auto clip = [](uint32_t word) {
-      bool clipped = cigarOp(word) == CIGAR_S || cigarOp(word) == CIGAR_H;
-      return clipped ? static_cast<int32_t>(cigarLength(word)) : 0;
-    };
-    return is(FLAG_REVERSE) ? end() + clip(cigar.back()) - 1 : start - clip(cigar.front());
-  }
 };
 
 inline ReadBack readBack(const bam_record& record) {

@@ -80,20 +80,6 @@ ReadBuilder unmapped(std::string letters) {
 
 }  // namespace
 
-TEST(AlignmentSummary, ReadsGoToTheRowsOfTheirPairing) {
-  Table table;
-  table.add(mapped()).add(mapped().mate(0, 300, 240)).add(mapped().mate(0, 300, 240).flag(FLAG_SECOND));
-  table.add(mapped().mate(0, 300, 240).flag(FLAG_SECOND));
-  table.add(mapped().flag(FLAG_SECONDARY)).add(mapped().flag(FLAG_SUPPLEMENTARY));
-  auto rows = table.rows();
-  ASSERT_EQ(rows.size(), 4u);
-  EXPECT_EQ(rows["UNPAIRED"]["TOTAL_READS"], "1");
-  EXPECT_EQ(rows["FIRST_OF_PAIR"]["TOTAL_READS"], "1");
-  EXPECT_EQ(rows["SECOND_OF_PAIR"]["TOTAL_READS"], "2");
-  EXPECT_EQ(rows["PAIR"]["TOTAL_READS"], "3");
-  EXPECT_EQ(rows["PAIR"]["PF_ALIGNED_BASES"], "120");
-}
-
 TEST(AlignmentSummary, ReadsThatFailQcCountInTotalsOnly) {
   Row row = Table().add(mapped().flag(FLAG_QC_FAIL)).add(mapped("20M").tag("XN", 1)).row();
   EXPECT_EQ(row["TOTAL_READS"], "2");
@@ -150,47 +136,6 @@ TEST(AlignmentSummary, ChimerasAreOfPairsWithTwoGoodEnds) {
     EXPECT_EQ(row["READS_ALIGNED_IN_PAIRS"], cases[i].in_pairs);
     EXPECT_EQ(row["PCT_CHIMERAS"], cases[i].chimeras);
   }
-}
-
-// 40 bases "ACGT..." at a place where the reference reads the same.
-TEST(AlignmentSummary, BasesAreComparedThroughTheCigar) {
-  struct Case {
-    const char* cigar;
-    const char* aligned;
-    const char* mismatch_rate;
-    const char* indel_rate;
-  };
-  for (const Case& c :
-       {Case{"40M", "40", "0.000000", "0.000000"}, Case{"4S36M", "36", "1.000000", "0.000000"},
-        Case{"8M4I28M", "36", "0.000000", "0.027778"}, Case{"8M4D32M", "40", "0.000000", "0.025000"},
-        Case{"8M1D32M", "40", "0.800000", "0.025000"}, Case{"5H8M400N32M", "40", "0.000000", "0.000000"},
-        Case{"8=32X", "40", "0.000000", "0.000000"}}) {
-    SCOPED_TRACE(c.cigar);
-    std::string letters;
-    for (int i = 0; i < 40; i++) letters += "ACGT"[i % 4];
-    if (std::string(c.cigar) == "4S36M") letters = "ACGT" + std::string(36, 'N');
-    Row row = Table().add(mapped(c.cigar).seq(letters)).row();
-    EXPECT_EQ(row["PF_ALIGNED_BASES"], c.aligned);
-    EXPECT_EQ(row["PF_MISMATCH_RATE"], c.mismatch_rate);
-    EXPECT_EQ(row["PF_INDEL_RATE"], c.indel_rate);
-  }
-}
-
-TEST(AlignmentSummary, QualitiesAndMedianOfGoodReads) {
-  std::vector<uint8_t> quals(40, 20);
-  quals[0] = quals[39] = 19;
-  Table table;
-  table.add(mapped().quals(quals)).add(mapped().quals(std::vector<uint8_t>(40, 0xff)));
-  table.add(mapped().mapq(19));
-  table.add(readBuilder("r").at(0, 101).cigar("40M"));  // one base off: nothing matches
-  Row row = table.row();
-  EXPECT_EQ(row["PF_HQ_ALIGNED_READS"], "3");
-  EXPECT_EQ(row["PF_HQ_ALIGNED_BASES"], "120");
-  EXPECT_EQ(row["PF_HQ_ALIGNED_Q20_BASES"], "78");
-  EXPECT_EQ(row["PF_HQ_MEDIAN_MISMATCHES"], "0.000000");
-  EXPECT_EQ(row["PF_HQ_ERROR_RATE"], "0.333333");
-  table.add(readBuilder("r").at(0, 102).cigar("40M"));
-  EXPECT_EQ(table.row()["PF_HQ_MEDIAN_MISMATCHES"], "20.000000");
 }
 
 TEST(AlignmentSummary, BadCyclesRunInSequencingOrder) {
@@ -283,65 +228,4 @@ TEST(AlignmentSummary, BlocksOutsideOfTheWindowAreComparedToo) {
   BlocksElsewhere source(reference, 100, 1100);
   lines(source);
   EXPECT_LT(source.asked, 48);
-}
-
-TEST(AlignmentSummary, LongReadsCostBytesPerCycle) {
-  constexpr int32_t kLength = 1 << 20;
-  AlignmentSummarySettings settings;
-  AlignmentSummaryMetric forward(settings), reverse(settings);
-  for (AlignmentSummaryMetric* metric : {&forward, &reverse}) {
-    ReadBuilder built = readBuilder("r").at(0, 0).cigar(std::to_string(kLength) + "M");
-    built.seq(std::string(kLength, 'N'));
-    if (metric == &reverse) built.reverse();
-    bam_record record = built;
-    BAMRead read;
-    read.attach(record);
-    ReferenceSource source({read.getBases(), 0, uint32_t(kLength)});
-    metric->update(read, source);
-    EXPECT_GE(metric->memorySize(), 8u * kLength);
-    EXPECT_LE(metric->memorySize(), 16u * kLength + 4096);
-  }
-  forward.merge(reverse);
-  forward.compute();
-  std::vector<std::string> lines;
-  forward.lines(lines);
-  EXPECT_EQ(split(lines[0], '\t')[17], std::to_string(kLength));
-}
-
-// However the reads are spread over objects, the merged table is the one of all reads.
-TEST(AlignmentSummary, MergedPartsEqualTheWhole) {
-  std::minstd_rand random(5);
-  AlignmentSummarySettings settings;
-  MultiCategroyAlignmentSummaryMetricBuilder builder(settings);
-  Table whole;
-  std::vector<std::unique_ptr<ReadMetrics>> parts;
-  for (int i = 0; i < 5; i++) parts.push_back(builder.create());
-  std::string reference;
-  for (int i = 0; i < 1000; i++) reference += "ACGT";
-  ReferenceSource source({reference.data(), 0, 4000});
-  for (int i = 0; i < 400; i++) {
-    auto make = [&, seed = random()] {
-      std::minstd_rand draw(seed);
-      ReadBuilder read =
-          readBuilder("r").at(0, int32_t(draw() % 3000)).cigar(draw() % 3 ? "40M" : "10M2I28M");
-      read.mapq(draw() % 2 ? 60 : 10).qual(int(draw() % 40));
-      if (draw() % 3) read.mate(int32_t(draw() % 2), 5, int32_t(draw() % 200000));
-      if (draw() % 3 == 0) read.flag(FLAG_SECOND);
-      if (draw() % 2) read.reverse();
-      return read.build();
-    };
-    whole.add(make());
-    BAMRead read;
-    bam_record record = make();
-    read.attach(record);
-    parts[random() % 5]->update(read, source);
-  }
-  for (int i = 1; i < 5; i++) parts[0]->merge(*parts[i]);
-  parts[0]->compute();
-  std::vector<std::string> expected, got;
-  whole.metric().compute();
-  whole.metric().lines(expected);
-  parts[0]->lines(got);
-  EXPECT_EQ(got, expected);
-  EXPECT_EQ(split(got[0], '\n').size(), 5u);
 }

@@ -1,7 +1,6 @@
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdexcept>
 
 #include "bam_files.h"
 #include "readdata/bam/bam_impl.h"
@@ -147,42 +146,6 @@ TEST_P(BamCursor, AdjacentRangesDeliverEachReadOnce) {
   }
 }
 
-TEST_P(BamCursor, WholeFileInTiles) {
-  auto reads = sampleReads(2000, 30, 25);
-  ASSERT_NO_FATAL_FAILURE(make(reads));
-  if (bam_ == nullptr) return;
-  for (uint32_t tile : {70000u, 1000000u, 400000000u})
-    EXPECT_EQ(fetchAll(*bam_, tile), allNames(reads)) << tile;
-}
-
-TEST_P(BamCursor, RangesGivenUpAreNotResumed) {
-  auto reads = sampleReads(2000, 0, 26);
-  ASSERT_NO_FATAL_FAILURE(make(reads));
-  if (bam_ == nullptr) return;
-  auto cursor = bam_->newFetchState();
-  Names expected = overlapping(reads, 0, 1000000, 2000000);
-  ASSERT_TRUE(cursor->seek(0, 0, 1000000));  // one read of many
-  EXPECT_EQ(fetch(*cursor, 0, 1000000, 2000000), expected);
-  fetch(*cursor, 0, 500000, 1000000);
-  cursor->close();
-  EXPECT_EQ(fetch(*cursor, 0, 1000000, 2000000), expected);
-}
-
-TEST_P(BamCursor, TwoCursorsAndClonesDoNotDisturbEachOther) {
-  auto reads = sampleReads(2000, 20, 27);
-  ASSERT_NO_FATAL_FAILURE(make(reads));
-  if (bam_ == nullptr) return;
-  auto copy = bam_->clone();
-  auto a = bam_->newFetchState(), b = bam_->newFetchState(), c = copy->newFetchState();
-  Names got;
-  for (uint32_t start = 0; start < 3000000; start += 300000) {
-    for (const std::string& name : fetch(*a, 0, start, start + 300000)) got.push_back(name);
-    EXPECT_EQ(fetch(*b, 2, 0, 70000), overlapping(reads, 2, 0, 70000));  // moves the handle of `a`
-    EXPECT_EQ(fetch(*c, -1, 0, 0), unplacedOf(reads));
-  }
-  EXPECT_EQ(got, overlapping(reads, 0, 0, 3000000));
-}
-
 INSTANTIATE_TEST_SUITE_P(Layouts, BamCursor,
                          testing::Values(Layout{500, false}, Layout{500, true}, Layout{0xff00, false},
                                          Layout{0xff00, true}),
@@ -218,16 +181,6 @@ TEST_F(CursorFaults, NeedsAnIndex) {
   auto cursor = bam->newFetchState();
   EXPECT_EQ(thrownBy([&] { cursor->seek(0, 0, 10); }),
             "Index not loaded for BAM file " + path + "\nbam seek error");
-}
-
-TEST_F(CursorFaults, FilesWithoutPlacedReads) {
-  for (size_t unplaced : {0, 7}) {
-    auto reads = sampleReads(0, unplaced, 32);
-    std::string path = write("a.bam", reads);
-    BamIndex::build(path)->save(path + ".bai");
-    auto bam = open_read_source(path, nullptr, true);
-    EXPECT_EQ(fetchAll(*bam, 100000000), allNames(reads));
-  }
 }
 
 TEST_F(CursorFaults, TruncationIsNeverSilent) {
@@ -267,54 +220,6 @@ TEST_F(CursorFaults, TruncationIsNeverSilent) {
     }
   }
   EXPECT_EQ(complete, 2u);  // only the end marker was missing, whole
-}
-
-TEST_F(CursorFaults, ChunkThatEndsBehindTheEndMarker) {
-  // As some writers tell the end of the last read: all is there, and nothing is missing.
-  auto reads = sampleReads(400, 0, 39);
-  std::string path = write("a.bam", reads);
-  auto index = indexOf(reads);
-  uint64_t last = index->firstUnmappedOffset(), end = uint64_t(fileBytes(path).size()) << 16;
-  ASSERT_LT(last, end);
-  for (auto& [bin, chunks] : index->contigs[5].bins)
-    if (chunks.back().end == last) chunks.back().end = end;
-  ASSERT_EQ(index->firstUnmappedOffset(), end);
-  for (uint32_t tile : {151u, 50000u, 300000000u})
-    EXPECT_EQ(fetchAll(*openWith(path, index), tile), allNames(reads));
-  index->contigs[0].bins.rbegin()->second.back().end = end + (1 << 16);
-  EXPECT_THAT(thrownBy([&] { fetchAll(*openWith(path, index), 300000000); }), HasSubstr(path));
-}
-
-TEST_F(CursorFaults, FileEndsWithTheRangeThatIsResumed) {
-  auto reads = sampleReads(400, 0, 40);
-  auto bam = openWith(write("a.bam", reads), indexOf(reads));
-  auto cursor = bam->newFetchState();
-  Names got;
-  for (uint32_t start = 0; start < 151; start += 10)
-    for (const std::string& name : fetch(*cursor, 5, start, start + 10)) got.push_back(name);
-  EXPECT_EQ(got, overlapping(reads, 5, 0, 151));
-}
-
-TEST_F(CursorFaults, EndOfFileWhileResuming) {
-  // The second range is read on without a lookup, and the end of file comes there.
-  std::vector<RawRead> reads(3000);
-  for (size_t i = 0; i < reads.size(); ++i) {
-    reads[i].pos = static_cast<int32_t>(i * 20);
-    reads[i].name = std::to_string(i);
-  }
-  auto index = indexOf(reads);
-  std::string file = fileBytes(folder_.path("indexed.bam"));
-  for (const ZlibBlock& block : blocksOf(file)) {
-    if (block.address < file.size() / 2 || block.address + 60 > file.size()) continue;
-    std::string path = folder_.write("cut.bam", file.substr(0, block.address));
-    auto bam = std::make_unique<BAMImpl>(path);
-    bam->open("r");
-    bam->readHeader();
-    bam->index = index;  // unchecked, as if the file had been cut since
-    auto cursor = bam->newFetchState();
-    fetch(*cursor, 0, 0, 16384);
-    EXPECT_THAT(thrownBy([&] { fetch(*cursor, 0, 16384, 3000000); }), HasSubstr(path));
-  }
 }
 
 TEST_F(CursorFaults, UnsortedReads) {

@@ -1,13 +1,12 @@
-#include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <memory>
 #include <stdexcept>
 
 #include "bam_files.h"
 #include "readdata/bam/bam_impl.h"
+#include "readdata/stream/genome_bins.h"
 #include "temp_folder.h"
 
 namespace {
@@ -218,18 +217,6 @@ TEST_F(IndexCheck, BothSpellingsOfABlocksEnd) {
                           }),
                 HasSubstr("contig big"));
   }
-}
-
-TEST_F(IndexCheck, ReadsAppendedLater) {
-  for (size_t block : {300, 0xff00})
-    for (size_t kept : {0, 1, 150, 299}) {
-      auto reads = sampleReads(300, 0, 54);
-      std::vector<RawRead> first(reads.begin(), reads.begin() + static_cast<std::ptrdiff_t>(kept));
-      ASSERT_TRUE(BamIndex::build(write(first, block))->save(folder_.path("a.bam.bai")));
-      std::string path = write(reads, block);
-      Result result = fetchAll(path, 200000000);
-      EXPECT_THAT(result.message, AllOf(HasSubstr(path), HasSubstr(path + ".bai"))) << kept;
-    }
 }
 
 // Indexes of other programs; a program that is not installed is left out, but not all of them.

@@ -3,8 +3,6 @@
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <set>
-#include <stdexcept>
 #include <sys/stat.h>
 
 #include "bam_files.h"
@@ -123,29 +121,6 @@ TEST(BamIndex, QueriesFindEveryOverlappingRead) {
   EXPECT_LT(offered, asked / 10);  // it is not all of the file that is read
 }
 
-TEST(BamIndex, QueryOutsideOfEverythingIsEmpty) {
-  TempFolder folder;
-  auto index =
-      BamIndex::build(folder.write("a.bam", inBlocks(rawBam(sampleContigs(), sampleReads(50, 5, 7)))));
-  const struct {
-    int32_t contig;
-    uint32_t start, end;
-  } cases[] = {{-1, 0, 10},
-               {7, 0, 10},
-               {INT32_MAX, 0, 10},
-               {1, 0, 500},
-               {0, 10, 10},
-               {0, 20, 10},
-               {6, 39999, 40000},
-               {0, 1u << 29, 0xFFFFFFFF},
-               {0, 0xFFFFFFFE, 0xFFFFFFFF}};
-  for (const auto& c : cases) {
-    std::vector<Chunk> chunks = {{1, 2}};
-    index->query(c.contig, c.start, c.end, chunks);
-    EXPECT_TRUE(chunks.empty()) << c.contig << ":" << c.start;
-  }
-}
-
 TEST(BamIndex, AnswersAsSamtoolsIndexDoes) {
   if (!haveSamtools()) GTEST_SKIP() << "samtools is not installed";
   TempFolder folder;
@@ -181,44 +156,6 @@ TEST(BamIndex, AnswersAsSamtoolsIndexDoes) {
   }
 }
 
-TEST(BamIndex, BuiltWhileWritingEqualsAScan) {
-  TempFolder folder;
-  std::string in = folder.write("in.bam", inBlocks(rawBam(sampleContigs(), sampleReads(9000, 40, 10))));
-  BAMImpl from(in), to(folder.path("out.bam"));
-  from.open("r");
-  from.readHeader();
-  to.open("w");
-  to.header = from.header;
-  to.writeHeader();
-  BamIndex known, unknown;  // by records whose ends are told, and by begins alone
-  BamIndexHelper helper(known, from.header->contigCount(), to.path, to.tell());
-  to.setIndexBuilder(&helper);
-  bam_record record;
-  while (from.readRecord(record) > 0) to.writeRecord(record);
-  to.flush();
-  uint64_t end = to.tell();
-  to.close();
-  helper.finish(end);
-  auto scanned = BamIndex::build(to.path);
-  // A record that began a new block leaves a gap of nothing behind the one before, so ends may be told in
-  // two ways; what is asked of the index has one answer.
-  std::mt19937 random(11);
-  BamIndexHelper begins(unknown, from.header->contigCount(), to.path, 0);
-  BAMImpl again(to.path);
-  again.open("r");
-  again.readHeader();
-  for (uint64_t begin = again.tell(); again.readRecord(record) > 0; begin = again.tell())
-    begins.add(record.ref_id, record.pos, alignment_end(record), !(record.flag & 4), begin, 0, nullptr);
-  begins.finish(end);
-  EXPECT_TRUE(same(unknown, *scanned));
-  for (size_t i = 0; i < known.contigs.size(); ++i) {
-    EXPECT_EQ(known.contigs[i].linear, scanned->contigs[i].linear);
-    EXPECT_EQ(known.contigs[i].bins.size(), scanned->contigs[i].bins.size());
-    EXPECT_EQ(known.contigs[i].mapped, scanned->contigs[i].mapped);
-  }
-  EXPECT_EQ(known.n_no_coor, 40u);
-}
-
 TEST(BamIndex, SaveAndLoadAgree) {
   TempFolder folder;
   for (size_t reads : {0, 1, 2000}) {
@@ -230,15 +167,6 @@ TEST(BamIndex, SaveAndLoadAgree) {
     EXPECT_EQ(built->readCount(), reads);
   }
   EXPECT_FALSE(std::filesystem::exists(folder.path("a.bam.bai.tmp")));
-}
-
-TEST(BamIndex, SaveTellsOfFailures) {
-  BamIndex index;
-  index.contigs.resize(5000);
-  EXPECT_FALSE(index.save("/dev/full"));
-  EXPECT_EQ(errno, ENOSPC);
-  EXPECT_FALSE(index.save("/no/such/folder/a.bai"));
-  EXPECT_EQ(errno, ENOENT);
 }
 
 TEST(BamIndex, LooksInTwoPlaces) {
@@ -262,20 +190,6 @@ TEST(BamIndex, LooksInTwoPlaces) {
   EXPECT_THAT(thrownBy([&] { BamIndex::load(odd, 0); }), HasSubstr("Illegal seek"));
 }
 
-TEST(BamIndex, BuildsWhenAskedTo) {
-  TempFolder folder;
-  std::string path = folder.write("x.bam", inBlocks(rawBam(sampleContigs(), sampleReads(100, 3, 14))));
-  testing::internal::CaptureStderr();
-  auto built = BamIndex::load(path, 1);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "Fail to load index file " + folder.path("x.bai") + ". Build the index file automatically\n");
-  EXPECT_TRUE(same(*built, *BamIndex::load(path, 0)));
-  folder.write("x.bam.bai", "rubbish");
-  EXPECT_THROW(BamIndex::load(path, 1), std::invalid_argument);
-  EXPECT_TRUE(same(*built, *BamIndex::load(path, 2)));
-  EXPECT_TRUE(same(*built, *BamIndex::load(path, 0)));
-}
-
 TEST(BamIndex, GoesWithoutThePseudoBin) {
   TempFolder folder;
   std::string path = folder.write("x.bam", inBlocks(rawBam(sampleContigs(), sampleReads(100, 3, 15))));
@@ -289,34 +203,6 @@ TEST(BamIndex, GoesWithoutThePseudoBin) {
   unsetenv("disable_bam_max_bin");
   auto read = BamIndex::load(path, 0);
   for (const auto& contig : read->contigs) EXPECT_FALSE(contig.has_counts);
-}
-
-TEST(BamIndex, PrintsItself) {
-  TempFolder folder;
-  RawRead read;
-  std::string path = folder.write("x.bam", inBlocks(rawBam({{"c", 100}}, {read})));
-  testing::internal::CaptureStderr();
-  {
-    Environment dump("bam_index_dump");
-    BamIndex::load(path, 2);
-  }
-  uint64_t first = recordSpans(path)[0].first, end = recordSpans(path)[0].second;
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "bi_add: 0 0 1 4681 " + std::to_string(first) + "\n");
-  testing::internal::CaptureStderr();
-  {
-    Environment print("bam_index_print");
-    BamIndex::load(path, 0);
-  }
-  std::string printed = testing::internal::GetCapturedStderr();
-  auto place = [](uint64_t offset) {
-    return std::to_string(offset >> 16) + "/" + std::to_string(offset & 0xffff);
-  };
-  for (const std::string& line :
-       {std::string("n = 1\n"), std::string("i = 0\n"), std::string("lmap[0].size() = 1\n"),
-        std::string("imap[0].size = 2\n"), std::string("key = 4681 value = \n"),
-        std::string("key = 37450 value = \n"), place(first) + "\n", place(first) + " " + place(end) + "\n",
-        std::string(" 1 0\n")})
-    EXPECT_THAT(printed, HasSubstr(line));
 }
 
 // --- disorder ---
@@ -369,17 +255,6 @@ TEST(BamIndexHelper, BoundsTheLinearIndex) {
   helper.finish(200);
   EXPECT_EQ(index.contigs[0].linear.size(), 32768u);
   EXPECT_EQ(index.contigs[0].linear.front(), 100u);
-}
-
-TEST(CheckBaiContigs, NamesContigAndLimit) {
-  bam_header header;
-  header.names = {"fits", "giant"};
-  header.lengths = {536870911, 536870911};
-  EXPECT_NO_THROW(checkBaiContigs(header));
-  header.lengths[1] = 536870912;
-  std::string message = thrownBy([&] { checkBaiContigs(header); });
-  EXPECT_THAT(message, HasSubstr("giant"));
-  EXPECT_THAT(message, HasSubstr("536870911"));
 }
 
 // Reads behind 2^29 could not be found.

@@ -103,14 +103,6 @@ TEST(InputSet, TellsFaultsOfHeadersThenRefuses) {
   }
 }
 
-TEST(InputSet, DemandsLinesOnlyWhenAsked) {
-  Files files;
-  files.add("x.bam", "");
-  std::string thrown;
-  EXPECT_EQ(joinMessages(files, 0, &thrown), "");
-  EXPECT_EQ(thrown, "");
-}
-
 TEST(InputSet, TellsTheFaultsOfAllFiles) {
   Files files;
   files.add("a.bam", kHead + kGroup + "@SQ\tSN:c1\tM5:aa\n@SQ\tSN:c2\n", {{"c1", 1000}, {"c2", 50}})
@@ -158,27 +150,6 @@ TEST(InputSet, SurvivesHostileText) {
     again.add("z.bam", merged);
     EXPECT_EQ(InputSet(again.handles(), 3).headerText({}), merged);
   }
-}
-
-TEST(InputSet, KeepsTheLinesOfOneFile) {
-  Files files;
-  files.add("x.bam",
-            kHead +
-                "@SQ\tSN:c2\tLN:9\tM5:bb\tUR:u\n@SQ\tSN:c1\tLN:7\tAS:as\n@RG\tID:b\tPL:p\tSM:s\tXX:1\n"
-                "@RG\tID:a\tSM:t\n@CO\ttwice\tand with tabs\n@PG\tPN:late\tPP:early\tID:late\n"
-                "@PG\tID:early\n@CO\ttwice\tand with tabs\n@XX\tunknown\n",
-            {{"c1", 1000}, {"c2", 50}});
-  InputSet set(files.handles(), 3);
-  EXPECT_EQ(set.headerText({}),
-            "@HD\tVN:1.5\tSO:coordinate\n@SQ\tSN:c1\tLN:1000\n@SQ\tSN:c2\tLN:50\tM5:bb\n"
-            "@RG\tID:b\tPL:p\tSM:s\tXX:1\n@RG\tID:a\tSM:t\n@PG\tPN:late\tPP:early\tID:late\n@PG\tID:early\n"
-            "@CO\ttwice\tand with tabs\n@CO\ttwice\tand with tabs\n");
-  EXPECT_EQ(set.readGroups()[0].platform, "p");
-  EXPECT_EQ(set.readGroups()[0].attributes.at("XX"), "1");
-  std::shared_ptr<const bam_header> header = set.mergedHeader({});
-  EXPECT_THAT(header->names, ElementsAre("c1", "c2"));
-  EXPECT_THAT(header->lengths, ElementsAre(1000u, 50u));
-  EXPECT_EQ(header->text, set.headerText({}));
 }
 
 TEST(InputSet, KeepsReadGroupsOfOneNameApart) {
@@ -235,26 +206,6 @@ TEST(InputSet, JoinsAVeryLongProgramChain) {
   files.add("x.bam", text);
   InputSet set(files.handles(), 1);
   EXPECT_EQ(linesOf(set.headerText({}), "@PG").size(), 2u * kLines);
-}
-
-TEST(InputSet, ChainsTheAddedProgram) {
-  const InputSet::FieldList program = {{"ID", "me"}, {"VN", "1"}, {"CL", "run\tit\n"}};
-  struct Case {
-    std::string text, line;
-  } cases[] = {
-      {"", "@PG\tID:me\tVN:1\tCL:run it "},
-      {"@PG\tCL:nameless\n", "@PG\tID:me\tVN:1\tCL:run it "},
-      {"@PG\tID:a\n@PG\tID:b\tPP:a\n", "@PG\tID:me\tPP:b\tVN:1\tCL:run it "},
-      {"@PG\tID:b\tPP:a\n@PG\tID:a\n", "@PG\tID:me\tPP:b\tVN:1\tCL:run it "},
-      {"@PG\tID:b\n@PG\tID:c\n@PG\tID:a\tPP:x\n@PG\tID:x\n", "@PG\tID:me\tPP:a\tVN:1\tCL:run it "},
-      {"@PG\tID:me\n@PG\tID:me-dup-1\tPP:me\n", "@PG\tID:me-dup-2\tPP:me-dup-1\tVN:1\tCL:run it "},
-      {"@PG\tID:x\tPP:y\n@PG\tID:y\tPP:x\n", "@PG\tID:me\tPP:x\tVN:1\tCL:run it "},
-  };
-  for (const Case& c : cases) {
-    Files files;
-    files.add("x.bam", kHead + c.text);
-    EXPECT_EQ(linesOf(InputSet(files.handles(), 1).headerText(program), "@PG").back(), c.line) << c.text;
-  }
 }
 
 TEST(InputSet, ChecksContigsAgainstTheReference) {
@@ -335,39 +286,6 @@ TEST(InputSet, NumbersFollowTheOrderOfTheReference) {
   }
 }
 
-TEST(InputSet, TranslatesNumbersAndGroups) {
-  Files files;
-  files.add("a.bam", kHead + "@RG\tID:g\tSM:s\n@RG\tID:h\tSM:s\n", {{"c1", 10}, {"c2", 20}})
-      .add("b.bam", kHead + "@RG\tID:g\tSM:t\n@RG\tID:h\tSM:s\n", {{"c2", 20}, {"c3", 30}, {"c1", 10}});
-  InputSet set(files.handles(), 1, true);
-  struct Case {
-    size_t file;
-    int32_t contig, mate;
-    const char* group;
-    int32_t joined_contig, joined_mate;
-    const char* joined_group;
-    int32_t index;
-  } cases[] = {
-      {0, 0, 1, "g", 0, 1, "g", 0},       {0, 1, -1, "h", 1, -1, "h", 1},
-      {1, 0, 2, "g", 1, 0, "g-dup-1", 2}, {1, 1, 0, "h", 2, 1, "h", 1},
-      {1, 2, 1, "g", 0, 2, "g-dup-1", 2}, {1, -1, -1, "g", -1, -1, "g-dup-1", 2},
-      {0, -1, -1, "g", -1, -1, "g", 0},
-  };
-  for (const Case& c : cases) {
-    bam_record record =
-        readBuilder("r").cigar("4M").tag("NM", 1).tag("RG", c.group).tag("XX", "last").build();
-    record.ref_id = c.contig;
-    record.next_ref_id = c.mate;
-    EXPECT_EQ(set.translate(c.file, record), c.index);
-    EXPECT_EQ(record.ref_id, c.joined_contig);
-    EXPECT_EQ(record.next_ref_id, c.joined_mate);
-    EXPECT_STREQ(aux_text(aux_find(record, "RG")), c.joined_group);
-    EXPECT_STREQ(aux_text(aux_find(record, "XX")), "last");
-    EXPECT_EQ(aux_int(aux_find(record, "NM")), 1);
-    EXPECT_EQ(set.readGroups()[c.index].id, c.joined_group);
-  }
-}
-
 TEST(InputSet, OneReadGroupTagIsLeft) {
   Files files;
   const std::string text = kHead + "@RG\tID:g\tSM:s\n@RG\tID:k\tSM:t\n";
@@ -393,38 +311,6 @@ TEST(InputSet, OneReadGroupTagIsLeft) {
       EXPECT_EQ(auxOf(record), expected) << c.what << " " << file;
       EXPECT_EQ(record.l_aux, int32_t(expected.size())) << c.what << " " << file;
     }
-}
-
-TEST(InputSet, RefusesRecordsThatDoNotFitTheFile) {
-  Files files;
-  files.add("a.bam", kHead + kGroup, {{"c1", 10}, {"c2", 20}});
-  InputSet set(files.handles(), 1);
-  struct Case {
-    int32_t contig, mate;
-    const char* group;
-    const char* message;
-  } cases[] = {
-      {0, 0, "x", "Read (r) has a readgroup (x) not present in the BAM header from a.bam"},
-      {0, 0, "gg", "Read (r) has a readgroup (gg) not present in the BAM header from a.bam"},
-      {0, 0, "", "Read (r) has no readgroup from a.bam"},
-      {2, 0, "g", "Read (r) has an invalid contig number (2) from a.bam"},
-      {-2, 0, "g", "Read (r) has an invalid contig number (-2) from a.bam"},
-      {0, INT32_MAX, "g", "Read (r) has an invalid contig number (2147483647) from a.bam"},
-      {-1, INT32_MIN, "g", "Read (r) has an invalid contig number (-2147483648) from a.bam"},
-  };
-  for (const Case& c : cases) {
-    bam_record good = readBuilder("good").tag("RG", "g").build();
-    EXPECT_EQ(set.translate(0, good), 0);  // what neighbours share must not hide a fault
-    bam_record record = readBuilder("r").tag("RG", c.group).build();
-    record.ref_id = c.contig;
-    record.next_ref_id = c.mate;
-    try {
-      set.translate(0, record);
-      ADD_FAILURE() << c.message;
-    } catch (const std::runtime_error& error) {
-      EXPECT_STREQ(error.what(), c.message);
-    }
-  }
 }
 
 }  // namespace

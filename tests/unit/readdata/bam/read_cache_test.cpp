@@ -1,8 +1,6 @@
 #include "readdata/bam/read_cache.h"
 
 #include <algorithm>
-#include <fstream>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
@@ -12,9 +10,6 @@
 #include "temp_folder.h"
 
 namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 constexpr uint32_t kEverywhere = UINT32_MAX;
 
@@ -293,35 +288,6 @@ TEST_P(ReadCacheOfFiles, ReadsWithoutCoordinatesComeInBatches) {
   }
 }
 
-TEST(ReadCache, KnowsWhatIsNotLoaded) {
-  Sample sample(1, 3000, 0, 3);
-  ReadCache cache(sample.handles());
-  cache.load(0, 1000);
-  EXPECT_THAT(fetchNames(cache, 0, 1000), ElementsAre());
-  EXPECT_EQ(cache.setContig("of no file"), nullptr);
-  cache.load(0, 1000);
-  EXPECT_THAT(fetchNames(cache, 0, 1000), ElementsAre());
-  ASSERT_NE(cache.setContig("big"), nullptr);
-  EXPECT_EQ(cache.setContig("big")->end, 3000000u);
-  cache.load(500000, 600000);
-  EXPECT_EQ(fetchNames(cache, 500000, 600000), naiveFetch(sample, 0, 500000, 600000, 0));
-  EXPECT_GT(cache.readsHeld(), 0u);
-  // Wholly below, wholly above.
-  EXPECT_THAT(fetchNames(cache, 0, 500000), ElementsAre());
-  EXPECT_THAT(fetchNames(cache, 600000, 700000), ElementsAre());
-  // A load of nothing neither forgets nor claims anything.
-  cache.load(599000, 599000);
-  cache.load(900000, 900000);
-  cache.load(900000, 1000000);
-  EXPECT_EQ(fetchNames(cache, 900000, 1000000), naiveFetch(sample, 0, 900000, 1000000, 0));
-  // Back on a contig after another one it is read again, also from where it had stopped.
-  cache.setContig("tiny");
-  cache.setContig("big");
-  EXPECT_EQ(cache.readsHeld(), 0u);
-  cache.load(1000000, 1100000);
-  EXPECT_EQ(fetchNames(cache, 1000000, 1100000), naiveFetch(sample, 0, 1000000, 1100000, 0));
-}
-
 // One file "in.bam" of contig "c" with these reads.
 class OneFile {
  public:
@@ -345,45 +311,6 @@ RawRead simpleRead(const std::string& aux) {
   read.l_seq = 50;
   read.aux = aux;
   return read;
-}
-
-// A read covers at least one base, and is freed as soon as it ends where the range begins.
-TEST(ReadCache, KeepsReadsToTheirLastBase) {
-  RawRead inserted = simpleRead(std::string("RGZg\0", 5)), mapped = inserted, bare = inserted;
-  inserted.cigar = {50 << 4 | CIGAR_I};
-  bare.cigar.clear();
-  for (const auto& [read, end] : {std::pair{inserted, 101u}, {mapped, 150u}, {bare, 101u}}) {
-    OneFile file({read});
-    ReadCache cache(file.handles());
-    cache.setContig("c");
-    cache.load(0, 1000);
-    EXPECT_EQ(fetchNames(cache, 0, 100).size(), 0u);
-    EXPECT_EQ(fetchNames(cache, 0, 101).size(), 1u);
-    EXPECT_EQ(fetchNames(cache, end - 1, end).size(), 1u);
-    EXPECT_EQ(fetchNames(cache, end, 1000).size(), 0u);
-    cache.load(end - 1, 1000);
-    EXPECT_EQ(fetchNames(cache, end - 1, 1000).size(), 1u);
-    cache.load(end, 1000);
-    EXPECT_EQ(cache.readsHeld(), 1u);  // freed by the next fetch
-    EXPECT_EQ(fetchNames(cache, end, 1000).size(), 0u);
-    EXPECT_EQ(cache.readsHeld(), 0u);
-  }
-}
-
-// The cursor stopped where the new range begins, but what reached over that place is no longer held.
-TEST(ReadCache, ReadsAgainAfterAChangeOfContig) {
-  RawRead read = simpleRead(std::string("RGZg\0", 5));
-  read.cigar = {50 << 4, 40000 << 4 | CIGAR_N, 50 << 4};
-  read.l_seq = 100;
-  OneFile file({read});
-  ReadCache cache(file.handles());
-  cache.setContig("c");
-  cache.load(0, 16384);
-  EXPECT_EQ(fetchNames(cache, 0, 16384).size(), 1u);
-  cache.setContig("d");
-  cache.setContig("c");
-  cache.load(16384, 20000);
-  EXPECT_EQ(fetchNames(cache, 16384, 20000).size(), 1u);
 }
 
 TEST(ReadCache, RefusesReadsWithoutKnownGroup) {
@@ -410,30 +337,6 @@ TEST(ReadCache, RefusesReadsWithoutKnownGroup) {
     } catch (const std::runtime_error& error) {
       EXPECT_EQ(error.what(), c.message + file.handles()[0]->path);
     }
-  }
-}
-
-TEST(ReadCache, RefusesPlacesOutOfTheFile) {
-  struct Case {
-    int32_t pos, mate_contig;
-  } cases[] = {{100000, -1}, {100, 2}, {100, -2}, {100, INT32_MAX}, {100, INT32_MIN}};
-  for (const Case& c : cases) {
-    RawRead read = simpleRead(std::string("RGZg\0", 5));
-    read.pos = c.pos;
-    read.next_ref_id = c.mate_contig;
-    testing::internal::CaptureStderr();
-    std::string thrown;
-    try {
-      OneFile file({read});
-      ReadCache cache(file.handles());
-      cache.setContig("c");
-      cache.load(90, 100000);
-      cache.load(100000, 110000);
-    } catch (const std::exception& error) {
-      thrown = error.what();
-    }
-    EXPECT_NE(thrown, "") << c.pos << ' ' << c.mate_contig;
-    EXPECT_THAT(testing::internal::GetCapturedStderr() + thrown, HasSubstr("in.bam"));
   }
 }
 

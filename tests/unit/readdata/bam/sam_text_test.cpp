@@ -56,28 +56,6 @@ TEST(SamText, WritesEachKindOfField) {
   for (const auto& c : cases) EXPECT_EQ(text(c.read), c.line);
 }
 
-TEST(SamText, ShortLineHasThePlaces) {
-  EXPECT_EQ(shortText(readBuilder("r1").at(0, 99).cigar("5M").mate(1, 199, -3), sampleHeader()),
-            "r1 97 60 5 chr1 100 chr2 200 -3");
-}
-
-TEST(SamText, LegendHasOneLetterPerFlagBit) {
-  char* bytes = nullptr;
-  size_t size = 0;
-  FILE* stream = open_memstream(&bytes, &size);
-  print_flag_legend(stream);
-  fclose(stream);
-  const std::string legend(bytes, size);
-  free(bytes);
-  EXPECT_EQ(legend.substr(0, 36), "-------------------------\nflag desc\n");
-  std::string letters;
-  for (size_t at = 36; at < size; at = legend.find('\n', at) + 1) {
-    letters += legend[at];
-    EXPECT_EQ(legend.substr(at + 1, 2), ": ");
-  }
-  EXPECT_EQ(letters, "pPuUrR12sqdS");
-}
-
 // What samtools makes of our lines, written out again, must be the same lines.
 TEST(SamText, SamtoolsReadsTheSameRecords) {
   std::mt19937 random(5);

@@ -165,36 +165,6 @@ TEST_P(Joined, IsTheStreamInOneFileWithTheIndexOfAScan) {
                 testing::Contains(entry.path().filename().string()));
 }
 
-TEST_P(Joined, AnswersLikeSamtools) {
-  if (system("samtools --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "no samtools";
-  TempFolder folder;
-  std::string output = folder.path("out.bam"), other = folder.path("other.bam");
-  auto reads = this->reads();
-  join(output, reads);
-  std::filesystem::copy_file(output, other);
-  auto shell = [&](const std::string& command) {
-    std::string answer = folder.path("answer");
-    EXPECT_EQ(system((command + " > " + answer).c_str()), 0) << command;
-    return fileBytes(answer);
-  };
-  shell("samtools quickcheck " + output);
-  shell("samtools index " + other);
-  EXPECT_EQ(shell("samtools idxstats " + output), shell("samtools idxstats " + other));
-  std::mt19937 random(5);
-  std::string regions, expected;
-  for (int i = 0; i < 60; ++i) {
-    auto contig = static_cast<int32_t>(random() % sampleContigs().size());
-    uint32_t length = sampleContigs()[contig].length;
-    uint32_t from = random() % length, to = std::min<uint32_t>(length, from + (1 << random() % 20));
-    if (from == to) continue;
-    regions += " " + sampleContigs()[contig].name + ":" + std::to_string(from + 1) + "-" + std::to_string(to);
-    auto count = std::count_if(reads.begin(), reads.end(),
-                               [&](const RawRead& read) { return read.overlaps(contig, from, to); });
-    expected += std::to_string(count) + "\n";
-  }
-  EXPECT_EQ(shell("for r in" + regions + "; do samtools view -c " + output + " $r; done"), expected);
-}
-
 INSTANTIATE_TEST_SUITE_P(Cases, Joined,
                          testing::Values(JoinCase{"NoReads", 0, 0, 6, nullptr, false, 0},
                                          JoinCase{"OneShard", 4000, 70, 4, nullptr, false, 0},
@@ -364,69 +334,6 @@ TEST(ParallelBamWriter, DamagedShardFilesAreRefused) {
   }
 }
 
-TEST(ParallelBamWriter, OutputsThatCannotBeAreRefusedAtTheStart) {
-  TempFolder folder;
-  std::filesystem::create_directory(folder.path("folder"));
-  std::filesystem::create_symlink("/dev/full", folder.path("full.bam"));
-  auto long_header = std::make_shared<bam_header>(*sampleHeader());
-  long_header->lengths[3] = 536870912;
-  struct Case {
-    std::string output, index;
-    std::shared_ptr<const bam_header> header;
-    std::string text;
-  };
-  const std::string good = folder.path("good.bam"), lost = folder.path("no/such.bam"),
-                    within = folder.path("folder"), full = folder.path("full.bam");
-  const Case cases[] = {
-      {within, good + ".bai", sampleHeader(), "Failed to write to file " + within + ", Is a directory"},
-      {lost, good + ".bai", sampleHeader(),
-       "Failed to write to file " + lost + ", No such file or directory"},
-      {good, lost, sampleHeader(), "cannot open file " + lost + ", No such file or directory"},
-      {good, within, sampleHeader(), "cannot open file " + within + ", Is a directory"},
-      {good, "", long_header, "Contig void has 536870912 bases, more than the 536870911 that"},
-      {full, "", sampleHeader(), "Failed to write to file " + full + ", No space left on device"},
-  };
-  for (const Case& test : cases) {
-    ParallelBamWriter writer(test.output, {{"output_index_file", test.index}});
-    EXPECT_THAT(thrownBy([&] { writer.init(test.header); }), HasSubstr(test.text));
-    for (const auto& entry : std::filesystem::directory_iterator(folder.path("")))
-      EXPECT_THAT((std::vector<std::string>{"folder", "full.bam", "good.bam"}),
-                  testing::Contains(entry.path().filename().string()));
-  }
-}
-
-TEST(ParallelBamWriter, OnlyOneWriterPerFile) {
-  TempFolder folder;
-  std::string output = folder.path("out.bam");
-  auto first = std::make_unique<ParallelBamWriter>(output, Options());
-  first->init(sampleHeader());
-  ParallelBamWriter second(output, {});
-  EXPECT_EQ(thrownBy([&] { second.init(sampleHeader()); }),
-            "Failed to write to file " + output + ", another writer has it open");
-  first->close();
-  EXPECT_TRUE(joined(blocksOf(fileBytes(output))) == rawBam(sampleContigs(), {}));
-}
-
-TEST(ParallelBamWriter, RubbleOfAKilledRunDoesNotMatter) {
-  TempFolder folder;
-  std::string output = folder.path("out.bam");
-  const std::string garbage = sampleText(100000), precious = folder.write("precious", "keep me");
-  for (const char* name : {"out.bam", "out.bam.bai", "out.bam_-1", "out.bam_0"}) folder.write(name, garbage);
-  std::filesystem::create_symlink(precious, output + "_1");
-  auto reads = sampleReads(500, 0, 4);
-  ParallelBamWriter writer(output, {});
-  writer.init(sampleHeader());
-  EXPECT_FALSE(exists(output + ".bai"));
-  auto first = shardOf(output, 0, {reads.begin(), reads.begin() + 200});
-  auto second = shardOf(output, 1, {reads.begin() + 200, reads.end()});
-  writer.merge(first.get());
-  writer.merge(second.get());
-  writer.close();
-  EXPECT_TRUE(joined(blocksOf(fileBytes(output))) == rawBam(sampleContigs(), reads));
-  EXPECT_TRUE(fileBytes(output + ".bai") == savedIndex(folder, *BamIndex::build(output)));
-  EXPECT_EQ(fileBytes(precious), "keep me");
-}
-
 // Files end at `bytes` until the object goes.
 class FileSizeLimit {
  public:
@@ -494,50 +401,6 @@ TEST(ParallelBamWriter, WithoutItsIndexTheOutputGetsNoEnd) {
   }
   EXPECT_FALSE(hasEndMarker(output));
   EXPECT_FALSE(exists(output + ".bai"));
-}
-
-TEST(ReadWriterFactory, RefusesOtherFormats) {
-  EXPECT_THROW(createReadWriter("a.cram", nullptr, {}, "cram"), std::invalid_argument);
-  EXPECT_THROW(createShardWriter("a.cram", nullptr, {}, "cram"), std::invalid_argument);
-}
-
-TEST(WritePipeline, KeepsOrderAndTellsOfFailure) {
-  TempFolder folder;
-  std::string path = folder.path("out"), expected;
-  std::mt19937 random(1);
-  FILE* file = fopen(path.c_str(), "wb");
-  {
-    WritePipeline pipeline(file);
-    for (int i = 0; i < 200; ++i) {
-      WriteBuffer* buffer = pipeline.take();
-      ASSERT_NE(buffer, nullptr);
-      ASSERT_EQ(buffer->capacity, 262144u);
-      std::string piece = randomBytes(i % 7 == 0 ? buffer->capacity : random() % 5000, i);
-      buffer->length = piece.copy(reinterpret_cast<char*>(buffer->data.get()), piece.size());
-      expected += piece;
-      pipeline.put(buffer);
-    }
-    EXPECT_TRUE(pipeline.close());
-  }
-  fclose(file);
-  EXPECT_TRUE(fileBytes(path) == expected);
-
-  file = fopen("/dev/full", "wb");
-  ASSERT_NE(file, nullptr);
-  setvbuf(file, nullptr, _IONBF, 0);
-  {
-    WritePipeline pipeline(file);
-    int taken = 0;
-    while (WriteBuffer* buffer = pipeline.take()) {
-      ASSERT_LT(++taken, 100);
-      buffer->length = 1000;
-      pipeline.put(buffer);
-      usleep(1000);
-    }
-    EXPECT_EQ(pipeline.error(), ENOSPC);
-    EXPECT_FALSE(pipeline.close());
-  }
-  fclose(file);
 }
 
 }  // namespace

@@ -120,18 +120,4 @@ TEST(GeneList, TellsWhatCannotBeRead) {
                                      "Failed to open RefSeq file /dev/zero, Illegal seek\n");
 }
 
-TEST(GeneList, LinesHaveNoLengthLimit) {
-  const int exons = 200000;
-  std::string list_text;
-  for (int i = 0; i < exons; ++i) list_text += std::to_string(i) + ",";
-  TempFolder folder;
-  GeneList list;
-  Outcome outcome =
-      load(list, folder,
-           line({{8, std::to_string(exons)}, {9, list_text}, {10, list_text}, {15, list_text}}) + "\n");
-  ASSERT_TRUE(outcome.good);
-  EXPECT_EQ(list.exon_total(), unsigned(exons));
-  EXPECT_EQ(list.by_contig().at("chr1")[0]->exon_ends.back(), exons - 1);
-}
-
 }  // namespace

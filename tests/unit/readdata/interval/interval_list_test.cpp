@@ -71,14 +71,6 @@ TEST(IntervalList, LoadsEachForm) {
   }
 }
 
-TEST(IntervalList, TrackLineWithColumnsLeavesItsContig) {
-  TempFolder folder;
-  IntervalList list;
-  EXPECT_TRUE(load(list, folder.write("x.bed", "track\tname=x\ty\n")).good);
-  EXPECT_EQ(list.total(), 0u);
-  EXPECT_EQ(list.per_contig().size(), 1u);
-}
-
 TEST(IntervalList, TellsWhatIsWrong) {
   const std::string plain = "Failed to load intervals from file %\n", bed = "Failed to load BED file %\n",
                     picard = "Failed to load Picard style interval list %\n";

@@ -1,12 +1,8 @@
 #include "readdata/interval/interval.h"
 
 #include <gtest/gtest.h>
-#include <random>
 
 namespace {
-
-using testing::internal::CaptureStderr;
-using testing::internal::GetCapturedStderr;
 
 constexpr uint32_t kTop = 0xFFFFFFFF;
 
@@ -72,58 +68,6 @@ TEST(ParseInterval, Grammar) {
     } else {
       EXPECT_EQ(text, c.text);
     }
-  }
-}
-
-TEST(ParseInterval, ReadsBackWhatToTextPrints) {
-  std::mt19937 random(3);
-  for (int i = 0; i < 1000; ++i) {
-    uint32_t start = random() % 0x7FFFFFFF, end = start + 1 + random() % 0x7FFFFFFF;
-    std::string text = toText({"chrX", start, end});
-    Interval back;
-    ASSERT_TRUE(parse_interval(text.data(), back));
-    EXPECT_EQ(std::make_pair(back.start, back.end), std::make_pair(start, end));
-  }
-  std::string name(400, 'n');
-  EXPECT_EQ(toText({name.c_str(), 0, 1}), std::string(255, 'n'));
-}
-
-TEST(ParseShardList, CollectsPerContigAndDropsEmptyNames) {
-  IntervalMap map;
-  ASSERT_TRUE(parse_shard_list("b:5-6,a,,:9-10,b:1+2,NO_COOR", map));
-  ASSERT_EQ(map.size(), 3u);
-  ASSERT_EQ(map["b"].size(), 2u);
-  EXPECT_EQ(map["b"][0].start, 4u);
-  EXPECT_EQ(map["b"][1].end, 2u);
-  for (const auto& [name, intervals] : map)
-    for (const Interval& interval : intervals) EXPECT_EQ(interval.contig, name.c_str());  // owned by the map
-
-  CaptureStderr();
-  EXPECT_FALSE(parse_shard_list("a:1-2,a:3-1,a:0", map));
-  EXPECT_EQ(GetCapturedStderr(), "Failed to parse interval string a:3-1\n");
-}
-
-// Random lists, empty and reversed entries among them, against the set of covered places.
-TEST(Normalize, CoversTheSamePlacesWithFewestIntervals) {
-  std::mt19937 random(17);
-  for (int round = 0; round < 500; ++round) {
-    IntervalMap map;
-    std::vector<bool> covered(302);
-    auto& list = map["c"];
-    for (unsigned i = random() % 30; i > 0; --i) {
-      uint32_t start = random() % 300, end = random() % 8 ? std::min(300u, start + unsigned(random() % 12))
-                                                          : unsigned(random() % 300);
-      list.push_back({"c", start, end});
-      for (uint32_t place = start; place < end; ++place) covered[place] = true;
-    }
-    normalize(map);
-    std::vector<std::pair<uint32_t, uint32_t>> expected, got;
-    for (uint32_t place = 0, from = 0; place < 301; ++place) {
-      if (covered[place] && (place == 0 || !covered[place - 1])) from = place;
-      if (covered[place] && !covered[place + 1]) expected.emplace_back(from, place + 1);
-    }
-    for (const Interval& interval : map["c"]) got.emplace_back(interval.start, interval.end);
-    ASSERT_EQ(got, expected) << "round " << round;
   }
 }
 

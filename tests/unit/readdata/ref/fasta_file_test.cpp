@@ -1,12 +1,10 @@
 #include "readdata/ref/fasta_file.h"
 
-#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
 #include <random>
-#include <sstream>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <thread>
@@ -17,7 +15,6 @@
 
 namespace {
 
-using testing::HasSubstr;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 
@@ -151,29 +148,6 @@ TEST(FastaFile, AgreesWithSamtools) {
   EXPECT_EQ(mismatches(fasta, sample, 1, 500), 0);
 }
 
-TEST(FastaFile, WritesTheIndexInNameOrder) {
-  TempFolder folder;
-  std::string path = folder.write("ref.fa", ">b\nAC\nG\n>a\nACGT\n");
-  std::string lines[] = {"b\t3\t3\t2\t3\n", "a\t4\t11\t4\t5\n"};
-  folder.write("ref.fa.fai", lines[0] + lines[1]);
-  FastaFile fasta(path);
-  ASSERT_EQ(fasta.write_index(folder.path("new.fai").c_str()), 0);
-  std::ostringstream written;
-  written << std::ifstream(folder.path("new.fai")).rdbuf();
-  EXPECT_EQ(written.str(), lines[1] + lines[0]);
-
-  CaptureStderr();
-  EXPECT_EQ(fasta.write_index(folder.path("no/new.fai").c_str()), -1);
-  EXPECT_EQ(GetCapturedStderr(), "Failed to create FASTA index file " + folder.path("no/new.fai") +
-                                     ": No such file or directory\n");
-  if (access("/dev/full", W_OK) == 0 && symlink("/dev/full", folder.path("full.fai").c_str()) == 0) {
-    CaptureStderr();
-    EXPECT_EQ(fasta.write_index(folder.path("full.fai").c_str()), -1);
-    EXPECT_THAT(GetCapturedStderr(), HasSubstr("full.fai: No space left on device\n"));
-    EXPECT_NE(access(folder.path("full.fai").c_str(), F_OK), 0);
-  }
-}
-
 // What opening `path` prints; the exception must be the one that all such failures end in.
 std::string refusal(const std::string& path) {
   CaptureStderr();
@@ -211,27 +185,6 @@ TEST(FastaFile, StartOfTheText) {
     std::string path = folder.write("ref.fa", c.text);
     folder.write("ref.fa.fai", "");
     EXPECT_EQ(refusal(path), c.message == opened ? opened : c.message + path + "\n") << c.text.substr(0, 40);
-  }
-}
-
-TEST(FastaFile, FindsItsIndex) {
-  struct {
-    std::string fasta, index, message;
-  } const cases[] = {
-      {"ref.fa", "ref.fa.fai", "opened: "},
-      {"ref.fa", "ref.fai", "opened: "},
-      {"ref.x.fa", "ref.x.fai", "opened: "},
-      {"ref.fa.fai", "ref.fa.fai.fai", "opened: "},
-      {"ref.fa", "other.fai", "Failed to find FASTA index file for %s\n"},
-      {"ref.fa.fai", "ref.fai", "FASTA input %s is an index file\n"},
-  };
-  for (const auto& c : cases) {
-    TempFolder folder;
-    std::string path = folder.write(c.fasta, ">a\nA\n");
-    folder.write(c.index, "a\t1\t3\t1\t2\n");
-    std::string message = c.message;
-    if (size_t place = message.find("%s"); place != message.npos) message.replace(place, 2, path);
-    EXPECT_EQ(refusal(path), message) << c.fasta << " " << c.index;
   }
 }
 

@@ -1,9 +1,6 @@
 // Reading through BGZFHandle: files made by zlib, a model that holds the whole text, and damaged files.
-#include <cstdlib>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <stdexcept>
-#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -130,43 +127,6 @@ TEST(BgzfReader, AgreesWithTheWholeTextAfterAnySeek) {
   }
 }
 
-// A block at hand is not read again: its bytes in the file may go bad meanwhile.
-TEST(BgzfReader, KeepsTheLastTwoBlocks) {
-  TempFolder folder;
-  std::string path = folder.path("in.gz"), bytes;
-  std::vector<uint64_t> at;
-  for (char c : {'a', 'b', 'c', 'd'}) {  // blocks as large as the stream's buffer, which shall be of no help
-    at.push_back(bytes.size() << 16);
-    bytes += zlibBlock(c + randomBytes(65000), 0);
-  }
-  auto ruined = bytes;
-  for (uint64_t offset : at) ruined[offset >> 16] = 'X';
-  struct {
-    const char* name;
-    std::vector<size_t> seeks;
-    std::string expected;  // first letter of each block, '!' for a failure
-  } cases[] = {
-      {"one block ago", {2, 1}, "cb"},
-      {"and forth and back", {2, 1, 2, 1, 2}, "cbcbc"},
-      {"two blocks ago", {2, 0}, "c!"},
-      {"the younger stays", {1, 0, 2}, "b!c"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    folder.write("in.gz", bytes);
-    BGZFHandle handle;
-    ASSERT_TRUE(handle.openFile(path.c_str(), "r"));
-    std::string block(65001, 0), got;
-    for (int i = 0; i < 3; ++i) ASSERT_EQ(handle.read(block.data(), 65001), 65001);
-    folder.write("in.gz", ruined);
-    for (size_t to : c.seeks) {
-      ASSERT_GE(handle.seek(static_cast<int64_t>(at[to]), SEEK_SET), 0);
-      got += handle.read(block.data(), 1) == 1 ? block[0] : '!';
-    }
-    EXPECT_EQ(got, c.expected);
-  }
-}
-
 TEST(BgzfReader, ClonesReadOneFileOnManyThreads) {
   TempFolder folder;
   std::string path = folder.write("in.gz", sample().bytes);
@@ -186,28 +146,6 @@ TEST(BgzfReader, ClonesReadOneFileOnManyThreads) {
     threads.emplace_back([&, i] { got[i] = readAll(*clones[i], 100 + 1000 * i); });
   for (auto& thread : threads) thread.join();
   for (const auto& text : got) EXPECT_TRUE(head + text == sample().text);
-}
-
-TEST(BgzfReader, TellsWhetherThereIsAnEndMarker) {
-  TempFolder folder;
-  std::string text = sampleText(100000),
-              block = zlibBlock(text.substr(0, 60000)) + zlibBlock(text.substr(60000));
-  struct {
-    std::string bytes;
-    int expected;
-  } cases[] = {{block + endMarker(), 1}, {block, 0}, {endMarker(), 1}, {"", 0}, {endMarker().substr(1), 0}};
-  for (const auto& c : cases) {
-    BGZFHandle handle;
-    std::string path = folder.write("in.gz", c.bytes);
-    ASSERT_TRUE(handle.openFile(path.c_str(), "r"));
-    EXPECT_EQ(handle.has_eof(), c.expected);
-    char byte = 0;
-    if (c.bytes.size() < block.size()) continue;
-    EXPECT_EQ(handle.read(&byte, 1), 1);
-    EXPECT_EQ(handle.has_eof(), c.expected);
-    EXPECT_TRUE(byte + readAll(handle) == text);
-    EXPECT_EQ(handle.error_code(), 0);
-  }
 }
 
 TEST(BgzfReader, ReadsAPipe) {
@@ -315,26 +253,6 @@ TEST(BgzfReader, NamesTheFaultOfADamagedFile) {
   }
 }
 
-// The variable is read once per process, so the test runs itself in another.
-TEST(BgzfReader, EnvironmentTurnsTheChecksumsOn) {
-  if (getenv("bgzf_verify_crc") == nullptr) {
-    std::string command = "bgzf_verify_crc=1 '" + std::filesystem::read_symlink("/proc/self/exe").string() +
-                          "' --gtest_filter=BgzfReader.EnvironmentTurnsTheChecksumsOn >/dev/null";
-    EXPECT_EQ(std::system(command.c_str()), 0);
-    return;
-  }
-  TempFolder folder;
-  std::string block = zlibBlock("text");
-  block[block.size() - 5] ^= 1;
-  BGZFHandle handle;
-  ASSERT_TRUE(handle.openFile(folder.write("in.gz", block).c_str(), "r"));
-  auto clone = handle.clone();
-  char byte;
-  EXPECT_EQ(handle.read(&byte, 1), -1);
-  EXPECT_EQ(handle.error_text(), "block checksum mismatch");
-  EXPECT_EQ(clone->read(&byte, 1), -1);
-}
-
 TEST(BgzfReader, SurvivesRandomDamage) {
   TempFolder folder;
   std::string good = sample().bytes.substr(0, sample().blocks[9].address);
@@ -399,24 +317,6 @@ TEST(BgzfReader, RefusesWrongSeeks) {
   BGZFHandle directory;
   EXPECT_TRUE(!directory.openFile(folder.path("").c_str(), "r") || directory.read(&byte, 1) < 0);
   EXPECT_EQ(directory.error_text(), strerror(EISDIR));
-}
-
-TEST(BgzfReader, KnowsABgzfFile) {
-  TempFolder folder;
-  struct {
-    std::string bytes;
-    bool expected;
-  } cases[] = {{endMarker(), true},
-               {zlibBlock("text"), true},
-               {endMarker().substr(0, 18), true},
-               {endMarker().substr(0, 17), false},
-               {"", false},
-               {std::string("\x1f\x8b\x08\0\0\0\0\0\0\x03 plain gzip", 21), false},
-               {"##fileformat=VCFv4.2\n", false}};
-  for (const auto& c : cases)
-    EXPECT_EQ(BGZFHandle::is_bgzf(folder.write("in", c.bytes).c_str()), c.expected) << c.bytes;
-  EXPECT_FALSE(BGZFHandle::is_bgzf(folder.path("none").c_str()));
-  EXPECT_FALSE(BGZFHandle::is_bgzf(folder.path("").c_str()));
 }
 
 }  // namespace

@@ -113,49 +113,6 @@ TEST(BgzfWriter, TakesTheLevelFromTheMode) {
   EXPECT_TRUE(fileBytes(path) == asBlocks(text, 9, false));
 }
 
-// The variable is read once per process, so the test runs itself in another.
-TEST(BgzfWriter, EnvironmentForcesTheFastPath) {
-  if (getenv("use_igzip") == nullptr) {
-    char self[4096];
-    ssize_t length = readlink("/proc/self/exe", self, sizeof self);
-    ASSERT_GT(length, 0);
-    std::string command = "use_igzip=1 '" + std::string(self, static_cast<size_t>(length)) +
-                          "' --gtest_filter=BgzfWriter.EnvironmentForcesTheFastPath >/dev/null";
-    EXPECT_EQ(std::system(command.c_str()), 0);
-    return;
-  }
-  TempFolder folder;
-  std::string text = sampleText(300000), file = written(folder.path("out.gz"), "w9", text);
-  EXPECT_TRUE(file == asBlocks(text, 1, true));
-  EXPECT_TRUE(joined(blocksOf(file)) == text);
-}
-
-TEST(BgzfWriter, KeepsRecordsInOneBlock) {
-  TempFolder folder;
-  std::string path = folder.path("out.gz"), record(1000, 'r');
-  BGZFHandle handle;
-  ASSERT_TRUE(handle.openFile(path.c_str(), "w"));
-  std::vector<int64_t> offsets;
-  for (int i = 0; i < 200; ++i) {
-    ASSERT_EQ(handle.ensure_room(record.size()), 0);
-    offsets.push_back(handle.tell());
-    ASSERT_EQ(handle.seek(0, SEEK_CUR), offsets.back());
-    record[0] = static_cast<char>(i);
-    ASSERT_EQ(handle.write(record.data(), record.size()), 1000);
-  }
-  EXPECT_EQ(handle.ensure_room(70000), 0);  // can never fit; the block ends all the same
-  EXPECT_EQ(handle.block_offset(), 0u);
-  ASSERT_EQ(handle.close(), 0);
-  for (const auto& block : blocksOf(fileBytes(path))) EXPECT_EQ(block.data.size() % 1000, 0u);
-  BGZFHandle reader;
-  ASSERT_TRUE(reader.openFile(path.c_str(), "r"));
-  for (int i = 199; i >= 0; --i) {
-    ASSERT_EQ(reader.seek(offsets[i], SEEK_SET), offsets[i]);
-    ASSERT_EQ(reader.read(record.data(), 1000), 1000);
-    EXPECT_EQ(record[0], static_cast<char>(i));
-  }
-}
-
 TEST(BgzfWriter, TellsOfAFullDisk) {
   std::string noise = randomBytes(300000);
   for (bool parallel : {false, true}) {
@@ -199,72 +156,6 @@ TEST(BgzfWriter, LeavesNoEndMarkerBehindAFailure) {
   EXPECT_EQ(misused.close(), -1);
   file = fileBytes(path);
   EXPECT_TRUE(file.size() < 28 || file.substr(file.size() - 28) != endMarker());
-}
-
-// Points a standard stream elsewhere for as long as it lives.
-class Redirect {
- public:
-  Redirect(int number, const std::string& path, int flags) : number_(number), saved_(dup(number)) {
-    int other = open(path.c_str(), flags, 0666);
-    EXPECT_GE(dup2(other, number), 0);
-    close(other);
-  }
-  ~Redirect() {
-    dup2(saved_, number_);
-    close(saved_);
-  }
-
- private:
-  int number_, saved_;
-};
-
-TEST(BgzfWriter, DashIsAStandardStream) {
-  TempFolder folder;
-  std::string path = folder.path("out.gz"), text = sampleText(200000);
-  {
-    fflush(stdout);
-    Redirect output(STDOUT_FILENO, path, O_WRONLY | O_CREAT | O_TRUNC);
-    BGZFHandle handle;
-    bool good =
-        handle.openFile("-", "w") && handle.write(text.data(), text.size()) > 0 && handle.close() == 0;
-    EXPECT_TRUE(good);
-    EXPECT_EQ(::write(STDOUT_FILENO, "", 0), 0);  // still open
-  }
-  EXPECT_TRUE(joined(blocksOf(fileBytes(path))) == text);
-  // The input need not stand at its beginning: here another block came first.
-  std::string first = zlibBlock("first");
-  std::string both = folder.write("both.gz", first + fileBytes(path));
-  Redirect input(STDIN_FILENO, both, O_RDONLY);
-  ASSERT_EQ(lseek(STDIN_FILENO, static_cast<off_t>(first.size()), SEEK_SET),
-            static_cast<off_t>(first.size()));
-  BGZFHandle handle;
-  ASSERT_TRUE(handle.openFile("-", "r"));
-  std::string got(text.size() + 1, 0);
-  int64_t begin = handle.tell();
-  EXPECT_EQ(begin, static_cast<int64_t>(first.size()) << 16);
-  ASSERT_EQ(handle.read(got.data(), got.size()), static_cast<int64_t>(text.size()));
-  EXPECT_EQ(got.compare(0, text.size(), text), 0);
-  ASSERT_EQ(handle.seek(begin + 100, SEEK_SET), begin + 100);
-  ASSERT_EQ(handle.clone()->read(got.data(), 50), 50);
-  EXPECT_EQ(got.compare(0, 50, text, 100, 50), 0);
-}
-
-TEST(BgzfWriter, RefusesWrongUse) {
-  TempFolder folder;
-  BGZFHandle handle;
-  for (const char* mode : {"", "a", "x9", "b"})
-    EXPECT_FALSE(handle.openFile((folder.path("a")).c_str(), mode)) << mode;
-  EXPECT_EQ(handle.error_text(), "usage error");
-  EXPECT_EQ(handle.open(folder.path("none/a").c_str(), "w"), nullptr);
-  EXPECT_EQ(handle.error_text(), strerror(ENOENT));
-  EXPECT_EQ(handle.write("x", 1), -1);
-  EXPECT_EQ(handle.flush(), -1);
-  BGZFHandle writer;
-  ASSERT_TRUE(writer.openFile((folder.path("b")).c_str(), "w"));
-  EXPECT_EQ(writer.clone(), nullptr);
-  EXPECT_EQ(writer.error_text(), "usage error");
-  char byte;
-  EXPECT_DEATH(writer.read(&byte, 1), "rw_mode == 0");
 }
 
 struct Written {
@@ -347,14 +238,6 @@ TEST(BgzfParallel, KeepsTheOrderBesideSlowTasks) {
   }
   writeInPhases(folder.path("out.gz"), &pool, someRecords());
   pool.join();
-}
-
-TEST(BgzfParallel, WorksInsideTheOnlyWorker) {
-  TempFolder folder;
-  thread_coop pool;
-  pool.addWorker([&] { writeInPhases(folder.path("out.gz"), &pool, someRecords()); });
-  pool.join();
-  EXPECT_FALSE(blocksOf(fileBytes(folder.path("out.gz"))).empty());
 }
 
 TEST(BgzfParallel, GivesTheBytesOfOneThread) {

@@ -5,7 +5,6 @@
 #include <zlib.h>
 
 #include "base/host.h"
-#include "readdata/stream/block_codec.h"
 #include "readdata/stream/fast_lz.h"
 #include "readdata/stream/gzip_block.h"
 #include "zlib_blocks.h"
@@ -81,22 +80,6 @@ TEST(GzipCompress, IsGzipForEveryStrategyAndLevel) {
       }
 }
 
-TEST(GzipCompress, TakesTheFastPathWhenAllowed) {
-  std::string text = sampleText(500000);
-  auto made = [&](int level, int strategy) {
-    uint8_t* output = nullptr;
-    size_t size = 0;
-    gzip_compress(bytesOf(text), text.size(), &output, &size, level, strategy);
-    std::string bytes(reinterpret_cast<char*>(output), size);
-    free(output);
-    return bytes;
-  };
-  // The fast path knows no level; zlib does.
-  EXPECT_NE(made(1, 0), made(9, 0));
-  EXPECT_EQ(made(1, 10) == made(9, 10), cpu_has_fast_deflate());
-  EXPECT_EQ(made(9, 13), made(9, Z_RLE));
-}
-
 TEST(GzipCompress, StaysInTheRoomGiven) {
   std::string text = sampleText(100000), noise = randomBytes(100000);
   for (int strategy : {0, 10})
@@ -121,37 +104,6 @@ TEST(GzipCompress, StaysInTheRoomGiven) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(gzip_compress(bytesOf(text), text.size(), &output, &size, 6, 9), nullptr);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "zlib deflateInit2 error: stream error\n");
-}
-
-TEST(BlockCodec, MakesBlocksThatZlibReads) {
-  std::string block(65536, 0), back(65536, 0);
-  BlockInflater inflater;
-  for (int level : {-1, 0, 1, 6, 9, 12})
-    for (bool fast : {false, true}) {
-      BlockCompressor compressor(level, fast);
-      for (const auto& payload : payloads()) {
-        std::string part = payload.substr(0, 65280);
-        int size = compressor.compress(bytesOf(part), part.size(), reinterpret_cast<uint8_t*>(block.data()));
-        ASSERT_GT(size, 26);
-        auto blocks = blocksOf(block.substr(0, static_cast<size_t>(size)));
-        ASSERT_EQ(blocks.size(), 1u);
-        EXPECT_TRUE(blocks[0].data == part);
-        uint32_t length = 0;
-        EXPECT_EQ(inflater.inflate(bytesOf(block), static_cast<size_t>(size), true,
-                                   reinterpret_cast<uint8_t*>(back.data()), &length),
-                  BlockInflater::kGood);
-        EXPECT_TRUE(back.substr(0, length) == part);
-      }
-    }
-}
-
-TEST(Crc, IsThatOfZlibInPieces) {
-  std::string text = sampleText(100000);
-  for (size_t cut : {0, 1, 7, 50000, 100000}) {
-    uint32_t first = gzip_crc32(0, text.data(), cut);
-    EXPECT_EQ(first, crc32(0, bytesOf(text), static_cast<uint32_t>(cut)));
-    EXPECT_EQ(gzip_crc32(first, text.data() + cut, text.size() - cut), crc32(0, bytesOf(text), 100000));
-  }
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include "readdata/stream/bgzf_handle.h"
-#include "readdata/stream/pread_stream.h"
 #include "temp_folder.h"
 #include "zlib_blocks.h"
 
@@ -96,21 +95,6 @@ TEST(PosixHandle, AgreesWithTheWholeTextAfterAnySeek) {
     ASSERT_EQ(text.compare(place, expected, buffer, 0, expected), 0) << step;
     place += expected;
   }
-}
-
-TEST(PosixHandle, ClonesOutliveTheirHandle) {
-  TempFolder folder;
-  std::string text = sampleText(100000), path = folder.write("in", text);
-  std::unique_ptr<IOHandle> clone;
-  std::string got(text.size(), 0);
-  {
-    POSIXIOHandle handle;
-    ASSERT_TRUE(handle.openFile(path.c_str(), "r"));
-    ASSERT_EQ(handle.read(got.data(), 10), 10);
-    clone = handle.clone();
-  }
-  ASSERT_EQ(clone->read(got.data() + 10, got.size()), static_cast<int64_t>(text.size() - 10));
-  EXPECT_TRUE(got == text);
 }
 
 TEST(PosixHandle, CopiesRegions) {
@@ -203,51 +187,6 @@ TEST(PosixHandle, ReadsAPipe) {
   EXPECT_EQ(got.compare(0, text.size(), text), 0);
   feeder.join();
   close(ends[0]);
-}
-
-TEST(PreadStream, KeepsAPositionOfItsOwn) {
-  TempFolder folder;
-  std::string text = sampleText(50000);
-  FILE* file = fopen(folder.write("in", text).c_str(), "r");
-  ASSERT_NE(file, nullptr);
-  for (size_t buffer_size : {16, 65536}) {
-    FILE* a = open_pread_stream(fileno(file), buffer_size);
-    FILE* b = open_pread_stream(fileno(file), buffer_size);
-    ASSERT_NE(a, nullptr);
-    ASSERT_NE(b, nullptr);
-    for (size_t at = 0; at < 40000; at += 100) {
-      char from_a[100], from_b[100];
-      ASSERT_EQ(fread(from_a, 1, 100, a), 100u);
-      ASSERT_EQ(fseek(b, static_cast<long>(text.size() - at - 100), SEEK_SET), 0);
-      ASSERT_EQ(fread(from_b, 1, 100, b), 100u);
-      ASSERT_EQ(text.compare(at, 100, from_a, 100), 0);
-      ASSERT_EQ(text.compare(text.size() - at - 100, 100, from_b, 100), 0);
-    }
-    for (long wrong : {-1L, static_cast<long>(text.size()) + 1}) {
-      long before = ftell(a);
-      errno = 0;
-      EXPECT_EQ(fseek(a, wrong, SEEK_SET), -1);
-      EXPECT_EQ(errno, EINVAL);
-      char next[10];
-      EXPECT_EQ(fseek(a, before, SEEK_SET), 0);
-      EXPECT_EQ(fread(next, 1, 10, a), 10u);
-      EXPECT_EQ(text.compare(static_cast<size_t>(before), 10, next, 10), 0);
-    }
-    EXPECT_EQ(fseek(a, -10, SEEK_END), 0);
-    char tail[20];
-    EXPECT_EQ(fread(tail, 1, 20, a), 10u);
-    EXPECT_EQ(text.compare(text.size() - 10, 10, tail, 10), 0);
-    EXPECT_EQ(fclose(a), 0);
-    EXPECT_EQ(fclose(b), 0);
-  }
-  EXPECT_EQ(lseek(fileno(file), 0, SEEK_CUR), 0);
-  fclose(file);
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  EXPECT_EQ(open_pread_stream(ends[0]), nullptr);
-  EXPECT_EQ(errno, ESPIPE);
-  close(ends[0]);
-  close(ends[1]);
 }
 
 }  // namespace
