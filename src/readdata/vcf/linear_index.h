@@ -44,5 +44,9 @@ class LinearIndex::ChrIndex final : public GenomeIndex::ContigIndex {
   void add(int32_t start, int32_t end, int64_t offset) override;
   void add(const ContigIndex& other, const OffsetMap& offsetMap) override;
   void dropFront(int32_t dropped, int64_t offset) override;
+  // Joins neighbouring bins, as many as leave `density` features of mean size in the fullest.
   void optimize(double density);
+
+ private:
+  size_t filledBins() const;
 };

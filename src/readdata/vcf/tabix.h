@@ -21,17 +21,21 @@ class Tabix final : public GenomeIndex {
   explicit Tabix(const Options& options);
   std::unique_ptr<GenomeIndex> clone() const override;
   std::unique_ptr<ContigIndex> newContigIndex(const std::string& name) const override;
-  bool load(const std::string& path) override;  // path.tbi
+  // path.tbi. `count` is of chunks, which is all that the file tells; a contig without any has `first` above `last`.
+  bool load(const std::string& path) override;
   bool save(const std::string& path) override;
 };
 
 class Tabix::Index final : public GenomeIndex::ContigIndex {
  public:
+  static constexpr int32_t kMaxWindows = 1 << 17;  // up to position 2^31
+
   int32_t firstWindow = 0;
   std::vector<int64_t> linear;  // smallest offset of a feature in window firstWindow + i
   std::map<uint32_t, std::vector<Chunk>> bins;
 
   using ContigIndex::ContigIndex;
+  // Chunks begin no earlier than the first feature that reaches the window of `start`.
   bool query(int32_t start, int32_t end, std::vector<Chunk>& chunks) const override;
   void finish() override {}
   void add(int32_t start, int32_t end, int64_t offset) override;
@@ -43,5 +47,5 @@ class Tabix::Index final : public GenomeIndex::ContigIndex {
   void compact(uint64_t threshold, bool compressed);
 
  private:
-  std::vector<Chunk>* lastBin_ = nullptr;  // the bin touched last
+  decltype(bins)::value_type* lastBin_ = nullptr;  // the bin touched last
 };
