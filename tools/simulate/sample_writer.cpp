@@ -112,7 +112,7 @@ class SortedWriter {
 };
 
 Tally makeTally(const FragmentCounts& fragments, const RecordMaker::Counts& reads,
-                const RecordCounts& records, size_t read_groups) {
+                const RecordCounts& records, size_t read_groups, size_t libraries) {
   return {{"pairs", fragments.pairs},
           {"pcr duplicates", fragments.pcr_copies},
           {"optical duplicates", fragments.optical_copies},
@@ -139,7 +139,8 @@ Tally makeTally(const FragmentCounts& fragments, const RecordMaker::Counts& read
           {"mapq 0", records.mapq_0},
           {"mapq 1-59", records.mapq_between},
           {"mapq 60", records.mapq_60},
-          {"read groups", read_groups}};
+          {"read groups", read_groups},
+          {"libraries", libraries}};
 }
 
 }  // namespace
@@ -184,5 +185,6 @@ Tally writeSample(const SimulateOptions& options, const Genome& genome, const Va
   bam.close();
   if (!index.save(index_path))
     throw std::runtime_error("Failed to write " + index_path + ": " + strerror(errno));
-  return makeTally(fragment_counts, maker.counts(), record_counts, static_cast<size_t>(options.read_groups));
+  return makeTally(fragment_counts, maker.counts(), record_counts, static_cast<size_t>(options.read_groups),
+                   static_cast<size_t>(options.libraries));
 }

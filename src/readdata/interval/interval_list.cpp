@@ -54,6 +54,7 @@ void IntervalList::pad(int64_t amount) {
   auto more = [by, top](uint32_t place) { return static_cast<uint32_t>(std::min(place + by, top)); };
   for (auto& entries : per_contig_) {
     for (IntervalEntry& entry : entries) {
+      if (entry.start >= entry.end) continue;
       entry.start = grow ? less(entry.start) : more(entry.start);
       entry.end = grow ? more(entry.end) : less(entry.end);
     }

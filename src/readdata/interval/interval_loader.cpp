@@ -220,7 +220,8 @@ bool IntervalList::Loader::addHeaderLine() {
   if (name != tags.end() && list.contig_index_.count(name->second)) complain("Duplicated SN");
   if (length == tags.end()) complain("Missing LN");
   if (length != tags.end() && (!number(length->second, bases) || bases > kTop)) complain("Invalid LN");
-  if (good) {
+  // With a faulty line too, which fails the load, so that its name is known to the lines behind it.
+  if (name != tags.end() && !list.contig_index_.count(name->second)) {
     list.registerContig(name->second.c_str());
     list.header_contigs_.push_back({list.contig_index_.find(name->second)->first.c_str(), 0, capped(bases)});
   }

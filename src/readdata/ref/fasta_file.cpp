@@ -38,6 +38,8 @@ FastaFile::FastaFile(const std::string& path) : path_(path) {
     refuse();
   }
   std::unique_ptr<FILE, int (*)(FILE*)> guard(stream_, fclose);
+  // A name that is an index's is told before the contents, which are no FASTA then.
+  if (path.ends_with(".fai") && findIndex().empty()) refuse();
   if (!startIsValid()) refuse();
   index_path_ = findIndex();
   if (index_path_.empty()) refuse();
