@@ -10,6 +10,9 @@
 
 namespace {
 
+// Ends a group whatever its bases: small shards of a large group would fill the memory.
+constexpr size_t kMostGroupShards = 65536;
+
 bool isNoCoor(const char* contig) {
   return strcmp(contig, kNoCoor) == 0;
 }
@@ -153,7 +156,7 @@ bool Sharder::fillQueue(std::deque<Shard>& queue) {
     }
     queue.push_back(shard);
     if (bases + (shard.end - contig_start) >= group_ref_len_ || contig_count >= group_chr_num_ ||
-        (entered && isNoCoor(contig)))
+        queue.size() >= kMostGroupShards || (entered && isNoCoor(contig)))
       break;
   }
   return !queue.empty();

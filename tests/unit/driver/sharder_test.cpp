@@ -120,6 +120,19 @@ TEST(Sharder, RefusesMoreShardsThanCanBeNumbered) {
   EXPECT_THROW(Sharder(plan.targets, optionsFor(1, 1)), std::invalid_argument);
 }
 
+TEST(Sharder, GroupsOfTinyShardsTakeLittleMemory) {
+  Plan plan({20}, 1, false);
+  plan.targets[0].end = 20000000;
+  DriverOptions options = optionsFor(1, 1);
+  options.shard_group_ref_len = INT32_MAX;
+  Sharder sharder(plan.targets, options);
+  Shard shard;
+  const uint64_t before = peak_memory();
+  for (int i = 0; i < 200000; i++) ASSERT_TRUE(sharder.nextShard(shard, 0));
+  EXPECT_EQ(shard.start, 199999u);
+  EXPECT_LT(peak_memory() - before, 64u << 20);
+}
+
 TEST(Sharder, StealsByPolicyWhenNothingIsLeftToCut) {
   struct Case {
     IntraPolicy intra;
