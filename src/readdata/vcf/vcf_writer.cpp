@@ -55,8 +55,7 @@ void VCFWriter::close() {
   if (stream_) {
     if (!isClone_) {
       merge(nullptr, nullptr);
-      if (!emptyPartial_.empty() && tell() == 0)
-        takeHeader(*openPartial(emptyPartial_), std::exchange(emptyPartial_, ""));
+      if (!emptyPartial_.empty() && tell() == 0) takeHeader(*openPartial(emptyPartial_), emptyPartial_);
     }
     const std::unique_ptr<IOHandle> closing = std::move(stream_);
     if (closing->close() < 0) fail("failed to close output file " + path_ + ", " + closing->error_text());
