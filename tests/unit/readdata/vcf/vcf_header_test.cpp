@@ -1,0 +1,256 @@
+#include "readdata/vcf/vcf_header.h"
+
+#include <gmock/gmock.h>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "readdata/stream/open_stream.h"
+#include "temp_folder.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+VCFHeader parse(const std::string& text) {
+  const TempFolder folder;
+  const auto stream = openStream(folder.write("in.vcf", text), "r");
+  VCFHeader header;
+  header.samples = {"from before"};
+  header.parse(*stream);
+  return header;
+}
+
+std::string print(VCFHeader header) {
+  const TempFolder folder;
+  const auto stream = openStream(folder.path("out.vcf"), "w");
+  header.print(*stream);
+  EXPECT_EQ(stream->close(), 0);
+  std::ifstream file(folder.path("out.vcf"), std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+constexpr char kColumns[] = "#CHROM\tPOS\tID\tREF\tALT\tQUAL\tFILTER\tINFO";
+
+// In the order that print() gives, so that it survives as it stands.
+const std::string kTypical =
+    "##fileformat=VCFv4.2\n"
+    "##ALT=<ID=NON_REF,Description=\"Any other allele, seen or not, at this place\">\n"
+    "##FILTER=<ID=PASS,Description=\"All filters passed\">\n"
+    "##FILTER=<ID=LowQual,Description=\"Low quality, QUAL<30 (a=b)\">\n"
+    "##FORMAT=<ID=AD,Number=R,Type=Integer,Description=\"Depths, by allele\">\n"
+    "##FORMAT=<ID=GT,Number=1,Type=String,Description=\"Genotype\">\n"
+    "##INFO=<ID=AF,Number=A,Type=Float,Description=\"Frequency, by, allele,,\",Source=\"x\",Version=\"3\">\n"
+    "##INFO=<ID=END,Number=1,Type=Integer,Description=\"Last base\">\n"
+    "##contig=<ID=chr2,length=242193529,assembly=GRCh38>\n"
+    "##contig=<ID=chr1,length=248956422,assembly=GRCh38>\n"
+    "##contig=<ID=HLA-A*01:01:01:01,length=3503>\n"
+    "##contig=<ID=odd,length=much,md5=abc>\n"
+    "##fileDate=20150218\n"
+    "##reference=file:///data/ref.fa\n"
+    "##bcftools_viewCommand=view -s NA1,NA2 in.vcf; Date=Mon Feb 16 10:00:00 2015\n"
+    "##no equals sign\n" +
+    std::string(kColumns) + "\tFORMAT\tNA1\tNA 2\n";
+
+TEST(VCFHeader, TypicalTextSurvives) {
+  const VCFHeader header = parse(kTypical + "chr1\t1\t.\tA\tC\t.\t.\t.\tGT\t0/1\t./.\n");
+  EXPECT_EQ(print(header), kTypical);
+  EXPECT_THAT(header.samples, ElementsAre("NA1", "NA 2"));
+  EXPECT_THAT(header.defs.at("INFO")[0].attrs[2], "Description=\"Frequency");
+}
+
+TEST(VCFHeader, VersionOrderAndLineEndsAreNormalised) {
+  const VCFHeader header = parse(
+      "##fileformat=VCFv4.1\r\n##fileformats=kept\r\n##INFO=<Number=0,ID=B,Type=Flag>\r\n##FILTER=<ID=z>"
+      "\t\r\n"
+      "##INFO=<ID=A>\n##FILTER=<ID=a>\n##X=<>\n##=\n##\n#comment\n" +
+      std::string(kColumns) + "\tFORMAT\ts\r\n");
+  EXPECT_EQ(print(header),
+            "##fileformat=VCFv4.2\n##FILTER=<ID=z>\n##FILTER=<ID=a>\n##INFO=<ID=A>\n##INFO=<ID=B,Number=0,"
+            "Type=Flag>\n"
+            "##X=<ID=>\n##fileformats=kept\n##=\n##\n" +
+                std::string(kColumns) + "\tFORMAT\ts\n");
+}
+
+TEST(VCFHeader, StreamStandsAtTheFirstRecord) {
+  const TempFolder folder;
+  const std::string text = "##a=1\n" + std::string(kColumns) + "\n1\t5\n";
+  for (const char* name : {"x.vcf", "x.vcf.gz"}) {
+    auto out = openStream(folder.path(name), "w");
+    out->write(text.data(), text.size());
+    ASSERT_EQ(out->close(), 0);
+    const auto stream = openStream(folder.path(name), "r");
+    VCFHeader header;
+    header.parse(*stream);
+    EXPECT_THAT(header.lines, ElementsAre("a=1"));
+    EXPECT_TRUE(header.samples.empty());
+    char rest[8] = {};
+    EXPECT_EQ(stream->read(rest, sizeof rest), 4);
+    EXPECT_STREQ(rest, "1\t5\n");
+  }
+}
+
+TEST(VCFHeader, LinesOf4095BytesAreLost) {
+  const std::string kept = "##k=" + std::string(4090, 'x');  // 4094 bytes
+  const std::string lost = kept + 'x';
+  EXPECT_THAT(parse(kept + "\n" + lost + "\n" + lost + lost + "\n##b=2\n").lines,
+              ElementsAre(kept.substr(2), "b=2"));
+  EXPECT_THAT(parse("##b=2\n" + lost).lines, ElementsAre("b=2"));
+  EXPECT_THAT(parse("##b=2\n" + kept).lines, ElementsAre("b=2", kept.substr(2)));
+  std::string wide = std::string(kColumns) + "\tFORMAT";
+  for (int i = 0; i < 1000; ++i) wide += "\tsample";
+  EXPECT_TRUE(parse(wide + "\n").samples.empty());
+}
+
+TEST(VCFHeader, ColumnLinesThatDoNotFitAreIgnored) {
+  const std::string columns = kColumns;
+  for (const std::string& line :
+       {columns, columns + "\tFORMAT", columns + "\tFORMAT\t\t", columns + "\tFORMATS\ta",
+        columns + "X\tFORMAT\ta", std::string("#CHROM\tPOS\tID\tFORMAT\ta"), columns + " FORMAT a"})
+    EXPECT_TRUE(parse(line + "\n").samples.empty()) << line;
+  EXPECT_THAT(parse(columns + "\tFORMAT\ta\t\tb").samples, ElementsAre("a", "", "b"));
+}
+
+TEST(VCFHeader, NothingToReadGivesAnEmptyHeader) {
+  for (const std::string& text : {std::string(), std::string("BAM\1"), std::string("##\0##x=1", 9)}) {
+    const VCFHeader header = parse(text);
+    EXPECT_TRUE(header.samples.empty());
+    EXPECT_TRUE(header.defs.empty());
+    EXPECT_EQ(print(header).find('\0'), std::string::npos);
+  }
+}
+
+TEST(VCFHeader, CompressedFloodIsRefused) {
+  const TempFolder folder;
+  const auto out = openStream(folder.path("flood.vcf.gz"), "w");
+  std::string line = "##a=<" + std::string(4000, ',') + ">\n";  // 4,000 attributes
+  for (int i = 0; i < 1000; ++i) out->write(line.data(), line.size());
+  ASSERT_EQ(out->close(), 0);
+  VCFHeader header;
+  EXPECT_THROW(header.parse(*openStream(folder.path("flood.vcf.gz"), "r")), std::runtime_error);
+}
+
+TEST(VCFHeader, LinesAreAddedAndRemoved) {
+  VCFHeader header;
+  header.addLine("a", std::string(300, 'x'));
+  header.addLine("ab", "1");
+  header.addRawLine("a");
+  header.addLine("a", "%s");
+  EXPECT_EQ(header.lines[0], "a=" + std::string(253, 'x'));
+  header.removeLines("a");
+  EXPECT_THAT(header.lines, ElementsAre("ab=1", "a"));
+}
+
+TEST(VCFHeader, DefsKeepTheirPlaceWhenReplaced) {
+  VCFHeader header;
+  header.addDef("FILTER", "b", {{"Description", "\"x\""}});
+  header.addDef("FILTER", "a", {});
+  header.addDef("FILTER", "b", {{"Description", "\"y\""}, {"More", "1"}});
+  header.addFormatDef("PL");
+  header.addFormatDef("nothing standard");
+  header.addInfoDef("DP");
+  EXPECT_EQ(print(header),
+            "##fileformat=VCFv4.2\n##FILTER=<ID=b,Description=\"y\",More=1>\n##FILTER=<ID=a>\n"
+            "##FORMAT=<ID=PL,Number=G,Type=Integer,Description=\"The phred-scaled genotype likelihoods "
+            "rounded to the "
+            "closest integer\">\n" +
+                std::string(kColumns) + "\n");
+  header.removeFormatDef("PL");
+  size_t cursor = 0;
+  EXPECT_EQ(header.findDef("FORMAT", nullptr, &cursor), nullptr);
+  header.removeDef("FILTER", nullptr);
+  EXPECT_FALSE(header.defs.contains("FILTER"));
+}
+
+TEST(VCFHeader, DefsAreFound) {
+  const VCFHeader header = parse("##X=<ID=a,n=1>\n##X=<ID=b>\n##X=<ID=a,n=2>\n" + kTypical);
+  size_t cursor = 0;
+  EXPECT_EQ(header.findDef("X", "a", &cursor)->attrs[0], "n=1");
+  EXPECT_EQ(header.findDef("X", "a", &cursor)->attrs[0], "n=2");
+  EXPECT_EQ(header.findDef("X", "a", &cursor), nullptr);
+  cursor = 1;
+  EXPECT_EQ(header.findDef("X", nullptr, &cursor)->id, "b");
+  EXPECT_EQ(header.findDef("Y", nullptr, &cursor), nullptr);
+
+  const char *number, *type, *description;
+  ASSERT_TRUE(header.getInfoDef("AF", &number, &type, &description));
+  EXPECT_STREQ(number, "A");
+  EXPECT_STREQ(type, "Float");
+  EXPECT_STREQ(description, "\"Frequency");  // up to its first comma
+  EXPECT_FALSE(header.getFormatDef("AF", &number, &type, &description));
+  ASSERT_TRUE(parse("##FORMAT=<ID=q,Type=String>\n").getFormatDef("q", &number, &type, &description));
+  EXPECT_EQ(number, nullptr);
+  EXPECT_EQ(description, nullptr);
+}
+
+TEST(VCFHeader, ContigsByAssemblyInFileOrder) {
+  const auto contigs =
+      parse(kTypical + "##contig=<ID=n,length=-4>\n##contig=<ID=h,length=99999999999999999999>\n").contigs();
+  ASSERT_EQ(contigs.size(), 2u);
+  const auto& known = contigs.at("GRCh38");
+  ASSERT_EQ(known.size(), 2u);
+  EXPECT_EQ(known[0].name, "chr2");
+  EXPECT_EQ(known[0].length, 242193529);
+  std::vector<int64_t> lengths;
+  for (const auto& contig : contigs.at("")) lengths.push_back(contig.length);
+  EXPECT_THAT(lengths, ElementsAre(3503, -1, -1, -1));
+}
+
+TEST(VCFHeader, CommandLine) {
+  VCFHeader header;
+  header.addCommandLine("Genotyper", "driver -r x.fa --algo Genotyper a\nb,c");
+  EXPECT_THAT(print(header),
+              testing::ContainsRegex(
+                  "\n##TorvesinCommandLine.Genotyper=<ID=Genotyper,Version=\"torvesin-genomics-201611.03\","
+                  "Date=\"20[0-9][0-9]-[0-9][0-9]-[0-9][0-9]T[0-9:]*Z\","
+                  "CommandLine=\"driver -r x.fa --algo Genotyper a b,c\">\n"));
+}
+
+TEST(VCFHeaderMerge, SamplesMapToColumns) {
+  VCFHeader header, other;
+  header.samples = {"NA1", "NA2"};
+  other.samples = {"NA3", "NA1", "NA4", "NA3"};
+  std::vector<int> map = {7};
+  ASSERT_TRUE(header.merge(other, map, false));
+  EXPECT_THAT(map, ElementsAre(2, -1, 3, -1));
+  EXPECT_THAT(header.samples, ElementsAre("NA1", "NA2", "NA3", "NA4"));
+}
+
+TEST(VCFHeaderMerge, UniquifyNumbersTheNames) {
+  VCFHeader header, other;
+  header.samples = other.samples = {"NA1"};
+  std::vector<int> map;
+  ASSERT_TRUE(header.merge(other, map, true));
+  ASSERT_TRUE(header.merge(other, map, true));
+  EXPECT_THAT(map, ElementsAre(2));
+  EXPECT_THAT(header.samples, ElementsAre("NA1", "NA1:1", "NA1:2"));
+  ASSERT_TRUE(header.merge(header, map, true));  // with itself
+  EXPECT_THAT(map, ElementsAre(3, 4, 5));
+  EXPECT_THAT(header.samples, ElementsAre("NA1", "NA1:1", "NA1:2", "NA1:3", "NA1:1:1", "NA1:2:1"));
+}
+
+TEST(VCFHeaderMerge, AddsWhatIsMissingButNoContig) {
+  VCFHeader header = parse("##a=1\n##INFO=<ID=A,n=1>\n##contig=<ID=1,length=5>\n");
+  const VCFHeader other =
+      parse("##b=2\n##a=1\n##INFO=<ID=B>\n##INFO=<ID=A,n=2>\n##ALT=<ID=X>\n##contig=<ID=1,length=6>\n");
+  std::vector<int> map;
+  ASSERT_TRUE(header.merge(other, map, false));
+  EXPECT_EQ(print(header),
+            "##fileformat=VCFv4.2\n##ALT=<ID=X>\n##INFO=<ID=A,n=1>\n##INFO=<ID=B>\n##contig=<ID=1,length=5>"
+            "\n##a=1\n"
+            "##b=2\n" +
+                std::string(kColumns) + "\n");
+  EXPECT_FALSE(header.merge(parse("##contig=<ID=2>\n"), map, false));
+}
+
+TEST(VCFHeader, IsVCF) {
+  const TempFolder folder;
+  EXPECT_TRUE(isVCF(folder.write("a", "##fileformat=VCFv4.0\n")));
+  EXPECT_FALSE(isVCF(folder.write("b", "##fileforma")));
+  EXPECT_FALSE(isVCF(folder.write("c.gz", "##fileformat=VCFv4.0\n")));
+  EXPECT_FALSE(isVCF(folder.path("missing")));
+}
+
+}  // namespace
