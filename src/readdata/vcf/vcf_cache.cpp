@@ -4,27 +4,18 @@
 #include <algorithm>
 #include <bit>
 #include <cctype>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
 #include <stdexcept>
 
+#include "base/text.h"
 #include "readdata/stream/open_stream.h"
 
 namespace {
 
 constexpr uint32_t kDefaultLimit = 0x1000000;
 constexpr int64_t kReadAhead = 2000;  // bases
-
-__attribute__((format(printf, 1, 2))) std::runtime_error failure(const char* format, ...) {
-  char text[1024];
-  va_list values;
-  va_start(values, format);
-  vsnprintf(text, sizeof text, format, values);
-  va_end(values);
-  return std::runtime_error(text);
-}
 
 uint32_t limitOf(const char* text) {
   if (text == nullptr) return kDefaultLimit;
@@ -40,13 +31,15 @@ uint32_t limitOf(const char* text) {
 void checkFormat(IOHandle& stream, const char* path) {
   char text[1024];
   const int64_t got = stream.read(text, sizeof text - 1);
-  if (got < 0) throw failure("Failed to read vcf file %s: %s", path, stream.error_text().c_str());
-  if (got == 0) throw failure("Empty vcf file %s", path);
+  if (got < 0)
+    throw std::runtime_error(format("Failed to read vcf file %s: %s", path, stream.error_text().c_str()));
+  if (got == 0) throw std::runtime_error(format("Empty vcf file %s", path));
   text[got] = 0;
   int major, minor;
   if (sscanf(text, "##fileformat=VCFv%9d.%9d", &major, &minor) != 2)
-    throw failure("Unrecognized format for vcf file %s", path);
-  if (major != 4) throw failure("Unsupported format v%d.%d for vcf file %s", major, minor, path);
+    throw std::runtime_error(format("Unrecognized format for vcf file %s", path));
+  if (major != 4)
+    throw std::runtime_error(format("Unsupported format v%d.%d for vcf file %s", major, minor, path));
 }
 
 }  // namespace
@@ -58,10 +51,10 @@ uint32_t VCFCache::maxRecordSize() {
 
 VCFCache::VCFCache(const std::string& path) : path_(path), stream_(openStream(path, "r")) {
   maxRecordSize();
-  if (stream_ == nullptr) throw failure("Failed to open vcf file %s", path.c_str());
+  if (stream_ == nullptr) throw std::runtime_error(format("Failed to open vcf file %s", path.c_str()));
   checkFormat(*stream_, path.c_str());
   std::shared_ptr<GenomeIndex> index = newGenomeIndex(path, {});
-  if (!index->load(path)) throw failure("Failed to load index for %s", path.c_str());
+  if (!index->load(path)) throw std::runtime_error(format("Failed to load index for %s", path.c_str()));
   index_ = std::move(index);
 }
 
@@ -70,7 +63,7 @@ VCFCache::VCFCache(const VCFCache& other)
       index_(other.index_),
       stream_(other.stream_->clone()),
       blockSize_(other.blockSize_) {
-  if (stream_ == nullptr) throw failure("Failed to open vcf file %s", path_.c_str());
+  if (stream_ == nullptr) throw std::runtime_error(format("Failed to open vcf file %s", path_.c_str()));
 }
 
 VCFCache::~VCFCache() {

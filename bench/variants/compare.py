@@ -1,0 +1,125 @@
+#!/usr/bin/python3
+"""Times the reading of variants beside bcftools on one made-up VCF and prints the ratios as a Markdown table.
+
+usage: compare.py BUILD_DIR WORK_DIR [--rounds N] [--small]
+
+BUILD_DIR holds the built programs; WORK_DIR keeps the input between runs. The commands of a comparison run in turn,
+round after round, so that both sides see the same machine; the least time of each side counts.
+"""
+import argparse
+import os
+import random
+import subprocess
+import sys
+import time
+
+parser = argparse.ArgumentParser(usage=__doc__)
+parser.add_argument("build")
+parser.add_argument("work")
+parser.add_argument("--rounds", type=int, default=3)
+parser.add_argument("--small", action="store_true", help="a tenth of the records, to try the script")
+args = parser.parse_args()
+
+VCF_REGIONS = os.path.join(os.path.abspath(args.build), "tests", "vcf_regions")
+os.makedirs(args.work, exist_ok=True)
+os.chdir(args.work)
+
+CONTIGS = 10
+GAP = 100  # mean bases between records
+
+
+def make_input(path, records):
+    """Three samples, as a caller writes them."""
+    draw = random.Random(11)
+    length = records // CONTIGS * GAP + 1000
+    with open("input.vcf", "w") as out:
+        out.write("##fileformat=VCFv4.2\n")
+        out.writelines(f"##contig=<ID=chr{c},length={length}>\n" for c in range(1, CONTIGS + 1))
+        for key, number, kind in [("AC", "A", "Integer"), ("AF", "A", "Float"), ("AN", "1", "Integer"),
+                                  ("DP", "1", "Integer"), ("FS", "1", "Float"), ("MQ", "1", "Float")]:
+            out.write(f'##INFO=<ID={key},Number={number},Type={kind},Description="d">\n')
+        for key, number, kind in [("GT", "1", "String"), ("AD", "R", "Integer"), ("DP", "1", "Integer"),
+                                  ("GQ", "1", "Integer"), ("PL", "G", "Integer")]:
+            out.write(f'##FORMAT=<ID={key},Number={number},Type={kind},Description="d">\n')
+        out.write("#CHROM\tPOS\tID\tREF\tALT\tQUAL\tFILTER\tINFO\tFORMAT\ts1\ts2\ts3\n")
+        for contig in range(1, CONTIGS + 1):
+            position = 0
+            for _ in range(records // CONTIGS):
+                position += draw.randint(1, 2 * GAP - 1)
+                ref, alt = draw.sample("ACGT", 2)
+                depth = draw.randint(20, 120)
+                calls = []
+                for _ in range(3):
+                    a, b, q = draw.randint(5, 30), draw.randint(0, 30), draw.randint(3, 99)
+                    calls.append(f"0/1:{a},{b}:{a + b}:{q}:{q * 11},0,{q * 9}")
+                out.write(f"chr{contig}\t{position}\t.\t{ref}\t{alt}\t{draw.random() * 900:.2f}\t.\t"
+                          f"AC=3;AF=0.500;AN=6;DP={depth};FS={draw.random() * 9:.3f};MQ={50 + draw.random() * 10:.2f}\t"
+                          f"GT:AD:DP:GQ:PL\t" + "\t".join(calls) + "\n")
+    subprocess.run(["bgzip", "-f", "input.vcf"], check=True)
+    subprocess.run(["tabix", "-f", "-p", "vcf", "input.vcf.gz"], check=True)
+    os.rename("input.vcf.gz.tbi", path + ".tbi")
+    os.rename("input.vcf.gz", path)
+
+
+
+class Timed:
+    """One side of a comparison: least wall seconds over the rounds. Its output goes to a file of its own."""
+
+    def __init__(self, name, command, stdin=None):
+        self.name, self.command, self.stdin = name, command, stdin
+        self.seconds = float("inf")
+
+    def once(self):
+        begin = time.monotonic()
+        with open(self.name, "w") as out, open("log", "w") as log, open(self.stdin or os.devnull) as stdin:
+            status = subprocess.call(self.command, stdin=stdin, stdout=out, stderr=log)
+        if status != 0:
+            sys.exit(f"status {status}: {' '.join(self.command)}\n{open('log').read()[-2000:]}")
+        self.seconds = min(self.seconds, time.monotonic() - begin)
+
+
+def compare(*sides):
+    for _ in range(args.rounds):
+        for side in sides:
+            side.once()
+    return sides
+
+
+rows = []
+
+
+def row(what, ours, peer, peer_name, target):
+    ratio = ours.seconds / peer.seconds
+    rows.append((what, f"{ours.seconds:.2f} s", f"{peer.seconds:.2f} s", peer_name, f"{ratio:.2f}", f"<= {target}",
+                 "yes" if ratio <= target else "**no**"))
+
+
+def positions(path):
+    return subprocess.run(f"cut -f 1,2 {path} | sort -u | md5sum", shell=True, capture_output=True).stdout
+
+
+records = 100_000 if args.small else 1_000_000
+length = records // CONTIGS * GAP + 1000
+vcf = f"records{records}.vcf.gz"
+if not os.path.exists(vcf):
+    make_input(vcf, records)
+
+for size in [1_000_000, 10_000]:
+    tiles = [(f"chr{c}", s, min(s + size, 2 * length)) for c in range(1, CONTIGS + 1) for s in range(0, 2 * length, size)]
+    with open("tiles.txt", "w") as out:
+        out.writelines(f"{c} {s} {e}\n" for c, s, e in tiles)
+    with open("tiles.bed", "w") as out:
+        out.writelines(f"{c}\t{s}\t{e}\n" for c, s, e in tiles)
+    texts = ",".join(f"{c}:{s + 1}-{e}" for c, s, e in tiles)
+    peer_regions = ["-r", texts] if len(texts) < 100_000 else ["-R", "tiles.bed"]
+    ours, peer = compare(Timed("ours.txt", [VCF_REGIONS, vcf], "tiles.txt"),
+                         Timed("peer.txt", ["bcftools", "view", "-H", *peer_regions, vcf]))
+    if positions("ours.txt") != positions("peer.txt"):
+        sys.exit("the two sides found other records")
+    row(f"read in {len(tiles)} regions", ours, peer, f"bcftools view {peer_regions[0]}", 0.7)
+
+print(f"Input: {records} made-up records, 3 samples, {CONTIGS} contigs; {os.path.getsize(vcf)} bytes.\n")
+print("| what | ours | peer | peer is | ratio | target | holds |")
+print("|---|---|---|---|---|---|---|")
+for r in rows:
+    print("| " + " | ".join(r) + " |")

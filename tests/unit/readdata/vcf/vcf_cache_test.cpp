@@ -1,0 +1,333 @@
+#include "readdata/vcf/vcf_cache.h"
+
+#include <atomic>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <new>
+#include <thread>
+
+#include "readdata/vcf/tabix.h"
+#include "readdata/vcf/vcf_contigs.h"
+#include "temp_folder.h"
+#include "vcf_files.h"
+#include "zlib_blocks.h"
+
+static std::atomic<size_t> allocations;
+
+[[gnu::noinline]] void* operator new(size_t size) {
+  allocations++;
+  void* memory = malloc(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+  free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
+  free(memory);
+}
+
+namespace {
+
+using testing::HasSubstr;
+
+constexpr size_t kWidest = 100'000;  // bytes of a line: needs blocks of 128 KiB
+
+std::vector<std::string> overlapping(const VCFCache& cache, int32_t start, int32_t end) {
+  std::vector<std::string> ids;
+  for (const VCFLine& record : cache.records())
+    if (record.pos < end && record.end > start) ids.push_back(record.column(VCFLine::kId));
+  return ids;
+}
+
+std::vector<std::string> overlapping(const std::vector<MadeRecord>& records, const std::string& contig,
+                                     int32_t start, int32_t end) {
+  std::vector<std::string> ids;
+  for (size_t i = 0; i < records.size(); i++)
+    if (records[i].contig == contig && records[i].start < end && records[i].end > start)
+      ids.push_back(std::to_string(i));
+  return ids;
+}
+
+// What a walk of reads asks for: mostly steps forward, now and then a jump, a step back or another contig.
+void walk(VCFCache& cache, const std::vector<MadeRecord>& records, const std::vector<std::string>& contigs,
+          uint32_t seed, int steps) {
+  std::mt19937 random(seed);
+  std::string contig = contigs[0];
+  int32_t start = 0;
+  for (int i = 0; i < steps; i++) {
+    const uint32_t kind = random() % 40;
+    if (kind == 0) contig = contigs[random() % contigs.size()];
+    start = kind < 2   ? 0
+            : kind < 5 ? static_cast<int32_t>(random() % 60'000)
+                       : start + static_cast<int32_t>(random() % 500);
+    const int32_t end = kind == 6 ? INT32_MAX : start + static_cast<int32_t>(random() % 3000) - 10;
+    cache.setContig(contig);
+    cache.fetch(start, end);
+    ASSERT_EQ(overlapping(cache, start, end), overlapping(records, contig, start, end))
+        << contig << ":" << start << "-" << end << " seed " << seed;
+  }
+}
+
+std::string messageOf(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const std::runtime_error& e) {
+    return e.what();
+  }
+  return "nothing thrown";
+}
+
+TEST(VCFCache, WindowsHoldAllOverlappingRecords) {
+  TempFolder folder;
+  const std::vector<std::string> contigs = {"c1", "c2", "empty", "c3"};
+  uint32_t seed = 0;
+  for (const char* name : {"a.vcf", "a.vcf.gz", "a.g.vcf.gz"}) {
+    for (const int32_t gap : {3, 150}) {
+      for (const size_t widest : {size_t{60}, kWidest}) {
+        const auto records = madeRecords({"c1", "c2", "c3"}, gap == 3 ? 5000 : 500, gap, widest, ++seed);
+        writeVcf(folder.path(name), records);
+        VCFCache cache(folder.path(name));
+        if (gap == 3) cache.setCacheBlockSize(16384);
+        walk(cache, records, contigs, seed, 400);
+        VCFCache copy(cache);
+        std::thread beside([&] { walk(copy, records, contigs, seed + 100, 200); });
+        walk(cache, records, contigs, seed + 200, 200);
+        beside.join();
+        std::filesystem::remove(folder.path(name) + (folder.path(name).ends_with("gz") ? ".tbi" : ".idx"));
+      }
+    }
+  }
+}
+
+// Records of one position in two blocks, of which only the second stays.
+TEST(VCFCache, DropsRecordsWithTheirBlock) {
+  TempFolder folder;
+  std::vector<MadeRecord> records;
+  for (int i = 0; i < 1000; i++)
+    records.push_back(madeRecord("c", 100, i < 999 ? 1 : 500, std::to_string(i), std::string(200, 'I')));
+  writeVcf(folder.path("a.vcf"), records);
+  VCFCache cache(folder.path("a.vcf"));
+  cache.setContig("c");
+  cache.fetch(0, 200);
+  cache.fetch(300, 400);
+  EXPECT_LT(cache.records().size(), 100u);
+  EXPECT_EQ(overlapping(cache, 300, 400), std::vector<std::string>{"999"});
+}
+
+TEST(VCFCache, AllocatesNothingPerRecord) {
+  TempFolder folder;
+  const auto records = madeRecords({"c1", "c2"}, 20'000, 20, 60, 5);
+  for (const char* name : {"a.vcf", "a.vcf.gz"}) {
+    writeVcf(folder.path(name), records);
+    VCFCache cache(folder.path(name));
+    const std::string contigs[] = {"c1", "c2"};
+    const auto traverse = [&](int32_t step) {
+      size_t seen = 0;
+      for (const std::string& contig : contigs) {
+        cache.setContig(contig);
+        for (int32_t start = 0; start < 400'000; start += step) {
+          cache.fetch(start, start + step);
+          for (const VCFLine& record : cache.records())
+            seen += record.pos >= start && record.pos < start + step;
+        }
+      }
+      EXPECT_EQ(seen, records.size());
+    };
+    for (const int32_t step : {5000, 5}) {
+      traverse(step);
+      const size_t before = allocations;
+      traverse(step);
+      EXPECT_LE(allocations - before, 2u) << name << ", regions of " << step << " bases";
+    }
+  }
+}
+
+TEST(VCFCache, NamesTheFileThatItCannotOpen) {
+  TempFolder folder;
+  const auto open = [&](const std::string& name) {
+    return messageOf([&] { VCFCache cache(folder.path(name)); });
+  };
+  EXPECT_EQ(open("none.vcf"), "Failed to open vcf file " + folder.path("none.vcf"));
+  const std::tuple<const char*, std::string, std::string> cases[] = {
+      {"empty.vcf", "", "Empty vcf file %"},
+      {"text.vcf", "##fileformat=BCF", "Unrecognized format for vcf file %"},
+      {"old.vcf", "##fileformat=VCFv3.3\n", "Unsupported format v3.3 for vcf file %"},
+      {"bare.vcf", kVcfStart, "Failed to load index for %"},
+  };
+  for (const auto& [name, content, expected] : cases) {
+    const std::string path = folder.write(name, content);
+    std::string text = expected;
+    EXPECT_EQ(open(name), text.replace(text.find('%'), 1, path));
+  }
+  EXPECT_THAT(open(folder.write("plain.vcf.gz", kVcfStart).substr(folder.path("").size())),
+              HasSubstr("Failed to read vcf file " + folder.path("plain.vcf.gz") + ": "));
+}
+
+TEST(VCFCache, NamesTheFileThatItCannotRead) {
+  TempFolder folder;
+  const MadeRecord good = madeRecord("c", 100, 1, "1");
+  const auto line = [](const std::string& text) { return MadeRecord{"c", 200, 201, text}; };
+  const std::pair<std::vector<MadeRecord>, const char*> cases[] = {
+      {{good, line("c\t201\n")}, "Corrupted vcf file %"},
+      {{good, line("\n")}, "Corrupted vcf file %"},
+      {{good, line(std::string("c\t201\t.\t\0\t.\t.\t.\t.\n", 18))}, "Corrupted vcf file %"},
+      {{good, line("d\t201\t.\tA\tC\t.\t.\t.\n")}, "Corrupted index for %"},
+      {{good, line("c\t51\t.\tA\tC\t.\t.\t.\n")}, "Unsorted vcf file %"},
+      {{good, line("c\t51\t.\tA\tC\t.\t.\tEND=900\n")}, "Unsorted vcf file %"},
+      {{good, line("c\t201\t.\tA\tC\t.\t.\t.")}, "Truncated vcf file %"},
+      {{good, line("c\t201\t" + std::string(70'000, 'i') + "\tA\tC\t.\t.\t.\n")},
+       "Cannot handle vcf columns beginning beyond 65535 bytes in file %"},
+      {{good, line("c\t201\t.\tA\tC\t.\t.\t" + std::string(17'000'000, 'I') + "\n")},
+       "Cannot handle vcf lines longer than 16777192 in file %"},
+  };
+  for (const auto& [records, expected] : cases) {
+    const std::string path = folder.path("a.vcf");
+    writeVcf(path, records);
+    VCFCache cache(path);
+    cache.setContig("c");
+    std::string text = expected;
+    text.replace(text.find('%'), 1, path);
+    EXPECT_EQ(messageOf([&] { cache.fetch(0, 1000); }), text);
+    EXPECT_TRUE(cache.records().empty());
+    EXPECT_EQ(messageOf([&] { cache.fetch(50, 1000); }), text) << "a second time";
+  }
+}
+
+TEST(VCFCache, RefusesCutBlockedFiles) {
+  TempFolder folder;
+  const auto records = madeRecords({"c"}, 20'000, 10, 60, 3);
+  const std::string path = folder.path("a.vcf.gz");
+  writeVcf(path, records);
+  const std::string whole = fileBytes(path);
+  const auto blocks = blocksOf(whole);
+  ASSERT_GT(blocks.size(), 5u);
+  for (const size_t size : {blocks[3].address, blocks[3].address + 10, blocks[3].address + 1000}) {
+    folder.write("a.vcf.gz", whole.substr(0, size));
+    VCFCache cache(path);
+    cache.setContig("c");
+    EXPECT_THAT(
+        messageOf([&] { cache.fetch(0, 1'000'000); }),
+        testing::AnyOf("Truncated vcf file " + path, HasSubstr("Error reading vcf file " + path + ", ")));
+  }
+}
+
+// An index may lie in every number: a wrong answer or a message comes out, no crash and no endless loop.
+TEST(VCFCache, SurvivesAnyChunks) {
+  TempFolder folder;
+  const std::string path = folder.path("a.vcf.gz");
+  writeVcf(path, madeRecords({"c", "d"}, 3000, 10, 60, 4));
+  const auto whole = static_cast<int64_t>(std::filesystem::file_size(path)) << 16;
+  std::mt19937 random(9);
+  const std::string good_index = fileBytes(path + ".tbi");
+  std::map<std::string, int> outcomes;
+  for (int round = 0; round < 300; round++) {
+    folder.write("a.vcf.gz.tbi", good_index);
+    Tabix twisted({});
+    ASSERT_TRUE(twisted.load(path));
+    twisted.compactThreshold = 0;
+    for (auto& [name, contig] : twisted.indices) {
+      for (auto& [bin, chunks] : dynamic_cast<Tabix::Index&>(*contig).bins) {
+        for (auto& [begin, end] : chunks) {
+          for (int64_t* offset : {&begin, &end}) {
+            if (random() % 8 != 0) continue;
+            *offset = random() % 2 ? static_cast<int64_t>(random()) * whole >> 32
+                                   : std::max<int64_t>(0, *offset + random() % 200 - 100);
+          }
+          if (begin > end) std::swap(begin, end);
+        }
+      }
+    }
+    ASSERT_TRUE(twisted.save(path));
+    outcomes[messageOf([&] {
+      VCFCache cache(path);
+      for (const char* name : {"c", "d"}) {
+        cache.setContig(name);
+        for (int32_t start = 0; start < 30'000; start += 3000) cache.fetch(start, start + 3000);
+      }
+    })]++;
+  }
+  EXPECT_GT(outcomes.size(), 2u);
+  EXPECT_GT(outcomes["nothing thrown"], 0);
+}
+
+TEST(VCFCache, PeeksWithoutMovingTheWindow) {
+  TempFolder folder;
+  const std::vector<MadeRecord> records = {madeRecord("c", 5, 1, "first", std::string(40'000, 'I')),
+                                           madeRecord("c", 9, 1, "second")};
+  writeVcf(folder.path("a.vcf.gz"), records, kVcfStart + "##source=x\n" + kVcfColumns);
+  VCFCache cache(folder.path("a.vcf.gz"));
+  cache.setContig("c");
+  cache.fetch(0, 7);
+  VCFHeader header;
+  std::vector<char> buffer;
+  const VCFLine* record = cache.peekRecord(header, buffer);
+  ASSERT_NE(record, nullptr);
+  EXPECT_EQ(static_cast<const void*>(record), buffer.data());
+  EXPECT_STREQ(record->column(VCFLine::kId), "first");
+  EXPECT_EQ(header.lines, std::vector<std::string>{"source=x"});
+  cache.fetch(7, 3000);
+  EXPECT_EQ(overlapping(cache, 7, 3000), std::vector<std::string>{"second"});
+
+  writeVcf(folder.path("b.vcf"), {});
+  EXPECT_EQ(VCFCache(folder.path("b.vcf")).peekRecord(header, buffer), nullptr);
+}
+
+TEST(VCFCache, BlockSizeIsSetBeforeReading) {
+  TempFolder folder;
+  writeVcf(folder.path("a.vcf"), {madeRecord("c", 5, 1, "1")});
+  VCFCache cache(folder.path("a.vcf"));
+  cache.setContig("c");
+  cache.fetch(0, 10);
+  EXPECT_THROW(cache.setCacheBlockSize(100'000), std::logic_error);
+}
+
+TEST(VCFCache, CarriageReturnsAreNoText) {
+  TempFolder folder;
+  writeVcf(folder.path("a.vcf"), {{"c", 4, 20, "c\t5\tr\tA\tC\t.\t.\tAC=1;END=20\r\n"}});
+  VCFCache cache(folder.path("a.vcf"));
+  cache.setContig("c");
+  cache.fetch(0, 10);
+  ASSERT_EQ(cache.records().size(), 1u);
+  EXPECT_EQ(cache.records()[0].end, 20);
+  EXPECT_STREQ(cache.records()[0].column(VCFLine::kInfo), "AC=1;END=20");
+}
+
+TEST(VcfContigs, ReportsWhatDiffers) {
+  const std::vector<Contig> reference = {{"a", 0, 100}, {"b", 0, 200}, {"c", 0, 300}};
+  const ContigMap map = contigMapOf(reference);
+  const std::string size = "Contig a has a different size in the vcf file f than in the reference\n";
+  const std::string absent = "Contig x from the vcf file f is not present in the reference\n";
+  const std::string warning =
+      "Warning: Contigs in the vcf file f do not match any contigs in the reference\n";
+  struct Case {
+    std::vector<std::vector<VCFHeader::Pair>> contigs;  // first value: the name
+    bool strict, good;
+    std::string text;
+  };
+  const Case cases[] = {
+      {{}, true, true, ""},
+      {{{{"", "a"}, {"length", "100"}}, {{"", "b"}}}, true, true, ""},
+      {{{{"", "a"}, {"length", "99"}}}, false, false, size},
+      {{{{"", "a"}}, {{"", "x"}}}, false, true, ""},
+      {{{{"", "x"}, {"length", "7"}}}, true, false, absent + warning},
+      {{{{"", "x"}}}, false, true, warning},
+      // Of two assemblies the one that has more names of the reference.
+      {{{{"", "a"}, {"length", "1"}, {"assembly", "A"}},
+        {{"", "b"}, {"length", "200"}, {"assembly", "B"}},
+        {{"", "c"}, {"length", "300"}, {"assembly", "B"}}},
+       true,
+       true,
+       ""},
+  };
+  for (const Case& test : cases) {
+    VCFHeader header;
+    for (const auto& contig : test.contigs)
+      header.addDef("contig", contig[0].second, {contig.begin() + 1, contig.end()});
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(checkContigs(header, "f", reference, map, test.strict), test.good);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), test.text);
+  }
+}
+
+}  // namespace
