@@ -114,10 +114,16 @@ void collectKeys(const std::map<std::string, GenotypeAttr>& genotypes, Keys& key
 }
 
 void appendSample(std::string& text, const GenotypeAttr& attributes, const Keys& keys) {
+  auto attribute = attributes.begin();  // goes along with the keys behind GT
   for (size_t i = 0; i < keys.size(); ++i) {
     if (i > 0) text += ':';
-    const auto found = std::find_if(attributes.begin(), attributes.end(),
-                                    [&](const auto& attribute) { return attribute.first == keys[i]; });
+    auto found = attribute;
+    if (keys[i] == "GT") {
+      found = attributes.find("GT");
+    } else {
+      while (attribute != attributes.end() && attribute->first < keys[i]) ++attribute;
+      found = attribute != attributes.end() && attribute->first == keys[i] ? attribute : attributes.end();
+    }
     if (found != attributes.end())
       appendValues(text, found->second);
     else

@@ -183,9 +183,12 @@ bool VCFHeader::merge(const VCFHeader& other, std::vector<int>& sampleMap, bool 
   for (const auto& [key, entries] : other.defs) {
     std::vector<VCFHeaderDef>& own = defs[key];
     reserveMore(own, entries.size());
-    NameSet ids;
-    for (const VCFHeaderDef& def : own) ids.insert(def.id);
-    for (const VCFHeaderDef& def : entries) {
+    NameSet ids;  // of `own`, made when the first entry is not where it is in `other`
+    for (size_t i = 0; i < entries.size(); ++i) {
+      const VCFHeaderDef& def = entries[i];
+      if (i < own.size() && own[i].id == def.id) continue;
+      if (ids.empty())
+        for (const VCFHeaderDef& known_def : own) ids.insert(known_def.id);
       if (ids.contains(def.id)) continue;
       if (key == "contig") return false;
       own.push_back(def);

@@ -42,7 +42,8 @@ class VCFHeader {
   void addRawLine(const std::string& text);
   void removeLines(const std::string& key);
 
-  // Adds an entry, or replaces the attributes of the one with that id, which keeps its place.
+  // Adds an entry, or replaces the attributes of the one with that id, which keeps its place. Looks through all
+  // entries of the key: a long list of contigs is better appended to `defs` itself.
   void addDef(const std::string& key, const std::string& id, const std::vector<Pair>& pairs);
   // The description comes with its double quotes.
   void addInfoDef(const std::string& id, const std::string& number, const std::string& type,
