@@ -1,0 +1,1 @@
+#include "algo/preprocess/read_end.h"

@@ -1,0 +1,72 @@
+// recal_table.h - how often reported base qualities were right: counters by read group, kind of event, reported
+// quality, and sequence context or sequencing cycle.
+// Units    qualities are phred, 0 to 93. `errors` has 24 fractional bits, so that sums do not depend on their order.
+// Threads  one thread at a time; constant tables may be read by all.
+// Memory   a row (quality of a group and event) is allocated when it is first counted.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "algo/preprocess/recal_arguments.h"
+
+enum RecalEvent : int { kMismatch, kInsertion, kDeletion, kRecalEvents };
+inline constexpr char kEventCodes[] = "MID";
+inline constexpr int kRecalQualities = 94;
+
+struct RecalCounts {
+  static constexpr int kFractionBits = 24;
+
+  uint64_t observations = 0;
+  int64_t errors = 0;
+
+  void add(int64_t fixed_errors) {
+    ++observations;
+    errors += fixed_errors;
+  }
+  RecalCounts& operator+=(const RecalCounts& other) {
+    observations += other.observations;
+    errors += other.errors;
+    return *this;
+  }
+  bool operator==(const RecalCounts&) const = default;
+};
+
+struct RecalRow {
+  RecalCounts total;
+  std::vector<RecalCounts> contexts;  // 4^k, and one more for the invalid context
+  std::vector<RecalCounts> cycles;    // cycle + maximum_cycle_value; the last one is the invalid cycle
+};
+
+class RecalGroup {
+ public:
+  explicit RecalGroup(std::string name) : name(std::move(name)) {}
+
+  RecalRow& row(RecalEvent event, int quality, const RecalArguments& arguments);  // made when it is not there
+  const RecalRow* find(RecalEvent event, int quality) const { return rows_[event][quality].get(); }
+  RecalCounts total(RecalEvent event) const;
+
+  std::string name;  // read group ID
+
+ private:
+  std::array<std::array<std::unique_ptr<RecalRow>, kRecalQualities>, kRecalEvents> rows_;
+};
+
+class RecalTable {
+ public:
+  RecalArguments arguments;
+  std::vector<RecalGroup> groups;
+
+  RecalTable& operator+=(const RecalTable& other);  // the same groups in the same order
+
+  // Text form, with empirical qualities and the quantization map computed. An empty path writes nothing. Throws
+  // std::invalid_argument.
+  void writeText(const std::string& path) const;
+  void readText(const std::string& path);
+  // Binary form of a partial run. Throws std::runtime_error.
+  void writePart(const std::string& path) const;
+  void addPart(const std::string& path);  // takes arguments and groups of the first one
+};
