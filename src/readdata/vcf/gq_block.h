@@ -18,8 +18,9 @@ struct GQBlock {
   std::vector<char> ref;
 
   bool empty() const { return start >= end; }
-  void reset(uint32_t position);  // empty, at `position`; storage is kept
-  void cutEnd(uint32_t new_end);  // drops the positions from `new_end` on
+  void reset(uint32_t position);      // empty, at `position`; storage is kept
+  void cutStart(uint32_t new_start);  // drops the positions before `new_start`; minPL stays as it is
+  void cutEnd(uint32_t new_end);      // drops the positions from `new_end` on
 };
 
 // Joins two blocks of which b1 is the earlier. What is joined ends up in b2, and b1 is then empty at b2's new start.

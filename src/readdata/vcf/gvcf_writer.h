@@ -10,8 +10,15 @@
 
 class GVCFWriter final : public VCFWriter {
  public:
+  // What lies in order of position: head, the records of the shard's file, tail. The caller
+  // - makes `head` the first block when no record comes before it, else leaves it empty where the shard begins;
+  // - makes `tail` the last block, which is the only one when there is just one, when no record comes behind it. Else
+  //   it leaves it empty where the last of its records ends; when that is past the shard's end (a deletion), `start` is
+  //   there and `end` at the start of its last record, so that records of the next shard inside the deletion are kept.
+  // A shard may reach beyond its end: what the next one has of the same stretch is dropped. The index is never null,
+  // also for a shard with no records; a result without one is passed over.
   struct Result : VCFWriter::Result {
-    GQBlock head, tail;  // the shard's first block and its last one
+    GQBlock head, tail;
   };
 
   using VCFWriter::VCFWriter;
@@ -20,11 +27,21 @@ class GVCFWriter final : public VCFWriter {
   void merge(VCFWriter::Result* result, IOHandle* handle) override;
   void merge(const std::string& partialPath) override;
 
-  // Writes the record of a block, or its comment line when `mode` is not 0; with a negative one the index of the contig
+  // Writes the record of a block if it has positions, or its comment line when `mode` is not 0; with a negative one the index of the contig
   // begins behind it. The block is then empty at its old end.
   void writeBlock(GQBlock& block, int mode);
 
  private:
+  GVCFWriter(GVCFWriter& parent) : VCFWriter(parent) {}
+
+  void beginContig(const std::string& contig);
+  void endContigOf(const VCFWriter::Result* next);
+  bool placeBehindPending(Result& result, IOHandle& handle);
+  void dropCovered(GenomeIndex::ContigIndex& ci, IOHandle& handle);
+  void writePending();
+  bool mergeNextContig(GenomeIndex& partial, IOHandle& handle, const std::string& partialPath);
+  void readBlock(GQBlock& block, std::string& contig, IOHandle& handle, const std::string& partialPath);
+
   GQBlock pending_;              // held open: its start is how far the output is complete
   bool pendingIsFirst_ = false;  // in a partial file, until the contig's first block was written
 };

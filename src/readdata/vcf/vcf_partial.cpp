@@ -6,10 +6,10 @@
 #include "readdata/stream/bgzf_handle.h"
 #include "readdata/vcf/vcf_writer.h"
 
-std::unique_ptr<GenomeIndex> VCFWriter::loadPartialIndex(const std::string& partialPath) {
+std::unique_ptr<GenomeIndex> VCFWriter::loadPartialIndex(const std::string& partialPath, bool evenEmpty) {
   std::unique_ptr<GenomeIndex> loaded = newGenomeIndex(partialPath, indexOptions_);
   if (!loaded->load(partialPath)) fail("failed to load index for file " + partialPath);
-  if (loaded->count == 0) {
+  if (loaded->count == 0 && !evenEmpty) {
     if (emptyPartial_.empty()) emptyPartial_ = partialPath;
     return nullptr;
   }

@@ -57,14 +57,16 @@ class VCFWriter {
  protected:
   VCFWriter(VCFWriter& parent);  // what clone() makes
 
+  [[noreturn]] void fail(const std::string& what) const;  // `what` with the name in front
   int64_t tell();
   [[noreturn]] void failWrite();  // ": failed to write to file "
   std::unique_ptr<IOHandle> openTemp(const std::string& tempPath);
   // Appends [ci.first, ci.last) of `handle` and joins `ci` to the current index.
   void appendBody(const GenomeIndex::ContigIndex& ci, IOHandle& handle);
   void finishContig();  // hands the current index over, or drops it
-  // The index of a partial file; null when it has no features. The first one gives this writer's contig table.
-  std::unique_ptr<GenomeIndex> loadPartialIndex(const std::string& partialPath);
+  // The index of a partial file; null when it has no features, unless `evenEmpty`. The first one gives this writer's
+  // contig table.
+  std::unique_ptr<GenomeIndex> loadPartialIndex(const std::string& partialPath, bool evenEmpty = false);
   std::unique_ptr<IOHandle> openPartial(const std::string& partialPath);
   // Passes over the header of a partial file, up to the first line that is no comment or begins with `stop`, unless
   // null. It becomes the output's header while that is empty.
@@ -81,8 +83,6 @@ class VCFWriter {
   bool isClone_ = false;
 
  private:
-  [[noreturn]] void fail(const std::string& what) const;
-
   std::string text_;  // scratch of write()
   std::string
       emptyPartial_;  // the first partial file without features; its header serves an output without records
