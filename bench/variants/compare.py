@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Times the reading of variants beside bcftools on one made-up VCF and prints the ratios as a Markdown table.
+"""Times the reading and writing of variants beside bcftools on one made-up VCF and prints the ratios as a Markdown table.
 
 usage: compare.py BUILD_DIR WORK_DIR [--rounds N] [--small]
 
@@ -21,6 +21,7 @@ parser.add_argument("--small", action="store_true", help="a tenth of the records
 args = parser.parse_args()
 
 VCF_REGIONS = os.path.join(os.path.abspath(args.build), "tests", "vcf_regions")
+ALGO_DRIVER = os.path.join(os.path.abspath(args.build), "tests", "algo_driver", "algo_driver")
 os.makedirs(args.work, exist_ok=True)
 os.chdir(args.work)
 
@@ -62,6 +63,16 @@ def make_input(path, records):
 
 
 
+def make_reference(path, length):
+    """Contigs without a base, which are only walked along."""
+    line = "N" * 60 + "\n"
+    with open(path, "w") as out, open(path + ".fai", "w") as index:
+        for contig in range(1, CONTIGS + 1):
+            out.write(f">chr{contig}\n")
+            index.write(f"chr{contig}\t{length // 60 * 60}\t{out.tell()}\t60\t61\n")
+            out.write(line * (length // 60))
+
+
 class Timed:
     """One side of a comparison: least wall seconds over the rounds. Its output goes to a file of its own."""
 
@@ -98,6 +109,10 @@ def positions(path):
     return subprocess.run(f"cut -f 1,2 {path} | sort -u | md5sum", shell=True, capture_output=True).stdout
 
 
+def records_of(path):
+    return subprocess.run(f"bcftools view -H {path} | md5sum", shell=True, capture_output=True).stdout
+
+
 records = 100_000 if args.small else 1_000_000
 length = records // CONTIGS * GAP + 1000
 vcf = f"records{records}.vcf.gz"
@@ -117,6 +132,17 @@ for size in [1_000_000, 10_000]:
     if positions("ours.txt") != positions("peer.txt"):
         sys.exit("the two sides found other records")
     row(f"read in {len(tiles)} regions", ours, peer, f"bcftools view {peer_regions[0]}", 0.7)
+
+reference = f"reference{records}.fa"
+if not os.path.exists(reference + ".fai"):
+    make_reference(reference, 2 * length)
+for threads, option in [(1, ""), (2, "--threads 2")]:
+    ours, peer = compare(
+        Timed("ours.txt", [ALGO_DRIVER, "-t", str(threads), "-r", reference, "--algo", "VariantCopy", "-v", vcf, "ours.vcf.gz"]),
+        Timed("peer.txt", ["sh", "-ec", f"bcftools view {option} -Oz -o peer.vcf.gz {vcf}; tabix -f -p vcf peer.vcf.gz"]))
+    if records_of("ours.vcf.gz") != records_of("peer.vcf.gz"):
+        sys.exit("the two sides wrote other records")
+    row(f"copy with index, -t {threads}", ours, peer, f"bcftools view {option} -Oz, tabix".replace("  ", " "), 1.0)
 
 print(f"Input: {records} made-up records, 3 samples, {CONTIGS} contigs; {os.path.getsize(vcf)} bytes.\n")
 print("| what | ours | peer | peer is | ratio | target | holds |")
