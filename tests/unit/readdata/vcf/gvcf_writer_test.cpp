@@ -1,7 +1,10 @@
 // A GVCF put together from shards: the same file however the genome was cut, in one run or in partial files.
 #include "readdata/vcf/gvcf_writer.h"
 
+#include <array>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <map>
 #include <random>
 #include <sstream>
 #include <stdexcept>
@@ -240,7 +243,7 @@ class AnyShards : public testing::TestWithParam<const char*> {};
 TEST_P(AnyShards, GiveTheSameFile) {
   TempFolder folder;
   Writing run(folder.path(""), GetParam());
-  for (uint32_t seed = 0; seed < 150; ++seed) {
+  for (uint32_t seed = 0; seed < 40; ++seed) {
     SCOPED_TRACE(seed);
     Random random(seed);
     const uint32_t scale = seed % 10 == 0 ? 100 : 1 + seed % 4;
@@ -266,5 +269,172 @@ TEST_P(AnyShards, GiveTheSameFile) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, AnyShards, testing::Values(".vcf", ".vcf.gz"));
+
+// ---- shards that see the same stretch differently ----
+
+GQBlock block(uint32_t start, uint32_t end, int32_t low) {
+  const size_t count = end - start;
+  return {low,
+          low + 10,
+          start,
+          end,
+          {0, low, 99},
+          std::vector<int32_t>(count, low),
+          std::vector<int32_t>(count, low),
+          std::vector<char>(count, 'A')};
+}
+
+GQBlock nothing(uint32_t start, uint32_t end) {
+  GQBlock made;
+  made.start = start;
+  made.end = end;
+  return made;
+}
+
+struct Called {
+  GQBlock head;
+  std::vector<std::array<uint32_t, 3>> body;  // start, end, and the lower bound of a block; 0: a variant
+  GQBlock tail;
+};
+
+// The lines as start-end:DP, and how many features the index counts.
+std::string merged(const std::vector<Called>& shards) {
+  TempFolder folder;
+  GVCFWriter writer("Caller");
+  writer.open(folder.path("out.vcf"));
+  for (const Called& shard : shards) {
+    auto clone = writer.clone();
+    clone->open(folder.path("temp"));
+    clone->startContig("c");
+    for (const auto& [start, end, low] : shard.body) {
+      GQBlock made = block(start, end, static_cast<int32_t>(low));
+      if (low > 0)
+        dynamic_cast<GVCFWriter&>(*clone).writeBlock(made, 0);
+      else  // the last one of 2,000 bases is longer than what is looked at of a line
+        clone->writeLine("c\t" + std::to_string(start + 1) + "\t.\t" + std::string(end - start, 'A') +
+                             "\tT\t.\t.\t.\tGT:DP\t0/1:0\n",
+                         static_cast<int32_t>(start), static_cast<int32_t>(end));
+    }
+    GVCFWriter::Result result;
+    clone->endContig(result);
+    clone->close();
+    result.head = shard.head;
+    result.tail = shard.tail;
+    writer.merge(&result, folder.path("temp"));
+  }
+  writer.close();
+  std::istringstream lines(textOf(writer.path()));
+  std::string summary;
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string chrom, id, ref, alt, quality, filter, info, format, sample;
+    size_t pos;
+    words >> chrom >> pos >> id >> ref >> alt >> quality >> filter >> info >> format >> sample;
+    summary += std::to_string(pos - 1) + "-" +
+               (info == "." ? std::to_string(pos - 1 + ref.size()) : info.substr(4)) + ":" +
+               sample.substr(4, sample.find(':', 4) - 4) + " ";
+  }
+  auto index = newGenomeIndex(writer.path(), {});
+  EXPECT_TRUE(index->load(writer.path()));
+  return summary + std::to_string(index->count);
+}
+
+TEST(GVCFWriter, JoinsAtTheSeam) {
+  const GQBlock none = nothing(100, 100);
+  const Called left = {block(0, 50, 10), {{50, 51, 0}}, block(51, 100, 20)};
+  EXPECT_EQ(merged({left, {block(100, 120, 20), {}, block(120, 150, 30)}}),
+            "0-50:10 50-51:0 51-120:20 120-150:30 4");
+  EXPECT_EQ(merged({left, {none, {}, block(100, 150, 30)}}), "0-50:10 50-51:0 51-100:20 100-150:30 4");
+  EXPECT_EQ(merged({left, {none, {{100, 104, 0}}, block(104, 150, 20)}}),
+            "0-50:10 50-51:0 51-100:20 100-104:0 104-150:20 5");
+  // Of another band, and beginning early: the block before keeps what both cover.
+  EXPECT_EQ(merged({left, {none, {}, block(90, 150, 30)}}), "0-50:10 50-51:0 51-100:20 100-150:30 4");
+  // A block that ends early shows that the one before reached too far.
+  EXPECT_EQ(merged({left, {block(90, 95, 20), {{95, 96, 0}}, block(96, 150, 30)}}),
+            "0-50:10 50-51:0 51-95:20 95-96:0 96-150:30 5");
+  // A shard with nothing, or nothing new, takes nothing away.
+  for (const GQBlock& tail : {nothing(0, 0), block(20, 45, 10), block(20, 51, 30), nothing(100, 100)})
+    EXPECT_EQ(merged({left, {nothing(10, 10), {{15, 16, 0}, {18, 19, 0}}, tail}}),
+              "0-50:10 50-51:0 51-100:20 3");
+}
+
+TEST(GVCFWriter, DropsWhatIsCovered) {
+  const Called left = {block(0, 50, 10), {{50, 51, 0}}, block(51, 100, 20)};
+  const std::string before = "0-50:10 50-51:0 ";
+  // The records of the next shard up to the open block have been written; the block ends where those behind begin.
+  EXPECT_EQ(merged({left, {block(30, 40, 10), {{40, 45, 30}, {50, 51, 0}, {80, 81, 0}}, block(81, 120, 40)}}),
+            before + "51-80:20 80-81:0 81-120:40 5");
+  EXPECT_EQ(merged({left, {block(30, 40, 10), {{40, 41, 0}}, block(60, 120, 20)}}), before + "51-120:20 3");
+  EXPECT_EQ(merged({left, {block(30, 40, 10), {{40, 2040, 0}, {60, 61, 0}}, block(61, 120, 20)}}),
+            before + "51-60:20 60-61:0 61-120:20 5");
+  // All of the records are, and the last block replaces the open one.
+  EXPECT_EQ(merged({left, {block(20, 30, 10), {{30, 31, 0}}, block(31, 90, 30)}}), before + "51-90:30 3");
+}
+
+TEST(GVCFWriter, ContinuesInsideADeletion) {
+  const Called left = {block(0, 90, 10), {{90, 120, 0}}, nothing(120, 90)};
+  const std::string before = "0-90:10 90-120:0 ";
+  EXPECT_EQ(merged({left, {block(100, 130, 10), {}, block(130, 150, 20)}}),
+            before + "120-130:10 130-150:20 4");
+  EXPECT_EQ(merged({left, {nothing(100, 100), {}, block(100, 150, 20)}}), before + "120-150:20 3");
+  // Variants inside stay, also those of a shard that ends there; blocks inside do not.
+  EXPECT_EQ(merged({left, {block(100, 105, 10), {{105, 106, 0}}, block(106, 150, 20)}}),
+            before + "105-106:0 120-150:20 4");
+  EXPECT_EQ(merged({left,
+                    {block(100, 102, 10), {{102, 103, 0}}, block(103, 105, 10)},
+                    {nothing(105, 105), {{105, 106, 0}}, block(120, 150, 20)}}),
+            before + "102-103:0 105-106:0 120-150:20 5");
+  EXPECT_EQ(merged({left, {block(100, 110, 10), {{110, 115, 20}, {120, 121, 0}}, block(121, 150, 20)}}),
+            before + "120-121:0 121-150:20 4");
+  // A written block cannot be cut: one that reaches out of the deletion stays as it is.
+  EXPECT_EQ(merged({left, {block(100, 110, 10), {{110, 130, 20}, {130, 131, 0}}, block(131, 150, 20)}}),
+            before + "110-130:20 130-131:0 131-150:20 5");
+}
+
+// ---- partial files that are not what they should be ----
+
+TEST(GVCFWriter, RefusesBrokenPartialFiles) {
+  TempFolder folder;
+  Writing run(folder.path(""), ".vcf");
+  Random random(5);
+  const std::vector<Contig> contigs = {madeContig("c0", 300, 1, false, random),
+                                       madeContig("c1", 300, 1, false, random)};
+  const std::string part = run.write("part", cut(contigs, 100, 0, random), random, true);
+  const std::string good = textOf(part), tag = "#FGQB\t";
+  const auto failure = [&](const std::string& content) -> std::string {
+    std::ofstream(part) << content;  // of the same size: the index must not refuse it
+    try {
+      auto writer = run.create("merged", false);
+      writer->merge(part);
+      writer->close();
+    } catch (const std::runtime_error& error) {
+      return error.what();
+    }
+    return "";
+  };
+  EXPECT_EQ(failure(good), "");
+  const std::string invalid = "Caller: invalid FGQB line format in file " + part;
+  const size_t first = good.find(tag), second = good.find(tag, first + 1), last = good.rfind(tag);
+  ASSERT_TRUE(first < second && second < last);
+  for (const size_t at : {first, second, last}) {
+    std::string broken = good;
+    broken[at + tag.size()] = 'x';
+    EXPECT_EQ(failure(broken), invalid);
+    broken = good;
+    broken[good.find("c", at)] = 'd';  // another contig's line
+    EXPECT_EQ(failure(broken), at == last ? "" : "Caller: r.ci->count == 0 in file " + part);
+  }
+  std::string moved = good;  // the first line seems to go on into the records
+  moved[good.find('\n', first)] = ',';
+  EXPECT_EQ(failure(moved), invalid);
+  // Any damage ends in an error or a file, not in a crash.
+  for (int i = 0; i < 300; ++i) {
+    std::string broken = good;
+    for (uint32_t n = 1 + random() % 3; n > 0; --n)
+      broken[first + random() % (good.size() - first)] = "\n\t0919-cx+,#"[random() % 11];
+    failure(broken);
+  }
+  EXPECT_THROW(run.create("merged", false)->merge(folder.path("none.vcf")), std::runtime_error);
+}
 
 }  // namespace
