@@ -1,0 +1,271 @@
+// The .idx index: its answers, how it is joined from shards and thinned out, and its file, good and bad.
+#include "readdata/vcf/linear_index.h"
+
+#include <functional>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "index_features.h"
+#include "temp_folder.h"
+
+namespace {
+
+using Chunk = GenomeIndex::Chunk;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class Words {
+ public:
+  template <typename... T>
+  Words& operator()(T... values) {
+    (bytes.append(reinterpret_cast<const char*>(&values), sizeof values), ...);
+    return *this;
+  }
+  Words& text(std::string_view value) {
+    bytes.append(value).push_back('\0');
+    return *this;
+  }
+  std::string bytes;
+};
+
+std::vector<Chunk> answer(const GenomeIndex::ContigIndex& index, int32_t start, int32_t end) {
+  std::vector<Chunk> chunks;
+  index.query(start, end, chunks);
+  return chunks;
+}
+
+LinearIndex::ChrIndex& only(const LinearIndex& index) {
+  return dynamic_cast<LinearIndex::ChrIndex&>(*index.indices.begin()->second);
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+constexpr int32_t kLengths[] = {300, 100000, 250000000, INT32_MAX - 1};
+
+}  // namespace
+
+TEST(LinearIndexQuery, HoldsAllThatOverlapsHoweverFilled) {
+  TempFolder folder;
+  const std::string path = folder.path("a.vcf");
+  for (unsigned seed = 0; seed < 40; ++seed) {
+    std::mt19937 random(seed);
+    const auto features = randomFeatures(random, 1 + random() % 300, kLengths[seed % 4]);
+    const auto regions = randomRegions(random, features, 60);
+    LinearIndex whole({.format = "", .wideBins = seed % 5 == 0});
+    auto filled = whole.newContigIndex("c");
+    addFeatures(*filled, features, 0, features.size());
+    auto joined = joinShards(whole, random, features);
+    EXPECT_EQ(joined->count, filled->count);
+    EXPECT_EQ(joined->first, filled->first);
+    EXPECT_EQ(joined->last, filled->last);
+    const auto& bins = dynamic_cast<const LinearIndex::ChrIndex&>(*filled);
+    EXPECT_EQ(dynamic_cast<const LinearIndex::ChrIndex&>(*joined).offsets, bins.offsets);
+    for (auto region : regions) {
+      expectCovered(*filled, features, region);
+      EXPECT_EQ(answer(*filled, region.first, region.second), answer(*joined, region.first, region.second));
+    }
+
+    folder.write("a.vcf", "");
+    std::filesystem::resize_file(path, features.back().next);
+    whole.addContigIndex(std::move(filled));
+    ASSERT_TRUE(whole.save(path));
+    LinearIndex loaded({});
+    ASSERT_TRUE(loaded.load(path));
+    for (auto region : regions) expectCovered(only(loaded), features, region);
+
+    // A loaded index in front, and one more feature in its last bin.
+    auto more = loaded.newContigIndex("c");
+    more->add(only(loaded), {});
+    const Feature last{features.back().start, INT32_MAX, features.back().next, features.back().next + 10};
+    more->add(last.start, last.end, last.next);
+    more->finish();
+    auto longer = features;
+    longer.push_back(last);
+    for (auto region : regions) expectCovered(*more, longer, region);
+
+    const size_t dropped = random() % features.size();
+    joined->dropFront(static_cast<int32_t>(dropped), features[dropped].offset);
+    EXPECT_EQ(joined->count, static_cast<int32_t>(features.size() - dropped));
+    for (auto region : regions) expectCovered(*joined, features, region, dropped);
+  }
+}
+
+TEST(LinearIndexQuery, BeginsAtTheBinOfTheLongestFeature) {
+  LinearIndex::ChrIndex index("c", 1000);
+  index.start(100);
+  index.add(2500, 2600, 200);
+  index.add(2600, 2601, 300);
+  index.add(5000, 5001, 400);
+  index.finish();
+  EXPECT_EQ(index.firstBin, 2u);
+  EXPECT_THAT(index.offsets, ElementsAre(100, 300, 300, 300, 400));
+  EXPECT_THAT(answer(index, 0, 1), ElementsAre(Chunk{100, 400}));
+  EXPECT_THAT(answer(index, 3099, 3100), ElementsAre(Chunk{100, 400}));
+  EXPECT_THAT(answer(index, 3100, 3101), ElementsAre(Chunk{300, 400}));
+  EXPECT_TRUE(answer(index, 6100, 7000).empty());
+  EXPECT_TRUE(answer(index, 50, 50).empty());
+  EXPECT_THROW(index.add(4999, 5001, 500), std::logic_error);
+  EXPECT_THROW(index.add(LinearIndex::ChrIndex("c", 2000), {}), std::logic_error);
+}
+
+TEST(LinearIndexDensity, JoinsBinsAsFarAsTheFullestAllows) {
+  LinearIndex::ChrIndex index("c", 1000);
+  index.start(0);
+  // Ten features of 10 bytes in bins 1, 3 ... 19: 2 of the mean size in a bin make k = 2.
+  for (int i = 0; i < 10; ++i) index.add((2 * i + 1) * 1000, (2 * i + 1) * 1000 + 1, (i + 1) * 10);
+  index.finish();
+  auto same = index;
+  same.optimize(0);
+  EXPECT_EQ(same.offsets, index.offsets);
+  index.optimize(2);
+  EXPECT_EQ(index.binWidth, 2000u);
+  EXPECT_EQ(index.firstBin, 0u);
+  EXPECT_THAT(index.offsets, ElementsAre(0, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100));
+  LinearIndex::ChrIndex wide("c", 128000);
+  wide.add(0, 1, 10);
+  wide.finish();
+  wide.optimize(100);
+  EXPECT_EQ(wide.binWidth, 128000u);
+}
+
+TEST(LinearIndexFile, StandsAsTheFormatSays) {
+  TempFolder folder;
+  const std::string path = folder.write("a.vcf", std::string(5000, 'x'));
+  struct stat status;
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  LinearIndex index({});
+  index.setContigs({{"a", 70000}, {"none", 5}});
+  auto contig = index.newContigIndex("a");
+  contig->start(100);
+  // The first bin is so full that nothing is joined: k = 100 * 400 / (399 * 401).
+  for (int i = 0; i < 400; ++i) contig->add(16000, 16001, 101 + i);
+  contig->add(24000, 24010, 501);
+  contig->finish();
+  index.addContigIndex(std::move(contig));
+  index.properties = {{"DICT:old", "1"}, {"key", "value"}};
+  ASSERT_TRUE(index.save(path));
+  Words words;
+  words(0x58444954, 1, 3).text(path)(int64_t(5000), int64_t(status.st_mtime) * 1000).text("")(0);
+  words(3).text("key").text("value").text("DICT:a").text("70000").text("DICT:none").text("5");
+  words(1).text("a")(8000, 4, 10, 0, 401);
+  words(int64_t(100), int64_t(100), int64_t(100), int64_t(500), int64_t(501));
+  EXPECT_EQ(readFile(path + ".idx"), words.bytes);
+
+  ASSERT_EQ(unlink((path + ".idx").c_str()), 0);
+  ASSERT_EQ(symlink("/dev/full", (path + ".idx").c_str()), 0);
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(index.save(path));
+  EXPECT_FALSE(index.save(folder.path("missing.vcf")));
+  const std::string said = testing::internal::GetCapturedStderr();
+  EXPECT_THAT(said,
+              HasSubstr("Failed to save header to index file " + path + ".idx: No space left on device\n"));
+  EXPECT_THAT(said, HasSubstr(folder.path("missing.vcf") + ": No such file or directory\n"));
+}
+
+TEST(LinearIndexFile, OldVersionsAreRead) {
+  TempFolder folder;
+  const std::string path = folder.write("a.vcf", std::string(500, 'x'));
+  const struct {
+    uint32_t version, flags;
+    bool dictionary, properties;
+  } cases[] = {{1, 0, false, false}, {1, 0x8000, true, false}, {2, 0x8001, true, false},
+               {2, 1, false, false}, {3, 0, false, true},      {3, 0x8000, false, true}};
+  for (const auto& one : cases) {
+    Words words;
+    words(0x58444954, 1, one.version).text("elsewhere.vcf")(int64_t(500), int64_t(0)).text("md5")(one.flags);
+    if (one.dictionary) words(2).text("b")(20).text("a")(30);
+    if (one.properties) words(3).text("DICT:b").text("20").text("other").text("").text("DICT:a").text("30");
+    words(2).text("a")(100, 1, 5, 0, 7, int64_t(10), int64_t(20)).text("c")(100, 0, 0, 0, 0, int64_t(20));
+    folder.write("a.vcf.idx", words.bytes);
+    LinearIndex index({});
+    testing::internal::CaptureStderr();
+    ASSERT_TRUE(index.load(path)) << testing::internal::GetCapturedStderr();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    std::string table;
+    for (const auto& contig : index.contigs) table += contig.name + "=" + std::to_string(contig.length) + " ";
+    EXPECT_EQ(table, one.dictionary || one.properties ? "b=20 a=30 c=0 " : "a=0 c=0 ");
+    EXPECT_EQ(index.version, one.dictionary ? 3 : one.version);
+    EXPECT_EQ(index.flags, one.dictionary ? one.flags & 1 : one.flags);
+    EXPECT_EQ(index.count, 7u);
+    EXPECT_THAT(answer(*index.find("a"), 0, 1), ElementsAre(Chunk{10, 20}));
+    EXPECT_TRUE(answer(*index.find("c"), 0, 1).empty());
+  }
+}
+
+TEST(LinearIndexFile, BadOnesAreRefusedWithTheReason) {
+  struct Parts {  // of a good file
+    uint32_t type = 1, version = 3, properties = 1, contigs = 2, width = 100, bins = 2, count = 3;
+    int64_t size = 500, timestamp = 0, first = 10, middle = 10;
+    std::string key = "DICT:a", value = "30", second = "b";
+    size_t cut = 0;  // bytes missing at the end
+  };
+  const char* const kHeader = "Failed to load header from index file %s: file corrupted\n";
+  const char* const kShort = "Failed to load header from index file %s: file truncated\n";
+  const char* const kBad = "%s: Bad message\n";
+  const char* const kEnd = "%s: No data available\n";
+  const struct {
+    std::function<void(Parts&)> spoil;
+    const char* said;
+  } cases[] = {
+      {[](Parts&) {}, ""},
+      {[](Parts& parts) { parts.type = 2; }, "File %s is not an index file\n"},
+      {[](Parts& parts) { parts.version = 4; }, kHeader},
+      {[](Parts& parts) { parts.properties = UINT32_MAX; }, kShort},
+      {[](Parts& parts) { parts.value = "3x"; }, kHeader},
+      {[](Parts& parts) { parts.value = "3000000000"; }, kHeader},
+      {[](Parts& parts) { parts.cut = 100; }, kShort},
+      {[](Parts& parts) { parts.size = 501; }, "File size mismatch in index header %s\n"},
+      {[](Parts& parts) { parts.contigs = UINT32_MAX; }, kEnd},
+      {[](Parts& parts) { parts.width = 0; }, kBad},
+      {[](Parts& parts) { parts.bins = UINT32_MAX; }, kBad},
+      {[](Parts& parts) { parts.bins = 20000000; }, kBad},  // the count runs into what follows
+      {[](Parts& parts) { parts.count = UINT32_MAX; }, kBad},
+      {[](Parts& parts) { parts.first = -1; }, kBad},
+      {[](Parts& parts) { parts.first = 11; }, kBad},
+      {[](Parts& parts) { parts.middle = 501; }, kBad},
+      {[](Parts& parts) { parts.second = "a"; }, "Index file %s: !pib.first->second\n"},
+      {[](Parts& parts) { parts.cut = 1; }, kEnd},
+  };
+  TempFolder folder;
+  const std::string path = folder.write("a.vcf", std::string(500, 'x'));
+  for (const auto& one : cases) {
+    Parts parts;
+    one.spoil(parts);
+    Words words;
+    words(0x58444954, parts.type, parts.version).text("a.vcf")(parts.size, parts.timestamp).text("")(0);
+    words(parts.properties).text(parts.key).text(parts.value)(parts.contigs);
+    words.text("a")(parts.width, parts.bins, UINT32_MAX, 0, parts.count, parts.first, parts.middle,
+                    int64_t(20));
+    words.text(parts.second)(100, 0, 0, 0, 0, int64_t(20));
+    folder.write("a.vcf.idx", words.bytes.substr(0, words.bytes.size() - parts.cut));
+    LinearIndex index({});
+    testing::internal::CaptureStderr();
+    const bool good = index.load(path);
+    const std::string said = testing::internal::GetCapturedStderr();
+    char expected[1000];
+    snprintf(expected, sizeof expected, one.said, (path + ".idx").c_str());
+    EXPECT_EQ(said, expected);
+    EXPECT_EQ(good, *one.said == '\0');
+    if (!good) continue;
+    EXPECT_THAT(answer(*index.find("a"), INT32_MAX - 1, INT32_MAX), ElementsAre(Chunk{10, 20}));
+  }
+}
+
+TEST(LinearIndexFile, OneOfAnotherTimeOnlyWarns) {
+  TempFolder folder;
+  const std::string path = folder.write("a.vcf", "x");
+  LinearIndex index({});
+  ASSERT_TRUE(index.save(path));
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(LinearIndex({}).load(path));
+  std::filesystem::last_write_time(path, std::filesystem::last_write_time(path) - std::chrono::seconds(5));
+  EXPECT_TRUE(LinearIndex({}).load(path));
+  EXPECT_FALSE(LinearIndex({}).load(folder.path("none")));
+  const std::string said = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(said, "Warning: outdated index file " + path + ".idx\nFailed to open index file " +
+                      folder.path("none.idx") + ": No such file or directory\n");
+}
