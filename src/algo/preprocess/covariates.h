@@ -13,6 +13,7 @@
 
 // Index of a platform (the PL of a read group, any case) that has covariates, -1 for any other.
 int platformIndex(const std::string& platform);
+// Throws std::runtime_error for an index that no platform has.
 bool isFlowPlatform(int index);
 
 // 0 to 3 for A, C, G, T in either case, 0 for '*', 4 for any other.
@@ -24,16 +25,24 @@ class Covariates {
 
   explicit Covariates(const RecalArguments& arguments);
 
-  // Computes both for all bases, in the order of the read as it is stored.
-  void compute(Read& read, int platform);
+  // Computes both for all bases, in the order of the read as it is stored; those of indels only when asked to.
+  // Bases in the tails of low quality at either end have no context, and count in none.
+  void compute(Read& read, int platform, bool indels = true);
 
-  // Per base, after compute(): 2-bit code of the bases that end there in sequencing order, 4^k when there is none.
+  // Per base, after compute(): 2-bit code of the bases that end there in sequencing order, the first one in the
+  // highest bits; 4^k when there is none. At least as long as the read.
   const std::vector<uint16_t>& contexts(RecalEvent event) const { return contexts_[event != kMismatch]; }
-  // Signed cycle, 1-based, negative for second reads; kNoCycle when there is none.
+  // Signed cycle, 1-based, negative for second reads; kNoCycle when there is none, or beyond the limit (flow
+  // platforms).
   const std::vector<int32_t>& cycles(RecalEvent event) const { return cycles_[event != kMismatch]; }
 
  private:
+  void computeContexts(const Read& read, bool indels);
+  void computeDiscrete(const Read& read, int32_t sign, bool indels);
+  void computeFlow(Read& read, int32_t sign, bool indels);
+
   const RecalArguments arguments_;
+  std::vector<uint8_t> codes_;         // of the bases, 4 in the tails
   std::vector<uint16_t> contexts_[2];  // of mismatches, of indels
   std::vector<int32_t> cycles_[2];
 };

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,7 @@ struct RecalCounts {
     ++observations;
     errors += fixed_errors;
   }
+  double errorCount() const { return double(errors) / (1 << kFractionBits); }
   RecalCounts& operator+=(const RecalCounts& other) {
     observations += other.observations;
     errors += other.errors;
@@ -41,30 +43,49 @@ struct RecalRow {
   std::vector<RecalCounts> cycles;    // cycle + maximum_cycle_value; the last one is the invalid cycle
 };
 
+// All of one kind of event in a read group.
+struct RecalSum {
+  RecalCounts counts;
+  double reported =
+      -1;  // the quality of the error rate that the reported qualities promise, -1 without any base
+};
+
 class RecalGroup {
  public:
-  explicit RecalGroup(std::string name) : name(std::move(name)) {}
+  explicit RecalGroup(std::string id) : name(std::move(id)) {}
 
   RecalRow& row(RecalEvent event, int quality, const RecalArguments& arguments);  // made when it is not there
   const RecalRow* find(RecalEvent event, int quality) const { return rows_[event][quality].get(); }
-  RecalCounts total(RecalEvent event) const;
+  // Of the rows; of a group that was read from text, what the file states.
+  RecalSum sum(RecalEvent event) const;
+  RecalCounts total(RecalEvent event) const { return sum(event).counts; }
+  void state(RecalEvent event, const RecalSum& stated) { stated_[event] = stated; }
 
   std::string name;  // read group ID
 
  private:
   std::array<std::array<std::unique_ptr<RecalRow>, kRecalQualities>, kRecalEvents> rows_;
+  std::array<std::optional<RecalSum>, kRecalEvents> stated_;
 };
 
 class RecalTable {
  public:
   RecalArguments arguments;
   std::vector<RecalGroup> groups;
+  std::vector<uint8_t> quantized;  // by quality, of a table that was read from text
 
-  RecalTable& operator+=(const RecalTable& other);  // the same groups in the same order
+  static int contextSize(RecalEvent event, const RecalArguments& arguments) {
+    return event == kMismatch ? arguments.mismatches_context_size : arguments.indels_context_size;
+  }
+
+  // Adds cell by cell. The same groups in the same order, the same arguments.
+  RecalTable& operator+=(const RecalTable& other);
 
   // Text form, with empirical qualities and the quantization map computed. An empty path writes nothing. Throws
-  // std::invalid_argument.
+  // std::invalid_argument "Error: failed to open table file NAME" and std::runtime_error when the disk is full.
   void writeText(const std::string& path) const;
+  // Into an empty table. A fault is told on standard error, then thrown as std::invalid_argument
+  // "Error: QualCal failed to load table file NAME".
   void readText(const std::string& path);
   // Binary form of a partial run. Throws std::runtime_error.
   void writePart(const std::string& path) const;

@@ -1,0 +1,50 @@
+#include "algo/preprocess/recal_table.h"
+
+#include <cassert>
+#include <cmath>
+
+RecalRow& RecalGroup::row(RecalEvent event, int quality, const RecalArguments& arguments) {
+  std::unique_ptr<RecalRow>& row = rows_[event][quality];
+  if (!row) {
+    row = std::make_unique<RecalRow>();
+    row->contexts.resize((size_t(1) << 2 * RecalTable::contextSize(event, arguments)) + 1);
+    row->cycles.resize(2 * size_t(arguments.maximum_cycle_value) + 2);
+  }
+  return *row;
+}
+
+RecalSum RecalGroup::sum(RecalEvent event) const {
+  if (stated_[event]) return *stated_[event];
+  RecalSum sum;
+  double promised_errors = 0;
+  for (int quality = 0; quality < kRecalQualities; quality++) {
+    const RecalRow* row = find(event, quality);
+    if (!row) continue;
+    sum.counts += row->total;
+    promised_errors += double(row->total.observations) * std::pow(10.0, -0.1 * quality);
+  }
+  if (sum.counts.observations > 0)
+    sum.reported = -10 * std::log10(promised_errors / double(sum.counts.observations));
+  return sum;
+}
+
+RecalTable& RecalTable::operator+=(const RecalTable& other) {
+  assert(groups.size() == other.groups.size() && arguments == other.arguments);
+  auto add = [](std::vector<RecalCounts>& to, const std::vector<RecalCounts>& from) {
+    for (size_t i = 0; i < to.size(); i++) to[i] += from[i];
+  };
+  for (size_t g = 0; g < groups.size(); g++) {
+    assert(groups[g].name == other.groups[g].name);
+    for (RecalEvent event : {kMismatch, kInsertion, kDeletion}) {
+      for (int quality = 0; quality < kRecalQualities; quality++) {
+        const RecalRow* from = other.groups[g].find(event, quality);
+        if (!from) continue;
+        RecalRow& to = groups[g].row(event, quality, arguments);
+        to.total += from->total;
+        add(to.contexts, from->contexts);
+        add(to.cycles, from->cycles);
+      }
+    }
+  }
+  return *this;
+}
