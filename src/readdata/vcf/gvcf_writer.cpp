@@ -54,7 +54,8 @@ void GVCFWriter::writeBlock(GQBlock& block, int mode) {
     if (stream_->write(line.data(), line.size()) < 0) failWrite();
     if (mode < 0) current_->start(tell());
   } else if (!block.empty()) {
-    write(VariantContext(block, kSample, current_->name), kSamples);
+    record_.assign(block, kSample, current_->name);
+    write(record_, kSamples);
   }
   block.reset(block.end);
 }

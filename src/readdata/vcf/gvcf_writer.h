@@ -43,5 +43,6 @@ class GVCFWriter final : public VCFWriter {
   void readBlock(GQBlock& block, std::string& contig, IOHandle& handle, const std::string& partialPath);
 
   GQBlock pending_;              // held open: its start is how far the output is complete
+  VariantContext record_;        // scratch of writeBlock()
   bool pendingIsFirst_ = false;  // in a partial file, until the contig's first block was written
 };

@@ -22,6 +22,16 @@ const std::vector<std::string>& valuesOf(const std::map<std::string, std::vector
   return found == attributes.end() ? kNoValues : found->second;
 }
 
+void setNumber(std::string& text, int32_t number) {
+  char digits[16];
+  text.assign(digits, std::to_chars(digits, std::end(digits), number).ptr);
+}
+
+void setNumber(std::vector<std::string>& values, int32_t number) {
+  values.resize(1);
+  setNumber(values[0], number);
+}
+
 // ---- text ----
 
 constexpr struct BaseTable {
@@ -134,29 +144,41 @@ void appendSample(std::string& text, const GenotypeAttr& attributes, const Keys&
 }  // namespace
 
 VariantContext::VariantContext(GQBlock& block, const std::string& sample, const std::string& contig) {
+  assign(block, sample, contig);
+}
+
+void VariantContext::assign(GQBlock& block, const std::string& sample, const std::string& contig) {
+  static const std::string kEnd = "END", kMinDepth = "MIN_DP", kDepth = "DP", kPL = "PL", kGT = "GT",
+                           kGQ = "GQ";
   assert(!block.ref.empty() && !block.DP.empty());
   chrom = contig;
   start = block.start;
   end = block.end;
   ref = block.ref.data();
   refLength = 1;
-  alleles.push_back(parseAllele("<NON_REF>", 9));
-  addInfo("END", "%d", static_cast<int>(end));
+  alleles.assign(1, parseAllele("<NON_REF>", 9));
+  setNumber(info[kEnd], static_cast<int32_t>(end));
 
+  GenotypeAttr& attributes = genotypes[sample];
   std::sort(block.DP.begin(), block.DP.end());
-  addGenotype(sample, "MIN_DP", block.DP[0]);
-  addGenotype(sample, "DP", block.DP[block.DP.size() / 2]);
+  setNumber(attributes[kMinDepth], block.DP[0]);
+  setNumber(attributes[kDepth], block.DP[block.DP.size() / 2]);
 
   int64_t smallest = std::numeric_limits<int32_t>::max(), second = smallest;
-  for (const int32_t likelihood : block.minPL) {
-    addGenotype(sample, "PL", likelihood);
+  std::vector<std::string>& likelihoods = attributes[kPL];
+  likelihoods.resize(block.minPL.size());
+  for (size_t i = 0; i < likelihoods.size(); ++i) {
+    const int32_t likelihood = block.minPL[i];
+    setNumber(likelihoods[i], likelihood);
     second = std::min(second, std::max<int64_t>(smallest, likelihood));
     smallest = std::min<int64_t>(smallest, likelihood);
   }
-  std::string genotype = block.minPL.empty() ? "" : "0";
-  for (size_t i = 2; i < block.minPL.size(); ++i) genotype += "/0";
-  addGenotype(sample, "GT", "%s", genotype.c_str());
-  addGenotype(sample, "GQ", static_cast<int>(std::min<int64_t>(second - smallest, 99)));
+  std::vector<std::string>& genotype = attributes[kGT];
+  genotype.resize(1);
+  genotype[0] = likelihoods.empty() ? "" : "0";
+  for (size_t i = 2; i < likelihoods.size(); ++i) genotype[0] += "/0";
+  if (likelihoods.empty()) attributes.erase(kPL);
+  setNumber(attributes[kGQ], static_cast<int32_t>(std::min<int64_t>(second - smallest, 99)));
 }
 
 void VariantContext::clear() {

@@ -35,6 +35,8 @@ struct VariantContext {
   // The record of a reference block, which gets END, MIN_DP, DP, PL, GT and GQ. Sorts the block's DP; `ref` points into
   // the block, which must outlive the record.
   VariantContext(GQBlock& block, const std::string& sample, const std::string& contig);
+  // The same, of a record that is new or was made of another block with that sample, whose storage is used again.
+  void assign(GQBlock& block, const std::string& sample, const std::string& contig);
 
   void clear();  // for the next site; storage of the alleles is kept
 

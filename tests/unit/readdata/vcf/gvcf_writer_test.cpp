@@ -3,6 +3,7 @@
 
 #include <array>
 #include <fstream>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
@@ -389,6 +390,21 @@ TEST(GVCFWriter, ContinuesInsideADeletion) {
   // A written block cannot be cut: one that reaches out of the deletion stays as it is.
   EXPECT_EQ(merged({left, {block(100, 110, 10), {{110, 130, 20}, {130, 131, 0}}, block(131, 150, 20)}}),
             before + "110-130:20 130-131:0 131-150:20 5");
+}
+
+TEST(GVCFWriter, TellsOfAFullDisk) {
+  GVCFWriter writer("Caller");
+  writer.open("/dev/full");
+  writer.startContig("c");
+  const auto write = [&](int mode) {
+    for (uint32_t i = 0; i < 2000; ++i) {
+      GQBlock made = block(2 * i, 2 * i + 1, 10);
+      writer.writeBlock(made, mode);
+    }
+  };
+  const std::string expected = "Caller: failed to write to file /dev/full, No space left on device";
+  for (const int mode : {0, 1})
+    EXPECT_THAT([&] { write(mode); }, testing::ThrowsMessage<std::runtime_error>(expected));
 }
 
 // ---- partial files that are not what they should be ----
