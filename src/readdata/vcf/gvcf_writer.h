@@ -27,8 +27,8 @@ class GVCFWriter final : public VCFWriter {
   void merge(VCFWriter::Result* result, IOHandle* handle) override;
   void merge(const std::string& partialPath) override;
 
-  // Writes the record of a block if it has positions, or its comment line when `mode` is not 0; with a negative one the index of the contig
-  // begins behind it. The block is then empty at its old end.
+  // Writes the record of a block if it has positions, or its comment line when `mode` is not 0; with a negative one the
+  // index of the contig begins behind that line. The block is then empty at its old end.
   void writeBlock(GQBlock& block, int mode);
 
  private:
