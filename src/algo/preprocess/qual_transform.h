@@ -3,13 +3,11 @@
 // Threads  one object per thread; tables are read by all.
 #pragma once
 
-#include <array>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "algo/preprocess/covariates.h"
-#include "algo/preprocess/recal_table.h"
 #include "readdata/bam/input_set.h"
 #include "readdata/bam/read_transform.h"
 
@@ -17,7 +15,7 @@
 struct QualCalParams {
   std::string table;
   double prior = -1.0;      // above 0: in place of the reported quality of a read group
-  int min_qual = 6;         // bases below keep their quality
+  int min_qual = 6;         // qualities below are kept
   bool indel = false;       // BI and BD are made as well
   bool round_down = false;  // of static levels
   std::vector<int> levels;  // static quantization; empty: the table's own
@@ -28,19 +26,22 @@ struct QualCalParams {
 
 class QualTransform final : public ReadTransform {
  public:
-  class Table;  // new qualities per read group of one calibration table
+  // What becomes of the qualities of one read group.
+  struct Group;
+  using Groups =
+      std::vector<std::shared_ptr<const Group>>;  // by read group, null: its reads stay as they are
 
-  // Tables in the order of the command line; the one that has a read group applies to its reads. Throws
+  // Tables in the order of the command line; the first that has a read group applies to its reads. Read groups
+  // that stay as they are for their platform, or that no table has, are told on standard error. Throws
   // std::invalid_argument for a table that cannot be read.
-  static std::vector<std::shared_ptr<const Table>> load(const std::vector<QualCalParams>& params,
-                                                        const std::vector<ReadGroup>& read_groups);
+  static Groups load(const std::vector<QualCalParams>& params, const std::vector<ReadGroup>& read_groups);
 
-  explicit QualTransform(std::vector<std::shared_ptr<const Table>> tables);
+  explicit QualTransform(Groups groups);
   ~QualTransform() override;
   Read* transform(Read* read) override;
   bool needsBaseTags(int32_t read_group) const override;
 
  private:
-  std::vector<std::shared_ptr<const Table>> tables_;
-  std::unique_ptr<Covariates> covariates_;
+  Groups groups_;
+  std::vector<Covariates> covariates_;  // by read group
 };

@@ -28,6 +28,12 @@ RecalSum RecalGroup::sum(RecalEvent event) const {
   return sum;
 }
 
+std::string contextText(size_t context, int size) {
+  std::string text(size_t(size), ' ');
+  for (int i = size; i-- > 0; context >>= 2) text[size_t(i)] = kContextBases[context & 3];
+  return text;
+}
+
 RecalTable& RecalTable::operator+=(const RecalTable& other) {
   assert(groups.size() == other.groups.size() && arguments == other.arguments);
   auto add = [](std::vector<RecalCounts>& to, const std::vector<RecalCounts>& from) {

@@ -31,7 +31,7 @@ struct RecalCounts {
   double errorCount() const { return double(errors) / (1 << kFractionBits); }
   RecalCounts& operator+=(const RecalCounts& other) {
     observations += other.observations;
-    errors += other.errors;
+    errors = int64_t(uint64_t(errors) + uint64_t(other.errors));  // of a broken file may wrap
     return *this;
   }
   bool operator==(const RecalCounts&) const = default;
@@ -67,6 +67,10 @@ class RecalGroup {
   std::array<std::array<std::unique_ptr<RecalRow>, kRecalQualities>, kRecalEvents> rows_;
   std::array<std::optional<RecalSum>, kRecalEvents> stated_;
 };
+
+inline constexpr char kContextBases[] = "ACGT";
+// The bases of a context, the first one sequenced in front.
+std::string contextText(size_t context, int size);
 
 class RecalTable {
  public:
