@@ -43,6 +43,9 @@ class Algo {
   // Every file that this algorithm will create, empty or replace, so that none of them is an input or another
   // algorithm's.
   virtual std::vector<OutputFile> outputs() const { return {}; }
+  // The files of its own that this algorithm reads, without those of the driver's options. Their indexes need not be
+  // named.
+  virtual std::vector<std::string> inputs() const { return {}; }
   virtual void init();  // checks the mode; an overriding version calls it first
   // Takes the content of `result` (null: nothing to do) and deletes it.
   virtual void merge(const Shard& shard, Result* result) = 0;

@@ -104,7 +104,7 @@ bool clash(const Output& output, const RunFile& input) {
   return output.file.isSameAs(input) || (output.has_shard_files && output.file.hasShardFile(input));
 }
 
-std::vector<RunFile> inputFiles(const DriverContext& context) {
+std::vector<RunFile> inputFiles(const DriverContext& context, const std::vector<Algo*>& algos) {
   std::vector<RunFile> files;
   if (context.reads)
     for (const BAMHandle* handle : context.reads->input().handles()) {
@@ -116,13 +116,18 @@ std::vector<RunFile> inputFiles(const DriverContext& context) {
     files.emplace_back(context.reference->index_path());
   }
   if (!context.interval_file.empty()) files.emplace_back(context.interval_file);
+  for (const std::string& path : context.quality_tables) files.emplace_back(path);
+  for (const Algo* algo : algos)
+    for (const std::string& path : algo->inputs())
+      for (const char* index : {"", ".tbi", ".idx"})
+        if (*index == 0 || access((path + index).c_str(), F_OK) == 0) files.emplace_back(path + index);
   return files;
 }
 
 }  // namespace
 
 void refuseOutputClashes(const DriverContext& context, const std::vector<Algo*>& algos) {
-  const std::vector<RunFile> inputs = inputFiles(context);
+  const std::vector<RunFile> inputs = inputFiles(context, algos);
   std::vector<Output> outputs;
   for (const Algo* algo : algos)
     for (const OutputFile& declared : algo->outputs()) {

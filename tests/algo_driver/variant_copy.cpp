@@ -66,6 +66,10 @@ std::vector<OutputFile> VariantCopy::outputs() const {
   return {{output_, true}, {output_ + ".idx", false}, {output_ + ".tbi", false}};
 }
 
+std::vector<std::string> VariantCopy::inputs() const {
+  return merge_ ? partials_ : std::vector<std::string>{input_};
+}
+
 void VariantCopy::init() {
   Algo::init();
   VCFWriter::IndexOptions options;

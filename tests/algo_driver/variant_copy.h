@@ -17,6 +17,7 @@ class VariantCopy final : public Algo {
   VariantCopy(DriverContext* context, int count, const char* const args[]);
 
   std::vector<OutputFile> outputs() const override;
+  std::vector<std::string> inputs() const override;
   void init() override;
   Algo::Engine* newEngine(DriverContext* context, int index) override;
   void merge(const Shard& shard, Algo::Result* result) override;

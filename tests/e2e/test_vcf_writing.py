@@ -215,6 +215,12 @@ def test_failures_end_the_run_and_leave_no_index(copy, variants, tmp_path):
         assert not list(tmp_path.glob("full.*.idx")) + list(tmp_path.glob("full.*.tbi"))
     error = copy("none/out.vcf", *args, status=255).splitlines()[-1]
     assert error == "VariantCopy: failed to open output file none/out.vcf"
+    shutil.copy(folder / "in.vcf.gz", tmp_path / "same.vcf.gz")
+    shutil.copy(folder / "in.vcf.gz.tbi", tmp_path / "same.vcf.gz.tbi")
+    for output in ["same.vcf.gz", "same.vcf.gz.tbi"]:
+        error = copy(output, *args, algo_args=["-v", "same.vcf.gz"], status=1).splitlines()[-1]
+        assert error.startswith(f"VariantCopy: output file {output} would overwrite input file same.vcf.gz")
+        assert (tmp_path / output).read_bytes() == (folder / output.replace("same", "in")).read_bytes()
     (tmp_path / "part.vcf").write_text("##fileformat=VCFv4.2\n")
     error = copy("out.vcf", algo_args=["--merge", "part.vcf"], status=1).splitlines()
     assert error[-1] == "VariantCopy: failed to load index for file part.vcf"

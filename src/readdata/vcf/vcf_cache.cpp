@@ -70,10 +70,18 @@ VCFCache::~VCFCache() {
   empty();
 }
 
+void VCFCache::parseHeader(VCFHeader& header) {
+  seek(0);
+  try {
+    header.parse(*stream_);
+  } catch (const std::runtime_error& failure) {
+    throw std::runtime_error(failure.what() + (" in vcf file " + path_));
+  }
+}
+
 void VCFCache::getHeader(VCFHeader& header) {
   const int64_t here = tell();
-  seek(0);
-  header.parse(*stream_);
+  parseHeader(header);
   seek(here);
 }
 
@@ -147,8 +155,7 @@ const VCFLine* VCFCache::peekRecord(VCFHeader& header, std::vector<char>& buffer
     int64_t offset = cache.tell();
     ~Return() { cache.stream_->seek(offset, SEEK_SET); }
   } back{*this};
-  seek(0);
-  header.parse(*stream_);
+  parseHeader(header);
   buffer.resize(VCFBlock::kDefaultSize);
   for (int64_t here = tell();;) {
     char* text = buffer.data() + sizeof(VCFLine);
