@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "algo/shard.h"
 #include "base/thread_coop.h"
@@ -20,6 +21,7 @@ struct DriverContext {
   ReadCache* reads = nullptr;               // null without -i
   const IntervalList* intervals = nullptr;  // null without --interval
   std::string interval_file;                // of --interval, empty when that was no file; main context only
+  std::vector<std::string> quality_tables;  // files of -q and --read_filter; main context only
   std::string command_line;                 // argv[0] and the driver's own arguments, up to the first --algo
   thread_coop* pool = nullptr;
 };

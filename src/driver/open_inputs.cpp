@@ -40,19 +40,33 @@ void openReads(RunInputs& run, size_t algo_count, std::string& summary) {
   run.reads = std::make_unique<ReadCache>(handles);
 }
 
-// Calibrated qualities cannot be made yet, and reads that were asked to have them must not pass without.
-void attachTransforms(const DriverOptions& options) {
-  constexpr char kUnavailable[] = ": base quality calibration is not available in this version";
-  for (const std::string& filter : options.read_filters) {
-    const std::string name = filter.substr(0, filter.find(','));
+// Tables of read filters come before those of -q.
+void loadTransforms(RunInputs& run) {
+  std::vector<QualCalParams> tables;
+  for (const std::string& filter : run.options.read_filters) {
+    const size_t comma = filter.find(',');
+    const std::string name = filter.substr(0, comma);
     if (name != "QualCalFilter") {
       fprintf(stderr, "Unknown read filter name %s\n", name.c_str());
       throw ExitRun{1};
     }
-    throw std::invalid_argument("--read_filter " + filter + kUnavailable);
+    QualCalParams params;
+    if (!params.parse(comma == filter.npos ? "" : filter.substr(comma + 1))) {
+      fprintf(stderr, "Failed to parse qcal string \"%s\"\n", filter.c_str());
+      throw ExitRun{1};
+    }
+    tables.push_back(params);
   }
-  for (const std::string& table : options.qual_cals)
-    throw std::invalid_argument("--qual_cal " + table + kUnavailable);
+  for (const std::string& path : run.options.qual_cals) {
+    QualCalParams params;
+    params.table = path;
+    tables.push_back(params);
+  }
+  if (tables.empty()) return;
+  for (const QualCalParams& table : tables) run.quality_tables.push_back(table.table);
+  run.quality_groups =
+      QualTransform::load(tables, run.reads ? run.reads->input().readGroups() : std::vector<ReadGroup>());
+  if (run.reads) run.reads->setTransform(std::make_unique<QualTransform>(run.quality_groups));
 }
 
 }  // namespace
@@ -60,7 +74,7 @@ void attachTransforms(const DriverOptions& options) {
 void openInputs(RunInputs& run, size_t algo_count, std::string& summary) {
   if (run.options.reference) run.reference = std::make_unique<FastaFile>(*run.options.reference);
   if (!run.options.inputs.empty()) openReads(run, algo_count, summary);
-  attachTransforms(run.options);
+  loadTransforms(run);
 }
 
 void buildContigs(RunInputs& run) {

@@ -256,6 +256,7 @@ void runSteps(int argc, char* argv[]) {
   openInputs(run, line.algos.size(), summary);
   context.reference = run.reference.get();
   context.reads = run.reads.get();
+  context.quality_tables = run.quality_tables;
   if (run.options.mode != DriverContext::kNonTraversal) buildContigs(run);
 
   context.intervals = run.intervals.get();

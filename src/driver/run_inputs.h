@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "algo/preprocess/qual_transform.h"
 #include "driver/driver_options.h"
 #include "readdata/bam/bam_handle.h"
 #include "readdata/bam/read_cache.h"
@@ -24,6 +25,8 @@ struct RunInputs {
   std::unique_ptr<FastaFile> reference;             // null without -r
   std::vector<std::unique_ptr<BAMHandle>> handles;  // in the order of -i
   std::unique_ptr<ReadCache> reads;                 // over all handles; null without -i
+  std::vector<std::string> quality_tables;          // files of -q and --read_filter
+  QualTransform::Groups quality_groups;             // made of them; empty without any
   std::vector<Contig> contigs;                      // what is traversed, NO_COOR last
   std::map<std::string, int32_t> contig_map;        // name -> place in `contigs`
 };

@@ -51,6 +51,8 @@ void Walker::openInputs() {
   if (clones.empty() && !reference_) throw std::invalid_argument("No read input or reference file set");
   if (!clones.empty()) {
     reads_ = std::make_unique<ReadCache>(clones, true);
+    if (!inputs_.quality_groups.empty())
+      reads_->setTransform(std::make_unique<QualTransform>(inputs_.quality_groups));
     if (inputs_.reference && reads_->input().check_contigs(inputs_.reference->contigs()) < 0)
       throw std::invalid_argument("Failed to get ordered contigs");
   }
