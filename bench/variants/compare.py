@@ -3,27 +3,19 @@
 
 usage: compare.py BUILD_DIR WORK_DIR [--rounds N] [--small]
 
-BUILD_DIR holds the built programs; WORK_DIR keeps the input between runs. The commands of a comparison run in turn,
-round after round, so that both sides see the same machine; the least time of each side counts.
+BUILD_DIR holds the built programs; WORK_DIR keeps the input between runs.
 """
-import argparse
 import os
 import random
 import subprocess
 import sys
-import time
 
-parser = argparse.ArgumentParser(usage=__doc__)
-parser.add_argument("build")
-parser.add_argument("work")
-parser.add_argument("--rounds", type=int, default=3)
-parser.add_argument("--small", action="store_true", help="a tenth of the records, to try the script")
-args = parser.parse_args()
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
+from comparison import Table, Timed, arguments, compare  # noqa: E402
 
-VCF_REGIONS = os.path.join(os.path.abspath(args.build), "tests", "vcf_regions")
-ALGO_DRIVER = os.path.join(os.path.abspath(args.build), "tests", "algo_driver", "algo_driver")
-os.makedirs(args.work, exist_ok=True)
-os.chdir(args.work)
+args = arguments(__doc__)
+VCF_REGIONS = f"{args.build}/tests/vcf_regions"
+ALGO_DRIVER = f"{args.build}/tests/algo_driver/algo_driver"
 
 CONTIGS = 10
 GAP = 100  # mean bases between records
@@ -62,7 +54,6 @@ def make_input(path, records):
     os.rename("input.vcf.gz", path)
 
 
-
 def make_reference(path, length):
     """Contigs without a base, which are only walked along."""
     line = "N" * 60 + "\n"
@@ -73,38 +64,6 @@ def make_reference(path, length):
             out.write(line * (length // 60))
 
 
-class Timed:
-    """One side of a comparison: least wall seconds over the rounds. Its output goes to a file of its own."""
-
-    def __init__(self, name, command, stdin=None):
-        self.name, self.command, self.stdin = name, command, stdin
-        self.seconds = float("inf")
-
-    def once(self):
-        begin = time.monotonic()
-        with open(self.name, "w") as out, open("log", "w") as log, open(self.stdin or os.devnull) as stdin:
-            status = subprocess.call(self.command, stdin=stdin, stdout=out, stderr=log)
-        if status != 0:
-            sys.exit(f"status {status}: {' '.join(self.command)}\n{open('log').read()[-2000:]}")
-        self.seconds = min(self.seconds, time.monotonic() - begin)
-
-
-def compare(*sides):
-    for _ in range(args.rounds):
-        for side in sides:
-            side.once()
-    return sides
-
-
-rows = []
-
-
-def row(what, ours, peer, peer_name, target):
-    ratio = ours.seconds / peer.seconds
-    rows.append((what, f"{ours.seconds:.2f} s", f"{peer.seconds:.2f} s", peer_name, f"{ratio:.2f}", f"<= {target}",
-                 "yes" if ratio <= target else "**no**"))
-
-
 def positions(path):
     return subprocess.run(f"cut -f 1,2 {path} | sort -u | md5sum", shell=True, capture_output=True).stdout
 
@@ -113,6 +72,7 @@ def records_of(path):
     return subprocess.run(f"bcftools view -H {path} | md5sum", shell=True, capture_output=True).stdout
 
 
+table = Table()
 records = 100_000 if args.small else 1_000_000
 length = records // CONTIGS * GAP + 1000
 vcf = f"records{records}.vcf.gz"
@@ -127,25 +87,22 @@ for size in [1_000_000, 10_000]:
         out.writelines(f"{c}\t{s}\t{e}\n" for c, s, e in tiles)
     texts = ",".join(f"{c}:{s + 1}-{e}" for c, s, e in tiles)
     peer_regions = ["-r", texts] if len(texts) < 100_000 else ["-R", "tiles.bed"]
-    ours, peer = compare(Timed("ours.txt", [VCF_REGIONS, vcf], "tiles.txt"),
-                         Timed("peer.txt", ["bcftools", "view", "-H", *peer_regions, vcf]))
+    ours, peer = compare(Timed([VCF_REGIONS, vcf], stdin="tiles.txt", stdout="ours.txt"),
+                         Timed(["bcftools", "view", "-H", *peer_regions, vcf], stdout="peer.txt"), rounds=args.rounds)
     if positions("ours.txt") != positions("peer.txt"):
         sys.exit("the two sides found other records")
-    row(f"read in {len(tiles)} regions", ours, peer, f"bcftools view {peer_regions[0]}", 0.7)
+    table.add(f"read in {len(tiles)} regions", ours.seconds, peer.seconds, f"bcftools view {peer_regions[0]}", at_most=0.7)
 
 reference = f"reference{records}.fa"
 if not os.path.exists(reference + ".fai"):
     make_reference(reference, 2 * length)
 for threads, option in [(1, ""), (2, "--threads 2")]:
     ours, peer = compare(
-        Timed("ours.txt", [ALGO_DRIVER, "-t", str(threads), "-r", reference, "--algo", "VariantCopy", "-v", vcf, "ours.vcf.gz"]),
-        Timed("peer.txt", ["sh", "-ec", f"bcftools view {option} -Oz -o peer.vcf.gz {vcf}; tabix -f -p vcf peer.vcf.gz"]))
+        Timed([ALGO_DRIVER, "-t", str(threads), "-r", reference, "--algo", "VariantCopy", "-v", vcf, "ours.vcf.gz"]),
+        Timed(f"bcftools view {option} -Oz -o peer.vcf.gz {vcf}; tabix -f -p vcf peer.vcf.gz"), rounds=args.rounds)
     if records_of("ours.vcf.gz") != records_of("peer.vcf.gz"):
         sys.exit("the two sides wrote other records")
-    row(f"copy with index, -t {threads}", ours, peer, f"bcftools view {option} -Oz, tabix".replace("  ", " "), 1.0)
+    table.add(f"copy with index, -t {threads}", ours.seconds, peer.seconds,
+              f"bcftools view {option} -Oz, tabix".replace("  ", " "), at_most=1.0)
 
-print(f"Input: {records} made-up records, 3 samples, {CONTIGS} contigs; {os.path.getsize(vcf)} bytes.\n")
-print("| what | ours | peer | peer is | ratio | target | holds |")
-print("|---|---|---|---|---|---|---|")
-for r in rows:
-    print("| " + " | ".join(r) + " |")
+table.print(f"Input: {records} made-up records, 3 samples, {CONTIGS} contigs; {os.path.getsize(vcf)} bytes.")
