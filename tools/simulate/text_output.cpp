@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <tuple>
 
-#include "readdata/stream/bgzf_handle.h"
 #include "readdata/stream/posix_io_handle.h"
+#include "readdata/vcf/vcf_writer.h"
 
 namespace {
 
@@ -34,12 +35,38 @@ class TextFile {
   std::unique_ptr<IOHandle> handle_;
 };
 
-std::string vcfHeader(const Genome& genome) {
-  std::string text = "##fileformat=VCFv4.2\n##source=simulate\n";
+VCFHeader vcfHeader(const Genome& genome) {
+  VCFHeader header;
+  header.addLine("source", "simulate");
   for (const GenomeContig& contig : genome.contigs)
-    text += "##contig=<ID=" + contig.name + ",length=" + std::to_string(contig.length()) + ">\n";
-  return text;
+    header.addDef("contig", contig.name, {{"length", std::to_string(contig.length())}});
+  return header;
 }
+
+// A VCF with its index, whose sites come in order.
+class SiteFile {
+ public:
+  SiteFile(const Genome& genome, const std::string& path, VCFHeader header)
+      : genome_(genome), vcf_("simulate") {
+    vcf_.open(path);
+    vcf_.writeHeader(header);
+  }
+  void write(const Site& site, const std::string& line) {
+    if (site.contig != contig_) {
+      vcf_.merge(nullptr, static_cast<IOHandle*>(nullptr));  // the contig before ends
+      vcf_.startContig(genome_.contigs[site.contig].name);
+      contig_ = site.contig;
+    }
+    vcf_.writeLine(line, static_cast<int32_t>(site.start),
+                   static_cast<int32_t>(site.start + site.ref.size()));
+  }
+  void close() { vcf_.close(); }
+
+ private:
+  const Genome& genome_;
+  VCFWriter vcf_;
+  std::optional<uint32_t> contig_;
+};
 
 std::string siteColumns(const Genome& genome, const Site& site, const std::string& id) {
   std::string text = genome.contigs[site.contig].name + '\t' + std::to_string(site.start + 1) + '\t' + id +
@@ -76,18 +103,16 @@ void writeReference(const Genome& genome, const std::string& path) {
 }
 
 void writeTruth(const Genome& genome, const Variants& variants, const std::string& path) {
-  TextFile vcf(std::make_unique<BGZFHandle>(), path, "w6");
-  std::string head = vcfHeader(genome) +
-                     "##FORMAT=<ID=GT,Number=1,Type=String,Description=\"Genotype\">\n"
-                     "#CHROM\tPOS\tID\tREF\tALT\tQUAL\tFILTER\tINFO\tFORMAT";
-  for (const Sample& sample : variants.samples) head += '\t' + sample.name;
-  vcf.write(head + '\n');
+  VCFHeader header = vcfHeader(genome);
+  header.addFormatDef("GT");
+  for (const Sample& sample : variants.samples) header.samples.push_back(sample.name);
+  SiteFile vcf(genome, path, header);
   for (size_t i = 0; i < variants.sites.size(); ++i) {
     std::string line = siteColumns(genome, variants.sites[i], ".") + "\tGT";
     for (const Sample& sample : variants.samples)
       for (size_t h = 0; h < sample.haplotypes.size(); ++h)
         line += (h == 0 ? '\t' : '|') + std::to_string(sample.haplotypes[h].alleles[i]);
-    vcf.write(line + '\n');
+    vcf.write(variants.sites[i], line + '\n');
   }
   vcf.close();
 }
@@ -100,11 +125,10 @@ uint64_t writeKnownSites(const Genome& genome, const Variants& variants, const s
   std::sort(known.begin(), known.end(), [](const Site* a, const Site* b) {
     return std::tie(a->contig, a->start) < std::tie(b->contig, b->start);
   });
-  TextFile vcf(std::make_unique<BGZFHandle>(), path, "w6");
-  vcf.write(vcfHeader(genome) + "#CHROM\tPOS\tID\tREF\tALT\tQUAL\tFILTER\tINFO\n");
+  SiteFile vcf(genome, path, vcfHeader(genome));
   uint64_t number = 0;
   for (const Site* site : known)
-    vcf.write(siteColumns(genome, *site, "rs" + std::to_string(++number)) + '\n');
+    vcf.write(*site, siteColumns(genome, *site, "rs" + std::to_string(++number)) + '\n');
   vcf.close();
   return number;
 }

@@ -1,4 +1,4 @@
-// text_output.h - the FASTA with its index, and the two VCF files.
+// text_output.h - the FASTA with its index, and the two VCF files with theirs.
 // Errors   std::runtime_error that names the file; after one the file on disk is not whole.
 #pragma once
 
