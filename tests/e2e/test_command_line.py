@@ -116,10 +116,6 @@ OPENING_CASES = [
     ("-i {bam} --algo ReadWriter --bogus a.bam", "ReadWriter: unknown option\n"),
     ("-r {ref} --algo ReadWriter a.bam", "ReadWriter: missing bam input\n"),
     ("-i {bam} --read_filter Other,table=x --algo Nope", "Unknown read filter name Other\n"),
-    ("-i {bam} --read_filter QualCalFilter,table=x --algo Nope",
-     "--read_filter QualCalFilter,table=x: base quality calibration is not available in this version\n"),
-    ("-i {bam} -q table.txt --algo ReadWriter a.bam",
-     "--qual_cal table.txt: base quality calibration is not available in this version\n"),
     ("-i {bam} --interval chr9 --algo Nope", "Unknown algo Nope\n"),
 ]  # fmt: skip
 

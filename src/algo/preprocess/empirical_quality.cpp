@@ -1,5 +1,6 @@
 #include "algo/preprocess/empirical_quality.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <limits>
@@ -54,4 +55,8 @@ int empiricalQuality(const RecalCounts& counts, double prior) {
     }
   }
   return best;
+}
+
+double observedQuality(const RecalCounts& counts) {
+  return -10 * std::log10((std::max(counts.errorCount(), 0.0) + 1) / (double(counts.observations) + 2));
 }

@@ -1,4 +1,4 @@
-// empirical_quality.h - the quality that counted errors speak for.
+// empirical_quality.h - the quality that counted errors speak for, by themselves and under a prior.
 #pragma once
 
 #include "algo/preprocess/recal_table.h"
@@ -12,3 +12,6 @@ int empiricalQuality(const RecalCounts& counts, double prior);
 inline int empiricalQuality(const RecalSum& sum) {
   return empiricalQuality(sum.counts, sum.reported);
 }
+
+// The quality of the error rate as it was counted, with one more error and two more trials: what tables and plots show.
+double observedQuality(const RecalCounts& counts);

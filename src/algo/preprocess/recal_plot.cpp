@@ -61,12 +61,12 @@ void writeCells(FILE* out, const RecalVersion& version, const RecalGroup& group,
     const RecalCounts& counts = cells[i].counts;
     if (counts.observations == 0) continue;
     const double reported = -10 * std::log10(cells[i].promised_errors / double(counts.observations));
-    const int empirical = empiricalQuality(counts, reported);
+    const double empirical = observedQuality(counts);
     fprintf(out, "%s,%s,%s,%s,", group.name.empty() ? "Invalid" : group.name.c_str(),
             valueText(*version.table, event, covariate, i).c_str(), kCovariateNames[covariate],
             kEventNames[event]);
-    fprintf(out, "%ld,%.2f,%.2f,%.2f,%.2f,", long(counts.observations), counts.errorCount(),
-            double(empirical), reported, empirical - reported);
+    fprintf(out, "%ld,%.2f,%.2f,%.2f,%.2f,", long(counts.observations), counts.errorCount(), empirical,
+            reported, empirical - reported);
     fprintf(out, "%s\n", version.name.c_str());
   }
 }

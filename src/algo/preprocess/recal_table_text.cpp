@@ -107,31 +107,28 @@ class TextWriter {
       const RecalSum sum = group.sum(event);
       if (sum.counts.observations == 0) continue;
       fprintf(out_, "%s\t%c\t%.4f\t%.4f\t", group.name.c_str(), kEventCodes[event],
-              double(empiricalQuality(sum)), sum.reported);
+              observedQuality(sum.counts), sum.reported);
       writeCounts(sum.counts);
     }
   }
 
   void writeQualities(const RecalGroup& group) {
-    const auto priors = groupQualities(group);
     for (int quality = 0; quality < kRecalQualities; quality++) {
       for (RecalEvent event : kEvents) {
         const RecalRow* row = group.find(event, quality);
         if (!row || row->total.observations == 0) continue;
         fprintf(out_, "%s\t%d\t%c\t%.4f\t", group.name.c_str(), quality, kEventCodes[event],
-                double(empiricalQuality(row->total, priors[event])));
+                observedQuality(row->total));
         writeCounts(row->total);
       }
     }
   }
 
   void writeCovariate(const RecalGroup& group, bool context) {
-    const auto priors = groupQualities(group);
     for (int quality = 0; quality < kRecalQualities; quality++) {
       for (RecalEvent event : kEvents) {
         const RecalRow* row = group.find(event, quality);
         if (!row || row->total.observations == 0) continue;
-        const int prior = empiricalQuality(row->total, priors[event]);
         const std::vector<RecalCounts>& cells = context ? row->contexts : row->cycles;
         for (size_t i = 0; i + 1 < cells.size(); i++) {  // the last one is of invalid values
           if (cells[i].observations == 0) continue;
@@ -139,17 +136,11 @@ class TextWriter {
                                         ? contextText(i, RecalTable::contextSize(event, table_.arguments))
                                         : std::to_string(int64_t(i) - table_.arguments.maximum_cycle_value);
           fprintf(out_, "%s\t%d\t%s\t%s\t%c\t%.4f\t", group.name.c_str(), quality, value.c_str(),
-                  context ? kContext : kCycle, kEventCodes[event], double(empiricalQuality(cells[i], prior)));
+                  context ? kContext : kCycle, kEventCodes[event], observedQuality(cells[i]));
           writeCounts(cells[i]);
         }
       }
     }
-  }
-
-  static std::array<int, kRecalEvents> groupQualities(const RecalGroup& group) {
-    std::array<int, kRecalEvents> qualities{};
-    for (RecalEvent event : kEvents) qualities[event] = empiricalQuality(group.sum(event));
-    return qualities;
   }
 
   const RecalTable& table_;

@@ -1,0 +1,287 @@
+#include "algo/preprocess/recal_table.h"
+
+#include <gmock/gmock.h>
+#include <random>
+
+#include "algo/preprocess/recal_plot.h"
+#include "temp_folder.h"
+
+using testing::HasSubstr;
+
+namespace {
+
+constexpr int64_t kOne = 1 << RecalCounts::kFractionBits;
+
+RecalTable makeTable(unsigned seed = 1, int bases = 20000) {
+  RecalTable table;
+  table.groups.emplace_back("lane 1");
+  table.groups.emplace_back("empty");
+  table.groups.emplace_back("lane2");
+  std::mt19937 draw(seed);
+  for (int i = 0; i < bases; i++) {
+    const auto event = RecalEvent(draw() % 3);
+    const int quality = event == kMismatch ? int(draw() % 5) * 10 : 45;
+    RecalRow& row = table.groups[draw() % 2 * 2].row(event, quality, table.arguments);
+    const int64_t errors =
+        draw() % 50 == 0 ? int64_t(draw() % 4 + 1) * kOne / 4 : 0;  // exact with two decimals
+    row.total.add(errors);
+    row.contexts[draw() % row.contexts.size()].add(errors);
+    row.cycles[draw() % 20 == 0 ? 1001 : draw() % 2 ? 499 - draw() % 100 : 501 + draw() % 100].add(errors);
+  }
+  return table;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string textOf(const RecalTable& table) {
+  TempFolder folder;
+  table.writeText(folder.path("t"));
+  return readFile(folder.path("t"));
+}
+
+// What standard error tells of reading `text`; the exception's text must be the general one.
+std::string faultOf(const std::string& text) {
+  TempFolder folder;
+  const std::string path = folder.write("t", text);
+  testing::internal::CaptureStderr();
+  try {
+    RecalTable().readText(path);
+  } catch (const std::invalid_argument& error) {
+    EXPECT_EQ(error.what(), "Error: QualCal failed to load table file " + path);
+    return testing::internal::GetCapturedStderr();
+  }
+  return "read: " + testing::internal::GetCapturedStderr();
+}
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+  const size_t at = text.find(from);
+  EXPECT_NE(at, text.npos) << from;
+  return at == text.npos ? text : text.replace(at, from.size(), to);
+}
+
+}  // namespace
+
+TEST(RecalTableText, HasTheFormThatIsPublished) {
+  RecalTable table;
+  RecalRow& row = table.groups.emplace_back("rg").row(kMismatch, 30, table.arguments);
+  row.total = {4000, 10 * kOne + kOne / 4};
+  row.contexts[6] = {1000, kOne / 2};  // CG
+  row.contexts[16] = {3000, kOne};     // none
+  row.cycles[498] = {4000, 10 * kOne};
+  const std::string text = textOf(table);
+  const std::string head =
+      "#:TORVESIN_QCAL_TABLE.V1:5\n#:TORVESIN_QCAL_TABLE:2:17;\n"
+      "#:TORVESIN_QCAL_TABLE:Arguments:Recalibration argument collection values used in this "
+      "run\nArgument\tValue\n"
+      "binary_tag_name\tnull\ncovariate\tReadGroupCovariate,QualityScoreCovariate,ContextCovariate,"
+      "CycleCovariate\n";
+  EXPECT_EQ(text.substr(0, head.size()), head);
+  EXPECT_THAT(text, HasSubstr("solid_recal_mode\tSET_Q_ZERO\n\n#:TORVESIN_QCAL_TABLE:3:94;\n"
+                              "#:TORVESIN_QCAL_TABLE:Quantized:Quality quantization map\n"
+                              "QualityScore\tCount\tQuantizedScore\n0\t0\t0\n"));
+  // 11.25 errors in 4002 trials, 1.5 in 1002, 11 in 4002.
+  const std::string tail =
+      "\n\n#:TORVESIN_QCAL_TABLE:6:\n#:TORVESIN_QCAL_TABLE:RecalTable0:\n"
+      "ReadGroup\tEventType\tEmpiricalQuality\tEstimatedQReported\tObservations\tErrors\n"
+      "rg\tM\t25.5112\t30.0000\t4000\t10.25\n\n"
+      "#:TORVESIN_QCAL_TABLE:6:\n#:TORVESIN_QCAL_TABLE:RecalTable1:\n"
+      "ReadGroup\tQualityScore\tEventType\tEmpiricalQuality\tObservations\tErrors\n"
+      "rg\t30\tM\t25.5112\t4000\t10.25\n\n"
+      "#:TORVESIN_QCAL_TABLE:8:\n#:TORVESIN_QCAL_TABLE:RecalTable2:\n"
+      "ReadGroup\tQualityScore\tCovariateValue\tCovariateName\tEventType\tEmpiricalQuality\tObservations\tErr"
+      "ors\n"
+      "rg\t30\tCG\tContext\tM\t28.2478\t1000\t0.50\nrg\t30\t-2\tCycle\tM\t25.6088\t4000\t10.00\n\n";
+  EXPECT_EQ(text.substr(text.size() - tail.size()), tail);
+}
+
+TEST(RecalTableText, ReadsBackWhatItWrote) {
+  const RecalTable table = makeTable();
+  TempFolder folder;
+  table.writeText(folder.path("a"));
+  RecalTable read;
+  read.readText(folder.path("a"));
+  EXPECT_EQ(read.arguments, table.arguments);
+  ASSERT_EQ(read.groups.size(), 2u);
+  for (size_t g : {0, 1}) {
+    const RecalGroup &back = read.groups[g], &group = table.groups[2 * g];
+    EXPECT_EQ(back.name, group.name);
+    for (RecalEvent event : {kMismatch, kInsertion, kDeletion}) {
+      EXPECT_EQ(back.total(event), group.total(event));
+      EXPECT_NEAR(back.sum(event).reported, group.sum(event).reported, 5e-5);
+      for (int q = 0; q < kRecalQualities; q++) {
+        if (!group.find(event, q)) {
+          EXPECT_FALSE(back.find(event, q));
+          continue;
+        }
+        RecalRow expected = *group.find(event, q);
+        expected.contexts.back() = expected.cycles.back() = {};  // invalid values are not written
+        EXPECT_EQ(back.find(event, q)->total, expected.total);
+        EXPECT_EQ(back.find(event, q)->contexts, expected.contexts);
+        EXPECT_EQ(back.find(event, q)->cycles, expected.cycles);
+      }
+    }
+  }
+}
+
+TEST(RecalTableText, TellsWhatIsWrong) {
+  const std::string text = textOf(makeTable());
+  const std::string r1 = "lane 1\t30\tM\t";
+  struct Case {
+    std::string from, to, expected;
+  } const cases[] = {
+      {".V1:5", ".V2:5", "Error: wrong format for quality table"},
+      {":2:17;", ":3:17;", "Error: there should be 1-th table Arguments"},
+      {"#:TORVESIN_QCAL_TABLE:8:", "#:TORVESIN_QCAL_TABLE:9:",
+       "Error: there should be 5-th table RecalTable2"},
+      {"#:TORVESIN_QCAL_TABLE:6:", "TABLE:6:", "Error: there should be 3-th table RecalTable0"},
+      {":RecalTable1:", ":RecalTable3:", "Error: unsupported table RecalTable3"},
+      {"\tnull\n", "\n", "Error: there should be 2 tokens in this line: binary_tag_name"},
+      {"\nlane 1\tM\t", "\nlane 1\tM\t1\t", "Error: there should be 6 tokens in this line: lane 1\tM\t1"},
+      {"value\t500", "value\t2147483647", "Error: invalid argument in this line: maximum_cycle_value"},
+      {"size\t3", "size\t30", "Error: invalid argument in this line: indels_context_size"},
+      {"\n93\t0\t", "\n94\t0\t",
+       "Error: the quantization level 94 exceeds the maximum 94 in this line: 94\t0"},
+      {"\n0\t0\t0", "\n0\t0\t300", "Error: the quantization level 300 exceeds"},
+      {"\nlane 1\tM\t", "\nlane 1\tX\t", "Error: invalid operation X"},
+      {"\tAA\tContext\tM", "\tA\tContext\tM",
+       "Error: length of context A does not meet the requirement in this line: lane 1"},
+      {"\tAA\tContext\tM", "\tAN\tContext\tM", "Error: invalid context AN"},
+      {"\tAA\tContext\tM", "\tAA\tMotif\tM", "Error: unknown covariate Motif"},
+      {r1, "lane 1\t-3\tM\t", "Error: invalid number -3"},
+      {"\tCycle\tM\t", "\tCycle\tM\tnan", "Error: invalid number nan"},
+      {r1, "lane 1\t94\tM\t", "read: Warning: skip this large score 94"},
+      {"\t-10\tCycle", "\t-501\tCycle", "read: Warning: skip this large cycle -501"},
+      {"\t-10\tCycle", "\t99999999999\tCycle", "read: Warning: skip this large cycle 99999999999"},
+  };
+  for (const Case& c : cases)
+    EXPECT_THAT(faultOf(replaced(text, c.from, c.to)), HasSubstr(c.expected)) << c.to;
+  EXPECT_THAT(faultOf(""), HasSubstr("Error: wrong format for quality table"));
+  EXPECT_THAT(faultOf(text), "read: ");
+}
+
+// At many lengths: no part of a table passes for a whole one.
+TEST(RecalTableText, RefusesTruncation) {
+  const std::string text = textOf(makeTable(2, 100));
+  for (size_t size = 0; size < text.size(); size += size < 1500 ? 7 : 37) {
+    const std::string fault = faultOf(text.substr(0, size));
+    EXPECT_THAT(fault, testing::StartsWith("Error: ")) << size;
+    if (size <= 30) continue;
+    EXPECT_THAT(fault, testing::AnyOf(HasSubstr("terminates prematurely: "), HasSubstr("-th table")));
+  }
+}
+
+TEST(RecalTableText, SurvivesMutation) {
+  const std::string text = textOf(makeTable(3, 100));
+  std::mt19937 draw(4);
+  constexpr std::string_view kLetters("0123456789-.e\t\n:;MIDACGTnan\0\xff", 31);
+  int refused = 0;
+  for (int round = 0; round < 600; round++) {
+    std::string mutated = text;
+    for (unsigned i = 0, n = 1 + draw() % 4; i < n; i++) {
+      const size_t at = draw() % mutated.size();
+      switch (draw() % 3) {
+        case 0:
+          mutated[at] = kLetters[draw() % kLetters.size()];
+          break;
+        case 1:
+          mutated.erase(at, draw() % 20);
+          break;
+        default:
+          mutated.insert(at, 1 + draw() % 12, kLetters[draw() % kLetters.size()]);
+      }
+    }
+    refused += !faultOf(mutated).starts_with("read: ");
+  }
+  EXPECT_GT(refused, 300);
+}
+
+TEST(RecalTableText, TellsFilesThatDoNotOpen) {
+  RecalTable table = makeTable();
+  EXPECT_NO_THROW(table.writeText(""));
+  EXPECT_THROW(table.writeText("/no/such/folder/t"), std::invalid_argument);
+  EXPECT_THROW(table.writeText("/dev/full"), std::runtime_error);
+  testing::internal::CaptureStderr();
+  EXPECT_THROW(table.readText("/no/such/folder/t"), std::invalid_argument);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("Error: failed to read table file /no/such/folder/t"));
+}
+
+TEST(RecalTableText, PrintsTheLargestErrorsWhenAsked) {
+  RecalTable table;
+  table.groups.emplace_back("rg").row(kMismatch, 30, table.arguments).total = {400, 9 * kOne};
+  TempFolder folder;
+  setenv("QualCal_print_max_error", "1", 1);
+  testing::internal::CaptureStderr();
+  table.writeText(folder.path("t"));
+  unsetenv("QualCal_print_max_error");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "maxError = 9, 4 bits\n");
+}
+
+TEST(RecalTablePart, PartsAddUpToTheWhole) {
+  RecalTable whole = makeTable(5), other = makeTable(6);
+  TempFolder folder;
+  whole.writePart(folder.path("a"));
+  other.writePart(folder.path("b"));
+  RecalTable merged;
+  for (const char* part : {"a", "b"}) merged.addPart(folder.path(part));
+  whole += other;
+  EXPECT_EQ(textOf(merged), textOf(whole));
+  EXPECT_EQ(merged.groups.size(), 3u);  // the empty one stays known
+}
+
+TEST(RecalTablePart, RefusesWhatIsBroken) {
+  RecalTable table = makeTable(7, 20);
+  TempFolder folder;
+  table.writePart(folder.path("a"));
+  const std::string bytes = readFile(folder.path("a"));
+  auto fault = [&](const std::string& content) -> std::string {
+    const std::string path = folder.write("b", content);
+    RecalTable read;
+    try {
+      read.addPart(path);
+    } catch (const std::runtime_error& error) {
+      EXPECT_EQ(read.groups.size(), 0u);
+      return replaced(error.what(), path, "NAME");
+    }
+    return "";
+  };
+  for (size_t size = 0; size < bytes.size(); size++)
+    EXPECT_EQ(fault(bytes.substr(0, size)), "File NAME terminated unexpectedly");
+  EXPECT_EQ(fault(bytes + '\0'), "File NAME is not a partial calibration table");
+  EXPECT_EQ(fault("x" + bytes), "File NAME is not a partial calibration table");
+  std::mt19937 draw(8);
+  for (int round = 0; round < 1000; round++) {
+    std::string mutated = bytes;
+    mutated[draw() % bytes.size()] = char(draw());
+    fault(mutated);  // any answer but a crash
+  }
+  EXPECT_THROW(table.addPart("/no/such/part"), std::runtime_error);
+  EXPECT_THROW(table.writePart("/dev/full"), std::runtime_error);
+  table.groups[0].name = "other";
+  EXPECT_THROW(table.addPart(folder.path("a")), std::runtime_error);
+}
+
+TEST(RecalPlot, SumsOverTheOtherCovariates) {
+  RecalTable table;
+  RecalGroup& group = table.groups.emplace_back("rg");
+  for (int quality : {20, 30}) {
+    RecalRow& row = group.row(kDeletion, quality, table.arguments);
+    row.total = row.contexts[27] = row.cycles[503] = {1000, 5 * kOne / 2};
+    row.cycles.back() = row.contexts.back() = {7, kOne};
+  }
+  TempFolder folder;
+  writeRecalPlot(folder.path("c"), {{"Before", &table}});
+  // Of both: 5 errors in 2000 bases, where 11 were promised (22.60).
+  EXPECT_EQ(readFile(folder.path("c")),
+            "ReadGroup,CovariateValue,CovariateName,EventType,Observations,Errors,EmpiricalQuality,"
+            "AverageReportedQuality,Accuracy,Recalibration\n"
+            "rg,20,QualityScore,Base Deletion,1000,2.50,24.57,20.00,4.57,Before\n"
+            "rg,30,QualityScore,Base Deletion,1000,2.50,24.57,30.00,-5.43,Before\n"
+            "rg,3,Cycle,Base Deletion,2000,5.00,25.23,22.60,2.64,Before\n"
+            "rg,CGT,Context,Base Deletion,2000,5.00,25.23,22.60,2.64,Before\n");
+  EXPECT_THROW(writeRecalPlot("/no/such/folder/c", {}), std::runtime_error);
+  EXPECT_THROW(writeRecalPlot("/dev/full", {}), std::runtime_error);
+}
