@@ -34,6 +34,8 @@ def usage(driver):
         "\n"
         "Available algos:\n"
         "  AlignmentStat\n"
+        "  Dedup\n"
+        "  LocusCollector\n"
         "  ReadWriter\n"
     )
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "base/timer.h"
@@ -66,7 +68,11 @@ void Dedup::Engine::loadMates(uint32_t start, uint32_t end) {
   mates_.clear();
   for (const auto& cache : score_caches_) {
     cache->fetch(static_cast<int32_t>(start), static_cast<int32_t>(end));
-    mates_.add(cache->records());
+    try {
+      mates_.add(cache->records());
+    } catch (const std::runtime_error& fault) {
+      throw std::runtime_error(std::string(fault.what()) + "\nin file " + cache->path());
+    }
   }
 }
 
