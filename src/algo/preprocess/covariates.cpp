@@ -37,15 +37,16 @@ constexpr std::array<uint8_t, 256> kCodes = makeCodes();
 // Contexts of `k` bases along `codes`, backward in complement for a read of the reverse strand.
 template <bool kReverse>
 void fillContexts(const uint8_t* codes, int length, int k, uint16_t* out) {
-  const uint32_t none = 1u << 2 * k, mask = none - 1;
+  const uint32_t none = 1u << 2 * k, mask = none - 1, wanted = (1u << k) - 1;
   uint32_t context = 0;
-  int run = 0;  // of bases with a code
+  uint32_t missing =
+      wanted;  // a bit per base of the context, set for one without code or in front of the read
   for (int i = 0; i < length; i++) {
     const int at = kReverse ? length - 1 - i : i;
     const uint32_t code = codes[at];
-    context = (context << 2 | (kReverse ? 3 - (code & 3) : code & 3)) & mask;
-    run = code == kNoBase ? 0 : run + 1;
-    out[at] = uint16_t(run >= k ? context : none);
+    context = context << 2 | (kReverse ? ~code & 3 : code & 3);
+    missing = missing << 1 | code >> 2;
+    out[at] = uint16_t(missing & wanted ? none : context & mask);
   }
 }
 
@@ -82,7 +83,8 @@ void Covariates::compute(Read& read, int platform, bool indels) {
     for (int kind : {0, 1}) contexts_[kind].resize(length), cycles_[kind].resize(length);
   }
   const char* bases = read.getBases();
-  for (size_t i = 0; i < length; i++) codes_[i] = kCodes[uint8_t(bases[i])];
+  uint8_t* codes = codes_.data();
+  for (size_t i = 0; i < length; i++) codes[i] = kCodes[uint8_t(bases[i])];
 
   constexpr uint16_t kSecond = FLAG_PAIRED | FLAG_SECOND;
   const int32_t sign = (read.flag & kSecond) == kSecond ? -1 : 1;

@@ -81,14 +81,14 @@ class EventQualities {
  public:
   EventQualities(const RecalGroup& group, RecalEvent event, const RecalArguments& arguments, double prior,
                  const std::vector<uint8_t>& map)
-      : context_count_((size_t(1) << 2 * RecalTable::contextSize(event, arguments)) + 1) {
+      : context_count_((1u << 2 * RecalTable::contextSize(event, arguments)) + 1) {
     const RecalSum sum = group.sum(event);
     known_ = sum.counts.observations > 0;
     if (!known_) return;
     findCycleSpan(group, event, arguments.maximum_cycle_value);
     const int of_group = empiricalQuality(sum.counts, prior > 0 && event == kMismatch ? prior : sum.reported);
-    contexts_.assign((kRecalQualities + 1) * context_count_, uint8_t(of_group));
-    cycles_.assign((kRecalQualities + 1) * (cycle_count_ + 1), 0);
+    contexts_.assign(size_t(kRecalQualities + 1) * context_count_, uint8_t(of_group));
+    cycles_.assign(size_t(kRecalQualities + 1) * (cycle_count_ + 1), 0);
     for (int quality = 0; quality < kRecalQualities; quality++) {
       const RecalRow* row = group.find(event, quality);
       if (row && row->total.observations > 0) fillRow(*row, quality, of_group, arguments.maximum_cycle_value);
@@ -100,17 +100,23 @@ class EventQualities {
   bool known() const { return known_; }
 
   // Replaces the qualities, which stand in text `offset` above their value, that are `min_qual` or more.
-  void apply(uint8_t* qualities, size_t length, int offset, int min_qual,
-             const std::vector<uint16_t>& contexts, const std::vector<int32_t>& cycles) const {
-    for (size_t i = 0; i < length; i++) {
+  void apply(uint8_t* qualities, int length, int offset, int min_qual, const uint16_t* contexts,
+             const int32_t* cycles) const {
+    // Copies, since a byte that is written might be part of any member.
+    const uint8_t* by_context = contexts_.data();
+    const int8_t* by_cycle = cycles_.data();
+    const uint8_t* map = map_.data() + kMapZero;
+    const uint32_t context_count = context_count_, cycle_count = cycle_count_,
+                   lowest = uint32_t(lowest_cycle_);
+    for (int i = 0; i < length; i++) {
       const int quality = qualities[i] - offset;
       if (quality < min_qual) continue;
+      const uint32_t row = std::min(uint32_t(quality), uint32_t(kRecalQualities));
       // One comparison finds both cycles that are out of the span and those that are none.
-      const uint32_t cycle = std::min(uint32_t(cycles[i]) - uint32_t(lowest_cycle_), cycle_count_);
-      const auto row = uint32_t(std::min(uint32_t(quality), uint32_t(kRecalQualities)));
+      const uint32_t cycle = std::min(uint32_t(cycles[i]) - lowest, cycle_count);
       const int value =
-          contexts_[row * context_count_ + contexts[i]] + cycles_[row * (cycle_count_ + 1) + cycle];
-      qualities[i] = uint8_t(map_[size_t(value + kMapZero)] + offset);
+          by_context[row * context_count + contexts[i]] + by_cycle[row * (cycle_count + 1) + cycle];
+      qualities[i] = uint8_t(map[value] + offset);
     }
   }
 
@@ -144,7 +150,7 @@ class EventQualities {
     }
   }
 
-  size_t context_count_;
+  uint32_t context_count_;
   bool known_ = false;
   int32_t lowest_cycle_ = INT32_MAX;
   uint32_t cycle_count_ = 0;
@@ -229,8 +235,8 @@ Read* QualTransform::transform(Read* read) {
     const EventQualities& event = group->events[e];
     if (!event.known()) continue;
     uint8_t* qualities = e == kMismatch ? read->quals : e == kInsertion ? read->getBITag() : read->getBDTag();
-    event.apply(qualities, size_t(read->length), e == kMismatch ? 0 : kTextOffset, group->min_qual,
-                covariates.contexts(RecalEvent(e)), covariates.cycles(RecalEvent(e)));
+    event.apply(qualities, read->length, e == kMismatch ? 0 : kTextOffset, group->min_qual,
+                covariates.contexts(RecalEvent(e)).data(), covariates.cycles(RecalEvent(e)).data());
   }
   return read;
 }
