@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -34,6 +35,7 @@ void Dedup::Engine::startShard() {
   span_start = reduced(shard.start, settings_.rules.params.readbehind);
   span_end = increased(shard.end, settings_.rules.params.readahead);
   for (const auto& cache : score_caches_) cache->setContig(shard.contig);
+  marker_.startShard();
   judged_ = false;
 }
 
@@ -68,8 +70,15 @@ void Dedup::Engine::loadMates(uint32_t start, uint32_t end) {
   mates_.clear();
   for (const auto& cache : score_caches_) {
     cache->fetch(static_cast<int32_t>(start), static_cast<int32_t>(end));
+    // The cache may hold more than was asked for.
+    const std::span<const VCFLine> lines = cache->records();
+    const auto isBefore = [](uint32_t bound) {
+      return [bound](const VCFLine& line) { return int64_t{line.pos} < int64_t{bound}; };
+    };
+    const auto low = std::partition_point(lines.begin(), lines.end(), isBefore(start));
+    const auto high = std::partition_point(low, lines.end(), isBefore(end));
     try {
-      mates_.add(cache->records());
+      mates_.add({low, high});
     } catch (const std::runtime_error& fault) {
       throw std::runtime_error(std::string(fault.what()) + "\nin file " + cache->path());
     }

@@ -88,27 +88,40 @@ void DuplicateMarker::fixMates(std::span<Read* const> window, const MarkStep& st
   }
 }
 
+// Windows overlap by more than half, so what is known of a read is kept. The reads of both windows are the first ones of
+// the new window, in the same order. One that is freed may leave its address to a new one, but that starts later.
 void DuplicateMarker::takeWindow(std::span<Read* const> window, const MarkStep& step,
                                  uint16_t skipped_flags) {
   const auto first = std::partition_point(window.begin(), window.end(),
                                           [&](const Read* read) { return read->start < step.from; });
   auto ordinal = static_cast<int32_t>(window.begin() - first);
   fixes_.clear();
+  previous_.swap(reads_);
   reads_.resize(window.size());
   WindowRead* next = reads_.data();
+  auto known = previous_.begin();
   for (Read* read : window) {
-    const bool judged = !(read->flag & skipped_flags);
-    *next++ = {read,
-               rules_.library_of_read_group[size_t(read->read_group)],
-               judged ? fivePrimeOf(*read) : 0,
-               -1,
-               ordinal++,
-               -1,
-               step.owns(*read),
-               judged,
-               false,
-               false};
+    while (known != previous_.end() && (known->read != read || known->start != read->start)) ++known;
+    *next = known != previous_.end() ? *known++ : lookAt(*read, !(read->flag & skipped_flags));
+    next->ordinal = ordinal++;
+    next->mate_fix = -1;
+    next->own = step.owns(*read);
+    next->paired = next->duplicate = false;
+    ++next;
   }
+}
+
+DuplicateMarker::WindowRead DuplicateMarker::lookAt(Read& read, bool judged) const {
+  WindowRead seen{};
+  seen.read = &read;
+  seen.start = read.start;
+  seen.library = rules_.library_of_read_group[size_t(read.read_group)];
+  seen.score = -1;
+  seen.judged = judged;
+  if (!judged) return seen;
+  seen.five_prime = fivePrimeOf(read);
+  seen.name_hash = NameTable::hashOf(read.name);
+  return seen;
 }
 
 void DuplicateMarker::countOwn() {
@@ -135,7 +148,7 @@ void DuplicateMarker::findPairEnds(bool (*wanted)(const Read& read, bool fixmate
   for (size_t i = 0; i < reads_.size(); ++i) {
     WindowRead& read = reads_[i];
     if (!read.judged || !wanted(*read.read, rules_.fixmate)) continue;
-    const int32_t mate = names_.takeOrPut(read.read->name, static_cast<int32_t>(i));
+    const int32_t mate = names_.takeOrPut(read.read->name, read.name_hash, static_cast<int32_t>(i));
     if (mate < 0) continue;
     pair_ends_.emplace_back(&reads_[size_t(mate)], &read);
     reads_[size_t(mate)].paired = read.paired = true;

@@ -53,8 +53,10 @@ class DuplicateMarker {
  public:
   struct WindowRead {
     Read* read;
+    uint32_t start;
     int32_t library;
     uint32_t five_prime;
+    uint32_t name_hash;
     int32_t score;     // -1: not yet known
     int32_t ordinal;   // place in the window, from the first read at or behind the start of the step
     int32_t mate_fix;  // index, -1 without one
@@ -65,6 +67,9 @@ class DuplicateMarker {
   };
 
   explicit DuplicateMarker(const MarkRules& rules);
+
+  // To be called before windows that do not go on from the last one: what was seen of its reads is forgotten.
+  void startShard() { reads_.clear(); }
 
   // Judges the reads of a window, which are in order of start; `mates` knows the mates of far pairs.
   void markDup(std::span<Read* const> window, const MarkStep& step, const MateInfoBase& mates);
@@ -107,6 +112,7 @@ class DuplicateMarker {
   };
 
   void takeWindow(std::span<Read* const> window, const MarkStep& step, uint16_t skipped_flags);
+  WindowRead lookAt(Read& read, bool judged) const;
   void countOwn();
   void findPairEnds(bool (*wanted)(const Read& read, bool fixmate));
   void addPair(WindowRead& a, WindowRead& b);
@@ -125,7 +131,7 @@ class DuplicateMarker {
   void beatFragments(const WindowRead& read);
 
   const MarkRules& rules_;
-  std::vector<WindowRead> reads_;
+  std::vector<WindowRead> reads_, previous_;  // of this window and the last one
   NameTable names_;
   std::vector<std::pair<WindowRead*, WindowRead*>> pair_ends_;
   std::vector<WindowRead*> left_;  // found no mate in the window

@@ -4,10 +4,8 @@
 #include <bit>
 #include <cstring>
 
-namespace {
-
 // Eight bytes at a time; names in a sorted window differ in their last digits.
-uint32_t hashOf(const char* name) {
+uint32_t NameTable::hashOf(const char* name) {
   constexpr uint64_t kMultiplier = 0x9E3779B97F4A7C15;
   size_t length = strlen(name);
   uint64_t hash = length;
@@ -22,8 +20,6 @@ uint32_t hashOf(const char* name) {
   return static_cast<uint32_t>(hash >> 32);
 }
 
-}  // namespace
-
 void NameTable::reset(size_t count) {
   const size_t size = std::bit_ceil(std::max<size_t>(16, 2 * count));
   if (slots_.size() < size) slots_.resize(size);
@@ -31,8 +27,7 @@ void NameTable::reset(size_t count) {
   std::fill_n(slots_.begin(), size, Slot{0, kFree, nullptr});
 }
 
-int32_t NameTable::takeOrPut(const char* name, int32_t number) {
-  const uint32_t hash = hashOf(name);
+int32_t NameTable::takeOrPut(const char* name, uint32_t hash, int32_t number) {
   for (size_t i = hash & mask_;; i = (i + 1) & mask_) {
     Slot& slot = slots_[i];
     if (slot.content == kFree) {
