@@ -1,0 +1,134 @@
+#include "algo/preprocess/mate_info.h"
+
+#include <algorithm>
+#include <cstring>
+#include <deque>
+#include <gtest/gtest.h>
+
+#include "algo/preprocess/read_end.h"
+#include "algo/preprocess/score_line.h"
+#include "read_builder.h"
+
+namespace {
+
+int32_t fivePrime(const std::string& cigar, bool reverse) {
+  ReadBuilder builder = readBuilder("r").at(0, 100).cigar(cigar);
+  if (reverse) builder.reverse();
+  bam_record record = builder;
+  BAMRead read;
+  read.attach(record);
+  return unclippedFivePrime(read);
+}
+
+TEST(ReadEnd, FivePrimeCountsSoftClipsOfTheRunAtTheEnd) {
+  EXPECT_EQ(fivePrime("3H5S10M7S2H", false), 95);
+  EXPECT_EQ(fivePrime("3H5S10M7S2H", true), 116);
+  EXPECT_EQ(fivePrime("10M5D10M", true), 124);
+  EXPECT_EQ(fivePrime("120S10M", false), -20);
+  EXPECT_EQ(fivePrime("10S", false), 90);
+}
+
+TEST(ReadEnd, ScoreCountsQualitiesFrom15) {
+  for (const auto& [quals, score] :
+       std::vector<std::pair<std::vector<uint8_t>, int>>{{{14, 15, 2, 40}, 55}, {{255, 255, 255, 255}, 0}}) {
+    bam_record record = readBuilder("r").at(0, 100).cigar("4M").quals(quals);
+    BAMRead read;
+    read.attach(record);
+    EXPECT_EQ(qualityScore(read), score);
+  }
+}
+
+// Parsed lines with the text they stand in.
+struct Lines {
+  std::deque<std::string> texts;
+  std::vector<VCFLine> lines;
+
+  void add(std::string text) {
+    texts.push_back(std::move(text));
+    if (texts.back().ends_with('\n')) texts.back().pop_back();
+    VCFLine line;
+    ASSERT_EQ(line.parse(texts.back().data(), uint32_t(texts.back().size())), VCFLine::kOk);
+    lines.push_back(line);
+  }
+  void add(int32_t mate_start, const MateSummary& summary, const char* name) {
+    std::string text;
+    appendScoreLine(text, "chr1", mate_start, summary, name);
+    add(text);
+  }
+};
+
+const MateSummary* find(const MateInfoByVcf& info, const std::string& name, int32_t start, int flag) {
+  bam_record record = readBuilder(name).at(0, start).cigar("4M").flag(FLAG_PAIRED | flag);
+  BAMRead read;
+  read.attach(record);
+  return info.find(read);
+}
+
+TEST(MateInfo, FindsTheMateAndNotTheReadItself) {
+  Lines lines;
+  lines.add(500, {-7, -9, FLAG_PAIRED | FLAG_FIRST | 1 << 16, 123, 4}, "a");
+  lines.add(500, {20, 10, FLAG_PAIRED | FLAG_SECOND, 99, 5}, "b");
+  lines.add(500, {0, 0, FLAG_PAIRED | FLAG_SECOND, 1, 6}, "b");  // told before
+  MateInfoByVcf info;
+  info.add(lines.lines);
+  const MateSummary* mate = find(info, "a", 500, FLAG_SECOND);
+  ASSERT_TRUE(mate);
+  EXPECT_EQ(mate->end, -7);
+  EXPECT_EQ(mate->five_prime, -9);
+  EXPECT_EQ(mate->flags, FLAG_PAIRED | FLAG_FIRST | 1 << 16);
+  EXPECT_EQ(mate->score, 123);
+  EXPECT_EQ(mate->ordinal, 4);
+  EXPECT_FALSE(find(info, "a", 500, FLAG_FIRST));
+  EXPECT_FALSE(find(info, "a", 501, FLAG_SECOND));
+  ASSERT_TRUE(find(info, "b", 500, FLAG_FIRST));
+  EXPECT_EQ(find(info, "b", 500, FLAG_FIRST)->score, 99);
+
+  Lines more;  // of another file
+  more.add(500, {0, 0, FLAG_PAIRED | FLAG_SECOND, 1, 6}, "b");
+  more.add(499, {0, 0, FLAG_PAIRED | FLAG_SECOND, 2, 6}, "b");
+  info.add(more.lines);
+  EXPECT_EQ(find(info, "b", 500, FLAG_FIRST)->score, 99);
+  EXPECT_EQ(find(info, "b", 499, FLAG_FIRST)->score, 2);
+  info.clear();
+  EXPECT_FALSE(find(info, "b", 500, FLAG_FIRST));
+}
+
+// More names than a block holds, among them those that would break a line.
+TEST(MateInfo, KeepsAnyNames) {
+  std::vector<std::string> names = {"x;y", "END=3", "tab\there", std::string(254, 'n'), "\xff\x80", "*"};
+  for (int i = 0; i < 30000; ++i) names.push_back("read" + std::to_string(i) + std::string(i % 90, '.'));
+  Lines lines;
+  for (size_t i = 0; i < names.size(); ++i)
+    lines.add(int32_t(i % 1000), {0, 0, FLAG_FIRST, int32_t(i), 1}, names[i].c_str());
+  MateInfoByVcf info;
+  for (int round = 0; round < 2; ++round) {
+    info.clear();
+    info.add(lines.lines);
+    for (size_t i = 0; i < names.size(); ++i) {
+      const MateSummary* mate = find(info, names[i], int32_t(i % 1000), FLAG_SECOND);
+      ASSERT_TRUE(mate) << names[i];
+      ASSERT_EQ(mate->score, int32_t(i));
+    }
+  }
+}
+
+TEST(MateInfo, RefusesOtherFormats) {
+  const auto told = [](const std::string& info) {
+    Lines lines;
+    lines.add("chr1\t5\t*\t*\t*\t*\t*\t" + info);
+    try {
+      MateInfoByVcf().add(lines.lines);
+    } catch (const std::runtime_error& error) {
+      return std::string(error.what());
+    }
+    return std::string();
+  };
+  EXPECT_EQ(told("1;2;3;4;5;n"), "");
+  EXPECT_EQ(told("1;2;3;4;n"), "Dedup: score_info format changed. Please rerun algo LocusCollector.");
+  const std::string long_name(255, 'n');
+  for (const std::string info : {"", ".", "1;2;3;4", "1;2;3;4;5;6;n", "1;2;x;4;5;n", "1;;3;4;5;n",
+                                 "1;2;3;4;9999999999;n", "1;2;3;4; 5;n", ("1;2;3;4;5;" + long_name).c_str()})
+    EXPECT_EQ(told(info), "Dedup: score info fie is in incorrect format or corrupted") << info;
+}
+
+}  // namespace
