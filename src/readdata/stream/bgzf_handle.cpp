@@ -121,13 +121,12 @@ bool BGZFHandle::openFile(const char* path, const char* mode) {
   return true;
 }
 
-std::unique_ptr<IOHandle> BGZFHandle::open(const char* path, const char* mode) {
+std::unique_ptr<IOHandle> BGZFHandle::open(const char* path, const char* mode, std::string* error) const {
   auto handle = std::make_unique<BGZFHandle>();
   handle->level_ = level_;
   handle->verify_crc_ = verify_crc_;
   if (handle->openFile(path, mode)) return handle;
-  error_kind_ |= handle->error_kind_;
-  error_ = handle->error_;
+  if (error != nullptr) *error = handle->error_text();
   return nullptr;
 }
 

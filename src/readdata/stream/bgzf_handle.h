@@ -39,7 +39,8 @@ class BGZFHandle final : public IOHandle {
   std::unique_ptr<IOHandle> clone() override;
   // Mode: 'r' reads, 'w' writes, digits give the level (above 9: the default), 'u' level 0. "-" is stdin or
   // stdout. Without digits the new handle has the level of this one.
-  std::unique_ptr<IOHandle> open(const char* path, const char* mode) override;
+  std::unique_ptr<IOHandle> open(const char* path, const char* mode,
+                                 std::string* error = nullptr) const override;
   bool openFile(const char* path, const char* mode);  // on this handle; false with the error set
 
   int64_t read(void* buffer, size_t count) override;

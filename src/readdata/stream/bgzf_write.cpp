@@ -8,7 +8,7 @@
 
 #include "readdata/stream/bgzf_file.h"
 #include "readdata/stream/bgzf_handle.h"
-#include "readdata/stream/fast_lz.h"
+#include "readdata/stream/block_lz.h"
 
 namespace {
 

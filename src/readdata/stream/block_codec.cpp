@@ -68,8 +68,8 @@ size_t BlockCompressor::deflateFast(const uint8_t* input, size_t size, uint8_t* 
   stream_->end_of_stream = true;
   stream_->next_out = output;
   stream_->avail_out = static_cast<uint32_t>(room);
-  if (!fast_lz(stream_.get()) || !stream_->finished()) return 0;
-  return stream_->total_out;
+  fast_lz(stream_.get());
+  return stream_->finished() ? stream_->total_out : 0;
 }
 
 size_t BlockCompressor::deflatePlain(const uint8_t* input, size_t size, uint8_t* output, size_t room) {

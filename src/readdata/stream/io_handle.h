@@ -21,9 +21,10 @@ class IOHandle {
 
   // A second handle on the same open file with a position of its own; read mode only, else null.
   virtual std::unique_ptr<IOHandle> clone() = 0;
-  // A new handle of the same kind, with the settings of this one; null on failure, the reason in
-  // error_text().
-  virtual std::unique_ptr<IOHandle> open(const char* path, const char* mode) = 0;
+  // A new handle of the same kind, with the settings of this one; null on failure, with the reason in `*error` when
+  // that is given. This handle stays as it is, and may be in use by another thread meanwhile.
+  virtual std::unique_ptr<IOHandle> open(const char* path, const char* mode,
+                                         std::string* error = nullptr) const = 0;
   // Bytes read, less than `count` only at the end of the file, 0 there; -1 on failure.
   virtual int64_t read(void* buffer, size_t count) = 0;
   virtual int64_t write(const void* buffer, size_t count) = 0;  // `count` or -1

@@ -50,10 +50,10 @@ bool POSIXIOHandle::openFile(const char* path, const char* mode) {
   return true;
 }
 
-std::unique_ptr<IOHandle> POSIXIOHandle::open(const char* path, const char* mode) {
+std::unique_ptr<IOHandle> POSIXIOHandle::open(const char* path, const char* mode, std::string* error) const {
   auto handle = std::make_unique<POSIXIOHandle>();
   if (handle->openFile(path, mode)) return handle;
-  error_ = handle->error_;
+  if (error != nullptr) *error = handle->error_text();
   return nullptr;
 }
 

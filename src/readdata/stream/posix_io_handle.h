@@ -14,7 +14,8 @@ class POSIXIOHandle final : public IOHandle {
 
   std::unique_ptr<IOHandle> clone() override;
   // A mode that begins with 'r' reads, any other writes a new file.
-  std::unique_ptr<IOHandle> open(const char* path, const char* mode) override;
+  std::unique_ptr<IOHandle> open(const char* path, const char* mode,
+                                 std::string* error = nullptr) const override;
   bool openFile(const char* path, const char* mode);  // on this handle; false with the error set
   int64_t read(void* buffer, size_t count) override;
   int64_t write(const void* buffer, size_t count) override;

@@ -10,7 +10,7 @@
 #include "base/host.h"
 #include "base/thread_coop.h"
 #include "readdata/stream/bgzf_handle.h"
-#include "readdata/stream/fast_lz.h"
+#include "readdata/stream/block_lz.h"
 #include "temp_folder.h"
 #include "zlib_blocks.h"
 
