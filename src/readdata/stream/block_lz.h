@@ -23,7 +23,7 @@ struct BitTail {
   uint32_t count = 0;  // at most 7
 };
 
-// True when the processor has the BMI2 instructions, with which the kernel is a tenth faster. Read once.
+// True when the processor has the BMI2 instructions, with which the kernel is some percent faster. Read once.
 bool cpuHasBmi2();
 
 // Deflate codes that fit data like a sample, whatever that is: all symbols have one.

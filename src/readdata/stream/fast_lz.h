@@ -13,7 +13,7 @@
 
 struct LZ_Stream2 {
   // Ready for another stream; the memory is kept. The tables, made from data like the input, must live as long as
-  // the stream does; null: every 64 KiB get codes of their own, which takes another half of the time.
+  // the stream does; null: every 64 KiB get codes of their own, for which it is parsed twice.
   void reset(const FastLzTables* codes = nullptr);
   bool finished() const { return stream_ended && tmp_out_start == tmp_out_end; }
 
