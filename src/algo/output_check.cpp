@@ -76,8 +76,15 @@ class RunFile {
 
  private:
   // _N as a number is printed; -1 is the header's.
-  static bool isShardSuffix(const std::string& text) {
+  static bool isShardSuffix(std::string text) {
     if (text == "_-1") return true;
+    const bool sorted = text.starts_with("_tmp_");  // _tmp_N, _tmp_N_N, _tmp_N_N.tmp: of a sort on the way
+    if (sorted) text.erase(0, 4);
+    if (sorted && text.ends_with(".tmp")) text.erase(text.size() - 4);
+    const size_t second = sorted ? text.find('_', 1) : text.npos;
+    return isNumber(text.substr(0, second)) && (second == text.npos || isNumber(text.substr(second)));
+  }
+  static bool isNumber(const std::string& text) {  // _N
     if (text.size() < 2 || text[0] != '_' || (text[1] == '0' && text.size() > 2)) return false;
     return text.find_first_not_of("0123456789", 1) == text.npos;
   }
