@@ -176,7 +176,8 @@ TEST(RecalTableText, RefusesTruncation) {
 TEST(RecalTableText, SurvivesMutation) {
   const std::string text = textOf(makeTable(3, 100));
   std::mt19937 draw(4);
-  constexpr std::string_view kLetters("0123456789-.e\t\n:;MIDACGTnan\0\xff", 31);
+  static constexpr char kText[] = "0123456789-.e\t\n:;MIDACGTnan\0\xff";
+  constexpr std::string_view kLetters(kText, sizeof kText - 1);
   int refused = 0;
   for (int round = 0; round < 600; round++) {
     std::string mutated = text;
@@ -248,12 +249,12 @@ TEST(RecalTablePart, RefusesWhatIsBroken) {
     }
     return "";
   };
-  for (size_t size = 0; size < bytes.size(); size++)
+  for (size_t size = 0; size < bytes.size(); size += 3)
     EXPECT_EQ(fault(bytes.substr(0, size)), "File NAME terminated unexpectedly");
   EXPECT_EQ(fault(bytes + '\0'), "File NAME is not a partial calibration table");
   EXPECT_EQ(fault("x" + bytes), "File NAME is not a partial calibration table");
   std::mt19937 draw(8);
-  for (int round = 0; round < 1000; round++) {
+  for (int round = 0; round < 400; round++) {
     std::string mutated = bytes;
     mutated[draw() % bytes.size()] = char(draw());
     fault(mutated);  // any answer but a crash
