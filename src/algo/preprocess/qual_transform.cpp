@@ -128,10 +128,10 @@ class EventQualities {
     for (int quality = 0; quality < kRecalQualities; quality++) {
       const RecalRow* row = group.find(event, quality);
       if (!row) continue;
-      for (int cycle = -limit; cycle <= limit; cycle++) {
-        if (row->cycles[size_t(cycle + limit)].observations == 0) continue;
-        lowest_cycle_ = std::min(lowest_cycle_, cycle);
-        highest = std::max(highest, cycle);
+      for (int i = 0; i <= 2 * limit; i++) {
+        if (row->cycles[size_t(i)].observations == 0) continue;
+        lowest_cycle_ = std::min(lowest_cycle_, i - limit);
+        highest = std::max(highest, i - limit);
       }
     }
     cycle_count_ = highest < lowest_cycle_ ? 0 : uint32_t(highest - lowest_cycle_ + 1);
@@ -145,7 +145,7 @@ class EventQualities {
       if (row.contexts[i].observations > 0) contexts[i] = uint8_t(empiricalQuality(row.contexts[i], of_row));
     int8_t* cycles = &cycles_[size_t(quality) * (cycle_count_ + 1)];
     for (uint32_t i = 0; i < cycle_count_; i++) {
-      const RecalCounts& cell = row.cycles[size_t(lowest_cycle_ + limit) + i];
+      const RecalCounts& cell = row.cycles[uint32_t(lowest_cycle_ + limit) + i];
       if (cell.observations > 0) cycles[i] = int8_t(empiricalQuality(cell, of_row) - of_row);
     }
   }
