@@ -11,6 +11,8 @@
 
 namespace {
 
+constexpr uint32_t kLineGap = 1000;  // bases without reads over which lines are loaded nevertheless
+
 // a - b, but not below 0.
 uint32_t reduced(uint32_t a, int32_t b) {
   return a > static_cast<uint32_t>(b) ? a - static_cast<uint32_t>(b) : 0;
@@ -58,27 +60,41 @@ void Dedup::Engine::advance(uint32_t from, uint32_t to) {
     context->reads->fetch(start, end, 0, reads_);
   }
   if (reads_.empty()) return;
-  loadMates(std::min(start, reads_.front()->start), end);
+  loadMates(start, end);
   TimerScope scope(calc_timer);
   calc(step_start, step_end);
 }
 
-// The set of mates is made anew for each window.
+// The set of mates is made anew for each window. Lines stand where the reads do that look for them, most of them between
+// `start` and `end`; a read that starts far before the window and reaches into it does not bring in all that lies
+// between.
 void Dedup::Engine::loadMates(uint32_t start, uint32_t end) {
   static Timer* const mates_timer = timer("vcfadvance");
   TimerScope scope(mates_timer);
   mates_.clear();
+  if (score_caches_.empty()) return;
+  stretches_.clear();
+  for (const Read* read : reads_) {
+    if (read->start >= start) break;
+    if (stretches_.empty() || read->start - stretches_.back().second > kLineGap)
+      stretches_.emplace_back(read->start, read->start);
+    stretches_.back().second = read->start + 1;
+  }
+  if (stretches_.empty() || start - stretches_.back().second > kLineGap) stretches_.emplace_back(start, end);
+  stretches_.back().second = end;
+
   for (const auto& cache : score_caches_) {
-    cache->fetch(static_cast<int32_t>(start), static_cast<int32_t>(end));
-    // The cache may hold more than was asked for.
+    cache->fetch(static_cast<int32_t>(stretches_.front().first), static_cast<int32_t>(end));
     const std::span<const VCFLine> lines = cache->records();
     const auto isBefore = [](uint32_t bound) {
       return [bound](const VCFLine& line) { return int64_t{line.pos} < int64_t{bound}; };
     };
-    const auto low = std::partition_point(lines.begin(), lines.end(), isBefore(start));
-    const auto high = std::partition_point(low, lines.end(), isBefore(end));
     try {
-      mates_.add({low, high});
+      for (const auto& [from, to] : stretches_) {
+        const auto low = std::partition_point(lines.begin(), lines.end(), isBefore(from));
+        const auto high = std::partition_point(low, lines.end(), isBefore(to));
+        if (low != high) mates_.add({low, high});
+      }
     } catch (const std::runtime_error& fault) {
       throw std::runtime_error(std::string(fault.what()) + "\nin file " + cache->path());
     }

@@ -2,7 +2,9 @@
 // reads that have been seen with all their mates and rivals are judged and written.
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "algo/preprocess/dedup.h"
@@ -33,5 +35,6 @@ class Dedup::Engine final : public ReadWriter::Engine {
   DuplicateMarker marker_;
   MateInfoByVcf mates_;
   std::vector<std::unique_ptr<VCFCache>> score_caches_;
+  std::vector<std::pair<uint32_t, uint32_t>> stretches_;  // scratch: [from, to) of lines
   bool judged_ = false;  // a step of the shard has been through the judgement
 };

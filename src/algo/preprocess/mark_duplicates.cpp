@@ -205,9 +205,9 @@ void DuplicateMarker::addFarPair(WindowRead& own, const MateSummary* mate) {
                   mate == nullptr};
   int32_t mate_ordinal = 0;
   if (mate != nullptr) {
-    pair.pos2 = static_cast<uint32_t>(rules_.params.clip ? mate->five_prime
-                                      : mate_reverse     ? mate->end - 1
-                                                         : read.mate_start);
+    pair.pos2 = rules_.params.clip ? static_cast<uint32_t>(mate->five_prime)
+                : mate_reverse     ? static_cast<uint32_t>(mate->end) - 1
+                                   : static_cast<uint32_t>(read.mate_start);
     pair.mate_score = mate->score;
     mate_ordinal = mate->ordinal;
   }
