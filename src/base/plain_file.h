@@ -1,7 +1,14 @@
-// plain_file.h - opening an input that can be read anew from its beginning.
+// plain_file.h - opening an input that can be read anew from its beginning, and the owner of a stream.
 #pragma once
 
 #include <cstdio>
+#include <memory>
+
+// Closes the stream when it goes out of scope; release() and fclose() where the result counts.
+struct FileCloser {
+  void operator()(FILE* stream) const { fclose(stream); }
+};
+using FileOwner = std::unique_ptr<FILE, FileCloser>;
 
 // A stream that reads the file at `path`, or null with errno. A pipe or a device is refused with ESPIPE, and
 // without waiting for its other end: it may never end, and cannot be rewound. A directory opens, as with

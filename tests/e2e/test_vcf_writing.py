@@ -171,10 +171,9 @@ def test_same_file_at_any_thread_count_and_sharding(size, variants, copy, tmp_pa
 
 
 @pytest.mark.parametrize("output", ["out.vcf.gz", "out.vcf"])
-@pytest.mark.parametrize("size", [2_000_000, 10_000])
-def test_plain_and_compressed_files_read_back_by_region(output, size, variants, copy, vcf_regions):
+def test_files_of_many_shards_read_back_by_region(output, variants, copy, vcf_regions):
     folder, v = variants
-    path = copy(output, "-t", 3, "-r", folder / "ref.fa", "--shard_param", f"{size}/1000")
+    path = copy(output, "-t", 3, "-r", folder / "ref.fa", "--shard_param", "10000/1000")
     regions = list(random_regions(v.contigs, 1000, seed=10))
     asked = "".join(f"{c} {start} {end}\n" for c, start, end in regions)
     result = subprocess.run([vcf_regions, "-m", path], input=asked, text=True, capture_output=True, check=True)

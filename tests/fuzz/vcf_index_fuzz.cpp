@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -40,7 +41,11 @@ void check(GenomeIndex& index, GenomeIndex& again, const std::string& path) {
       before.push_back(answers(*contig));
       auto joined = index.newContigIndex(name);
       joined->start(5);
-      joined->add(*contig, {{7, 7}});
+      try {
+        joined->add(*contig, {{7, 7}});
+      } catch (const std::logic_error&) {
+        continue;  // bins too narrow
+      }
       answers(*joined);
       joined->dropFront(1, 1000);
       joined->add(INT32_MAX - 1, INT32_MAX, contig->last);

@@ -6,9 +6,29 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <random>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "readdata/vcf/genome_index.h"
+
+// The bytes of a file's fields.
+class Words {
+ public:
+  template <typename... T>
+  Words& operator()(T... values) {
+    (bytes.append(reinterpret_cast<const char*>(&values), sizeof values), ...);
+    return *this;
+  }
+  Words& text(std::string_view value) {
+    bytes.append(value);
+    return *this;
+  }
+  Words& word(std::string_view value) { return text(value).text(std::string_view("", 1)); }  // with its NUL
+  std::string bytes;
+};
+
+constexpr int32_t kLengths[] = {300, 100000, 250000000, INT32_MAX - 1};  // of contigs
 
 struct Feature {
   int32_t start, end;
@@ -60,6 +80,13 @@ inline std::unique_ptr<GenomeIndex::ContigIndex> joinShards(const GenomeIndex& k
   return joined;
 }
 
+inline std::vector<GenomeIndex::Chunk> answer(const GenomeIndex::ContigIndex& index, int32_t start,
+                                              int32_t end) {
+  std::vector<GenomeIndex::Chunk> chunks;
+  index.query(start, end, chunks);
+  return chunks;
+}
+
 // Random regions, many of them at the ends of features, and the odd ones.
 inline std::vector<std::pair<int32_t, int32_t>> randomRegions(std::mt19937& random,
                                                               const std::vector<Feature>& features,
@@ -95,4 +122,24 @@ inline void expectCovered(const GenomeIndex::ContigIndex& index, const std::vect
     ASSERT_TRUE(held) << feature.start << "-" << feature.end << " in " << region.first << "-"
                       << region.second;
   }
+}
+
+// The index of all features, after it was compared with one joined from shards, whole and without its front.
+inline std::unique_ptr<GenomeIndex::ContigIndex> checkedIndex(
+    const GenomeIndex& kind, std::mt19937& random, const std::vector<Feature>& features,
+    const std::vector<std::pair<int32_t, int32_t>>& regions) {
+  auto filled = kind.newContigIndex("c"), joined = joinShards(kind, random, features);
+  addFeatures(*filled, features, 0, features.size());
+  EXPECT_EQ(joined->count, filled->count);
+  EXPECT_EQ(joined->first, filled->first);
+  EXPECT_EQ(joined->last, filled->last);
+  for (auto region : regions) {
+    expectCovered(*filled, features, region);
+    EXPECT_EQ(answer(*filled, region.first, region.second), answer(*joined, region.first, region.second));
+  }
+  const size_t dropped = random() % features.size();
+  joined->dropFront(static_cast<int32_t>(dropped), features[dropped].offset);
+  EXPECT_EQ(joined->count, static_cast<int32_t>(features.size() - dropped));
+  for (auto region : regions) expectCovered(*joined, features, region, dropped);
+  return filled;
 }

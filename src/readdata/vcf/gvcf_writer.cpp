@@ -9,6 +9,8 @@
 #include <string_view>
 #include <utility>
 
+#include "readdata/vcf/vcf_line.h"
+
 namespace {
 
 const std::string kSample = "samples";
@@ -22,12 +24,6 @@ struct BodyLine {
   int64_t end;  // of INFO, exclusive; -1 without one
 };
 
-int64_t endOfInfo(const char* info) {
-  for (const char* found = info; (found = strstr(found, "END=")) != nullptr; found += 4)
-    if (found == info || found[-1] == ';') return strtoll(found + 4, nullptr, 10);
-  return -1;
-}
-
 // Cuts `text` at tabs, in place; false for fewer than four columns.
 bool parseBodyLine(char* text, BodyLine& line) {
   char* columns[8];
@@ -38,7 +34,9 @@ bool parseBodyLine(char* text, BodyLine& line) {
     if (from != nullptr) *from++ = '\0';
   }
   if (count < 4) return false;
-  line = {columns[0], strtoll(columns[1], nullptr, 10) - 1, count < 8 ? -1 : endOfInfo(columns[7])};
+  const char* const end = count < 8 ? nullptr : findInfoEnd(columns[7]);
+  line = {columns[0], std::max(strtoll(columns[1], nullptr, 10), 0LL) - 1,
+          end == nullptr ? -1 : strtoll(end, nullptr, 10)};
   return true;
 }
 

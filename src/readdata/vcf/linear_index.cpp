@@ -43,6 +43,7 @@ bool LinearIndex::ChrIndex::query(int32_t start, int32_t end, std::vector<Chunk>
 
 void LinearIndex::ChrIndex::add(const ContigIndex& other, const OffsetMap& offsetMap) {
   const auto& shard = dynamic_cast<const ChrIndex&>(other);
+  if (shard.binWidth < kMinJoinedWidth) throw std::logic_error("binWidth >= kMinJoinedWidth");
   if (count == 0) {
     binWidth = shard.binWidth;
     offsets.clear();

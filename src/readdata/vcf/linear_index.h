@@ -33,6 +33,9 @@ class LinearIndex final : public GenomeIndex {
 
 class LinearIndex::ChrIndex final : public GenomeIndex::ContigIndex {
  public:
+  // Of an index that is joined to another, whose bins then reach as far as any later feature.
+  static constexpr uint32_t kMinJoinedWidth = 1000;
+
   uint32_t firstBin = 0;
   uint32_t binWidth;
   uint32_t longest = 0;          // feature, bases

@@ -21,11 +21,6 @@ constexpr std::string_view kDictKey = "DICT:";
 // Far above the index of any real file; one of this size is not read at all.
 constexpr int64_t kMaxFileSize = int64_t(1) << 30;
 
-struct FileCloser {
-  void operator()(FILE* stream) const { fclose(stream); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
-
 // Reads a .idx, of which every number may be wrong. Nothing is allocated for what has not been read.
 class Reader {
  public:
@@ -195,7 +190,7 @@ bool LinearIndex::load(const std::string& dataPath) {
     fprintf(stderr, "Failed to load header from index file %s: %s\n", name, reason.c_str());
     return false;
   };
-  File stream(open_plain_file(name));
+  FileOwner stream(open_plain_file(name));
   if (stream == nullptr) {
     fprintf(stderr, "Failed to open index file %s: %s\n", name, strerror(errno));
     return false;
@@ -278,7 +273,7 @@ bool LinearIndex::save(const std::string& dataPath) {
     if (lstat(index_path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) unlink(index_path.c_str());
     return false;
   };
-  File stream(fopen(index_path.c_str(), "wbe"));
+  FileOwner stream(fopen(index_path.c_str(), "wbe"));
   if (stream == nullptr) {
     fprintf(stderr, "Failed to create index file %s: %s\n", index_path.c_str(), strerror(errno));
     return false;

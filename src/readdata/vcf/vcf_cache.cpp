@@ -77,6 +77,7 @@ void VCFCache::parseHeader(VCFHeader& header) {
   } catch (const std::runtime_error& failure) {
     throw std::runtime_error(failure.what() + (" in vcf file " + path_));
   }
+  if (stream_->error_code() != 0) failRead();  // else a cut header would do
 }
 
 void VCFCache::getHeader(VCFHeader& header) {

@@ -60,6 +60,7 @@ class VCFCache {
   void growBlocks(uint32_t capacity);
 
   void parseHeader(VCFHeader& header);
+  [[noreturn]] void failRead();
   int64_t tell();
   int64_t seek(int64_t offset);
   // Bytes of the next line with its newline, 0 at the end of the file, kNoRoom (the stream stands inside it) for a line

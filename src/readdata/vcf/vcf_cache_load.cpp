@@ -17,15 +17,19 @@ int64_t VCFCache::tell() {
   return stream_->seek(0, SEEK_CUR);
 }
 
+void VCFCache::failRead() {
+  throw std::runtime_error("Error reading vcf file " + path_ + ", " + stream_->error_text());
+}
+
 int64_t VCFCache::seek(int64_t offset) {
   const int64_t reached = stream_->seek(offset, SEEK_SET);
-  if (reached < 0) throw std::runtime_error("Error reading vcf file " + path_ + ", " + stream_->error_text());
+  if (reached < 0) failRead();
   return reached;
 }
 
 int64_t VCFCache::readLine(char* text, uint32_t room) {
   const int64_t got = stream_->read_until(text, room, '\n');
-  if (got < 0) throw std::runtime_error("Error reading vcf file " + path_ + ", " + stream_->error_text());
+  if (got < 0) failRead();
   if (got == 0 || text[got - 1] == '\n') return got;
   if (got < room) throw std::runtime_error("Truncated vcf file " + path_);
   return kNoRoom;

@@ -20,25 +20,19 @@ int64_t parseCoordinate(const char* from, const char* to) {
   return value;
 }
 
-// Finds the value of the first item that begins with "END=".
-bool findEnd(const char* info, const char** from, const char** to) {
-  while (true) {
-    const char* stop = strchrnul(info, ';');
-    if (strncmp(info, "END=", 4) == 0) {
-      *from = info + 4;
-      *to = stop;
-      return true;
-    }
-    if (*stop == '\0') return false;
-    info = stop + 1;
-  }
-}
-
 bool endsColumn(char c) {
   return c == '\0' || c == '\t';
 }
 
 }  // namespace
+
+const char* findInfoEnd(const char* info) {
+  while (strncmp(info, "END=", 4) != 0) {
+    info = strchrnul(info, ';');
+    if (*info++ == '\0') return nullptr;
+  }
+  return info + 4;
+}
 
 VCFLine::Result VCFLine::parse(char* text, uint32_t length) {
   line = text;
@@ -72,10 +66,12 @@ VCFLine::Result VCFLine::parse(char* text, uint32_t length) {
   std::fill(offsets + columns, offsets + kColumns, static_cast<uint16_t>(absent - text));
 
   int64_t last = std::max<int64_t>(int64_t{pos} + ref_length, 0);
-  const char *from, *to;
-  if (findEnd(column(kInfo), &from, &to) && !(to - from == 1 && *from == '.')) {
-    last = parseCoordinate(from, to);
-    if (last == kNoNumber || last <= pos) return kBad;
+  if (const char* from = findInfoEnd(column(kInfo))) {
+    const char* to = strchrnul(from, ';');
+    if (to - from != 1 || *from != '.') {
+      last = parseCoordinate(from, to);
+      if (last == kNoNumber || last <= pos) return kBad;
+    }
   }
   if (last > std::numeric_limits<int32_t>::max()) return kBad;
   end = static_cast<int32_t>(last);

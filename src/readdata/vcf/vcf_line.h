@@ -30,6 +30,9 @@ struct VCFLine {
 
 static_assert(sizeof(VCFLine) == 32);
 
+// The value of the first item of an INFO text that begins with "END="; it goes up to a ';' or the NUL. Null without one.
+const char* findInfoEnd(const char* info);
+
 // Walks the items of INFO, or the FORMAT keys of a record with the values of one sample.
 struct VCFFieldCursor {
   const VCFLine* line = nullptr;

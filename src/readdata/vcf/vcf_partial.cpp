@@ -23,8 +23,9 @@ std::unique_ptr<GenomeIndex> VCFWriter::loadPartialIndex(const std::string& part
 }
 
 std::unique_ptr<IOHandle> VCFWriter::openPartial(const std::string& partialPath) {
-  std::unique_ptr<IOHandle> handle = stream_->open(partialPath.c_str(), "r");
-  if (!handle) fail("failed to open file " + partialPath + ", " + stream_->error_text());
+  std::string reason;
+  std::unique_ptr<IOHandle> handle = stream_->open(partialPath.c_str(), "r", &reason);
+  if (!handle) fail("failed to open file " + partialPath + ", " + reason);
   // A plain stream would read any bytes.
   const bool compressed = dynamic_cast<const BGZFHandle*>(stream_.get()) != nullptr;
   if (compressed != BGZFHandle::is_bgzf(partialPath.c_str())) fail("Incompatible temp file format");
@@ -66,6 +67,10 @@ void VCFWriter::merge(const std::string& partialPath) {
     requireNewOrCurrent(contig.name, partialPath);
     Result result;
     result.ci = std::move(found->second);
-    merge(&result, handle.get());
+    try {
+      merge(&result, handle.get());
+    } catch (const std::logic_error& broken) {
+      fail(std::string(broken.what()) + " in file " + partialPath);
+    }
   }
 }

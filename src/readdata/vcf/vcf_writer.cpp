@@ -125,8 +125,9 @@ void VCFWriter::merge(Result* result, IOHandle* handle) {
 }
 
 std::unique_ptr<IOHandle> VCFWriter::openTemp(const std::string& tempPath) {
-  std::unique_ptr<IOHandle> handle = stream_->open(tempPath.c_str(), "r");
-  if (!handle) fail("failed to open temp file " + tempPath + ", " + stream_->error_text());
+  std::string reason;
+  std::unique_ptr<IOHandle> handle = stream_->open(tempPath.c_str(), "r", &reason);
+  if (!handle) fail("failed to open temp file " + tempPath + ", " + reason);
   return handle;
 }
 

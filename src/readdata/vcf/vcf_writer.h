@@ -76,7 +76,7 @@ class VCFWriter {
 
   std::string name_, path_;
   std::unique_ptr<IOHandle> stream_;
-  IOHandle* parent_ = nullptr;  // the output's stream: a clone opens its files as that one is
+  const IOHandle* parent_ = nullptr;  // the output's stream: a clone opens its files as that one is
   std::shared_ptr<GenomeIndex> index_;
   std::unique_ptr<GenomeIndex::ContigIndex> current_;
   IndexOptions indexOptions_;

@@ -132,10 +132,12 @@ TEST(PosixHandle, TellsOfFailures) {
   POSIXIOHandle handle;
   EXPECT_FALSE(handle.openFile(folder.path("none").c_str(), "r"));
   EXPECT_EQ(handle.error_code(), ENOENT);
-  EXPECT_EQ(handle.open(folder.path("none/a").c_str(), "w"), nullptr);
-  EXPECT_EQ(handle.error_text(), strerror(ENOENT));
   EXPECT_EQ(handle.read(&byte, 1), -1);
   EXPECT_EQ(handle.error_code(), EBADF);
+  std::string error;
+  EXPECT_EQ(handle.open(folder.path("none/a").c_str(), "w", &error), nullptr);
+  EXPECT_EQ(error, strerror(ENOENT));
+  EXPECT_EQ(handle.error_code(), EBADF);  // its own, as before
 
   auto writer = handle.open(folder.path("out").c_str(), "w");
   ASSERT_NE(writer, nullptr);

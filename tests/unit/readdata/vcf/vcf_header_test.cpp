@@ -74,24 +74,6 @@ TEST(VCFHeader, VersionOrderAndLineEndsAreNormalised) {
                 std::string(kColumns) + "\tFORMAT\ts\n");
 }
 
-TEST(VCFHeader, StreamStandsAtTheFirstRecord) {
-  const TempFolder folder;
-  const std::string text = "##a=1\n" + std::string(kColumns) + "\n1\t5\n";
-  for (const char* name : {"x.vcf", "x.vcf.gz"}) {
-    auto out = openStream(folder.path(name), "w");
-    out->write(text.data(), text.size());
-    ASSERT_EQ(out->close(), 0);
-    const auto stream = openStream(folder.path(name), "r");
-    VCFHeader header;
-    header.parse(*stream);
-    EXPECT_THAT(header.lines, ElementsAre("a=1"));
-    EXPECT_TRUE(header.samples.empty());
-    char rest[8] = {};
-    EXPECT_EQ(stream->read(rest, sizeof rest), 4);
-    EXPECT_STREQ(rest, "1\t5\n");
-  }
-}
-
 TEST(VCFHeader, LinesOf4095BytesAreLost) {
   const std::string kept = "##k=" + std::string(4090, 'x');  // 4094 bytes
   const std::string lost = kept + 'x';
