@@ -18,7 +18,7 @@ namespace {
 
 // The first bytes of a regular file, which is what an index can point into.
 size_t firstBytes(const std::string& path, void* buffer, size_t count) {
-  std::unique_ptr<FILE, int (*)(FILE*)> stream(open_plain_file(path.c_str()), fclose);
+  FileOwner stream(open_plain_file(path.c_str()));
   if (stream == nullptr) failOpen(path, errno == ESPIPE ? "Not a regular file" : strerror(errno));
   size_t got = fread(buffer, 1, count, stream.get());
   if (ferror(stream.get())) failOpen(path, strerror(errno));

@@ -22,11 +22,6 @@ constexpr char kMagic[4] = {'B', 'A', 'I', 1};
 // Far above the index of any real file; one of this size is not read at all.
 constexpr int64_t kMaxFileSize = int64_t(1) << 30;
 
-struct FileCloser {
-  void operator()(FILE* stream) const { fclose(stream); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
-
 // Reads an index with every count bounded by what is left of the file.
 class IndexReader {
  public:
@@ -267,7 +262,7 @@ std::shared_ptr<const BamIndex> BamIndex::load(const std::string& bam_path, int 
                                                int64_t contig_count) {
   if (build_mode > 1) return buildAndSave(bam_path);
   std::string name = indexName(bam_path);
-  File stream(open_plain_file(name.c_str()));
+  FileOwner stream(open_plain_file(name.c_str()));
   struct stat status = {};
   if (stream != nullptr && (fstat(fileno(stream.get()), &status) != 0 || !S_ISREG(status.st_mode))) {
     stream.reset();

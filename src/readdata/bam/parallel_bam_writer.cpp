@@ -131,7 +131,7 @@ void ParallelBamWriter::copyHeader(const bam_header& header) {
   bam.writeHeader();
   bam.close();
 
-  File file(openToRead(probe));
+  FileOwner file(openToRead(probe));
   const uint64_t size = sizeOf(file.get(), probe);
   const uint64_t tail = uint64_t(bam.tailSize());
   if (tail != eof_block_.size() || size < tail) throw std::runtime_error("corrupt file " + probe);
@@ -165,7 +165,7 @@ void ParallelBamWriter::merge(Result* result) {
 
 // Moves all but the end marker.
 void ParallelBamWriter::appendShard(const std::string& name) {
-  File file(openToRead(name));
+  FileOwner file(openToRead(name));
   const uint64_t size = sizeOf(file.get(), name);
   std::array<uint8_t, BGZFHandle::kEofSize> tail;
   if (size < tail.size()) throw std::runtime_error("corrupt file " + name);

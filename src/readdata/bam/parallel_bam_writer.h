@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdio>
 
+#include "base/plain_file.h"
 #include "readdata/bam/bam_index.h"
 #include "readdata/bam/read_writer_base.h"
 #include "readdata/bam/write_pipeline.h"
@@ -23,12 +24,6 @@ class ParallelBamWriter final : public ParallelReadWriterBase {
   void close() override;
 
  private:
-  // Closes the file when it goes out of scope; release() and fclose() where the result counts.
-  struct FileCloser {
-    void operator()(FILE* file) const { fclose(file); }
-  };
-  using File = std::unique_ptr<FILE, FileCloser>;
-
   void prepareIndex() const;
   void openOutput();
   void emptyOutput();
@@ -45,7 +40,7 @@ class ParallelBamWriter final : public ParallelReadWriterBase {
   const int level_;
   std::string index_path_;  // empty: no index
 
-  File file_;              // null before init() and after close()
+  FileOwner file_;         // null before init() and after close()
   uint64_t position_ = 0;  // bytes written, or on their way
   std::array<uint8_t, BGZFHandle::kEofSize> eof_block_;
   std::unique_ptr<WritePipeline> pipeline_;

@@ -45,7 +45,7 @@ int32_t toStat(const std::string& word) {
 }  // namespace
 
 bool GeneList::load(const char* path) {
-  std::unique_ptr<FILE, int (*)(FILE*)> stream(open_plain_file(path), fclose);
+  FileOwner stream(open_plain_file(path));
   if (!stream) {
     fprintf(stderr, "Failed to open RefSeq file %s, %s\n", path, strerror(errno));
     return false;

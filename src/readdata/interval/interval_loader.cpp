@@ -110,7 +110,7 @@ bool IntervalList::load(const char* path) {
   per_contig_.clear();
   contig_index_.clear();
   total_ = 0;
-  std::unique_ptr<FILE, int (*)(FILE*)> stream(open_plain_file(path), fclose);
+  FileOwner stream(open_plain_file(path));
   if (!stream) {
     fprintf(stderr, "Failed to open file %s: %s\n", path, strerror(errno));
     return false;

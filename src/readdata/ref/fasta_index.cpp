@@ -43,7 +43,7 @@ bool widthsAreSound(const FastaIndexEntry& entry) {
 }  // namespace
 
 bool FastaIndex::load(const std::string& path, uint64_t file_size) {
-  std::unique_ptr<FILE, int (*)(FILE*)> stream(open_plain_file(path.c_str()), fclose);
+  FileOwner stream(open_plain_file(path.c_str()));
   if (!stream) {
     fprintf(stderr, "Failed to open FASTA index file %s: %s\n", path.c_str(), strerror(errno));
     return false;
