@@ -1,5 +1,5 @@
-// dedup.h - Dedup marks the reads that are copies of a better one, or leaves them out, while it copies the reads of a run
-// to one sorted file; it counts per library, for a metrics file.
+// dedup.h - Dedup marks the reads that are copies of a better one, or leaves them out, while it copies the reads of
+// a run to one sorted file; it counts per library, for a metrics file.
 // Needs    the score files of LocusCollector on the same reads, for pairs whose ends are never in one window.
 // More in docs/algorithms/dedup.md.
 #pragma once

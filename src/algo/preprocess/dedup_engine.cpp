@@ -65,9 +65,9 @@ void Dedup::Engine::advance(uint32_t from, uint32_t to) {
   calc(step_start, step_end);
 }
 
-// The set of mates is made anew for each window. Lines stand where the reads do that look for them, most of them between
-// `start` and `end`; a read that starts far before the window and reaches into it does not bring in all that lies
-// between.
+// The set of mates is made anew for each window. Lines stand where the reads do that look for them, most of them
+// between `start` and `end`; a read that starts far before the window and reaches into it does not bring in all that
+// lies between.
 void Dedup::Engine::loadMates(uint32_t start, uint32_t end) {
   static Timer* const mates_timer = timer("vcfadvance");
   TimerScope scope(mates_timer);

@@ -1,6 +1,6 @@
 // dedup_metrics.h - what duplicate marking counts of each library, and the files that tell it.
-// Source   the library size follows Lander and Waterman, Genomics 1988: of a library of X different fragments, N random
-//          draws show X * (1 - exp(-N / X)) different ones.
+// Source   the library size follows Lander and Waterman, Genomics 1988: of a library of X different fragments, N
+//          random draws show X * (1 - exp(-N / X)) different ones.
 // Threads  one thread at a time.
 #pragma once
 

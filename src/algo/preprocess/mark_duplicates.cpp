@@ -88,8 +88,8 @@ void DuplicateMarker::fixMates(std::span<Read* const> window, const MarkStep& st
   }
 }
 
-// Windows overlap by more than half, so what is known of a read is kept. The reads of both windows are the first ones of
-// the new window, in the same order. One that is freed may leave its address to a new one, but that starts later.
+// Windows overlap by more than half, so what is known of a read is kept. The reads of both windows are the first
+// ones of the new window, in the same order. One that is freed may leave its address to a new one, but that starts later.
 void DuplicateMarker::takeWindow(std::span<Read* const> window, const MarkStep& step,
                                  uint16_t skipped_flags) {
   const auto first = std::partition_point(window.begin(), window.end(),

@@ -1,9 +1,9 @@
 // mark_duplicates.h - which reads of a window are copies of a better one. Knows no files.
 //
-//   pair      two reads, or one and what a score file tells of its mate; of pairs of one library with the same two 5-prime
-//             positions and strands all but the best are duplicates
-//   fragment  a read that is judged alone; one without a mapped mate is a duplicate where an end of a pair, or a better
-//             fragment, has the same 5-prime position and strand
+//   pair      two reads, or one and what a score file tells of its mate; of pairs of one library with the same two
+//             5-prime positions and strands all but the best are duplicates
+//   fragment  a read that is judged alone; one without a mapped mate is a duplicate where an end of a pair, or a
+//             better fragment, has the same 5-prime position and strand
 //
 // Coords   zero-based half open.
 // Threads  one object per thread. Its memory is used again from window to window: no allocation once warm.
@@ -43,7 +43,10 @@ struct MarkStep {
   uint32_t from = 0, to = 0;
   uint32_t low = 0;  // reads that start in [low, from) belong to the step when they reach beyond `from`
 
-  bool owns(const Read& read) const { return read.start >= low && read.start < to && read.end > from; }
+  // A read whose alignment covers no base stands at its start.
+  bool owns(const Read& read) const {
+    return read.start >= low && read.start < to && (read.start >= from || read.end > from);
+  }
 };
 
 bool isUnpaired(const Read& read);  // or has no mapped mate

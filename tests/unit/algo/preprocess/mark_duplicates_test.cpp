@@ -115,6 +115,17 @@ TEST_F(MarkDuplicates, FarPairsAreJudgedByWhatIsToldOfTheMate) {
   }
 }
 
+TEST(MarkStep, OwnsWhatReachesIntoItAndAReadThatCoversNoBase) {
+  const auto owns = [](int start, const char* cigar) {
+    bam_record record = readBuilder("r").at(1, start).cigar(cigar).build();
+    BAMRead read;
+    read.attach(record);
+    return MarkStep{1000, 2000, 500}.owns(read);
+  };
+  EXPECT_TRUE(owns(1000, "50I") && owns(1999, "50M") && owns(951, "50M"));
+  EXPECT_FALSE(owns(950, "50M") || owns(499, "900M") || owns(2000, "50M"));
+}
+
 TEST_F(MarkDuplicates, LibrariesAreApart) {
   rules.library_of_read_group = {0, 1};
   rules.library_count = 2;
