@@ -170,27 +170,30 @@ def test_any_threads_and_shards_and_parts(run, reads, tmp_path):
 
 
 def biased_copy(source, target, seed=1):
-    """True qualities in, reported ones out: by group, cycle and context too high or too low by some phred."""
+    """Reads without errors in; out with errors at one of two rates, and qualities that misstate the rate by some phred
+    that depend on group, cycle and context."""
+    draw = random.Random(seed)
     with pysam.AlignmentFile(str(source)) as old:
         groups = {g["ID"]: i for i, g in enumerate(old.header.to_dict()["RG"])}
         with pysam.AlignmentFile(str(target), "wb", template=old) as new:
             for read in old:
-                if read.query_qualities is not None:
-                    bases, quals = read.query_sequence, list(read.query_qualities)
-                    forward = complement(bases) if read.is_reverse else bases
-                    n = len(quals)
-                    for i in range(n):
-                        place = n - 1 - i if read.is_reverse else i
-                        bias = (groups[read.get_tag("RG")] % 3 - 1) * 3 + (4 if place < 50 else 0)
-                        bias += 5 if forward[max(0, place - 1):place + 1] in ("GG", "CA") else 0
-                        quals[i] = max(3, min(60, quals[i] + bias))
-                    read.query_qualities = quals
+                if read.query_sequence is not None:
+                    true = draw.choice((15, 22))
+                    rate = 10 ** (-true / 10)
+                    bases = "".join(draw.choice("ACGT".replace(b, "")) if draw.random() < rate else b
+                                    for b in read.query_sequence)
+                    n, forward = len(bases), complement(bases) if read.is_reverse else bases
+                    group = 3 * groups[read.get_tag("RG")]
+                    quals = [true + group + (4 if i < 50 else 0) + (5 if forward[max(0, i - 1):i + 1] in ("GG", "CA") else 0)
+                             for i in range(n)]
+                    read.query_sequence = bases
+                    read.query_qualities = quals[::-1] if read.is_reverse else quals
                 new.write(read)
     pysam.index(str(target))
 
 
 def test_recovers_biased_qualities(run, simulate, tmp_path):
-    subprocess.run([simulate, "--out-dir", ".", "--contigs", "chr1:400000", "--depth", "40", "--error", "binned",
+    subprocess.run([simulate, "--out-dir", ".", "--contigs", "chr1:200000", "--depth", "40", "--error", "perfect",
                     "--read-groups", "2"], check=True, stdout=subprocess.DEVNULL, cwd=tmp_path)
     subprocess.run(["tabix", "-f", "-p", "vcf", "truth.vcf.gz"], check=True, cwd=tmp_path)
     biased_copy(tmp_path / "sample1.bam", tmp_path / "biased.bam")
