@@ -223,3 +223,31 @@ def test_failures_end_the_run_and_leave_no_index(copy, variants, tmp_path):
     (tmp_path / "part.vcf").write_text("##fileformat=VCFv4.2\n")
     error = copy("out.vcf", algo_args=["--merge", "part.vcf"], status=1).splitlines()
     assert error[-1] == "VariantCopy: failed to load index for file part.vcf"
+
+
+def test_headers_of_other_tools_survive(algo_driver, simulate, tmp_path):
+    """Of a caller, a merger and an annotator: every header line comes back, but for the version and what is too long."""
+    options = ["--length", "30000", "--depth", "5", "--samples", "a,b"]
+    subprocess.run([simulate, "--out-dir", tmp_path, *options], check=True, capture_output=True)
+    commands = """
+        bcftools mpileup -f reference.fa a.bam b.bam -a AD,DP,SP 2>log | bcftools call -mv -Oz -o called.vcf.gz
+        bcftools index -t called.vcf.gz
+        (bcftools view -h truth.vcf.gz | grep -v ^#CHROM; echo '##long=<ID=x,Description="'$(printf 'x%.0s' $(seq 4100))'">'
+         echo '##pedigree=file:/a,b=c'; echo '##SAMPLE=<ID=a,Genomes="g;h",Mixture="a, b">'; echo '##ALT=<ID=DEL,Description="d">') > head.txt
+        bcftools view -h truth.vcf.gz | grep ^#CHROM >> head.txt
+        bcftools reheader -h head.txt truth.vcf.gz > odd.vcf.gz
+        bcftools index -t odd.vcf.gz
+        bcftools merge -Oz -o merged.vcf.gz --force-samples called.vcf.gz odd.vcf.gz
+        bcftools index -t merged.vcf.gz
+    """
+    subprocess.run(["bash", "-ec", commands], cwd=tmp_path, check=True)
+    for name in ["called", "odd", "merged"]:
+        command = [algo_driver, "-r", "reference.fa", "--algo", "VariantCopy", "-v", f"{name}.vcf.gz", f"{name}.copy.vcf.gz"]
+        subprocess.run(command, cwd=tmp_path, check=True, capture_output=True)
+        theirs, ours = (
+            subprocess.run(["bgzip", "-dc", tmp_path / f"{name}{x}.vcf.gz"], check=True, capture_output=True, text=True).stdout.splitlines()
+            for x in ["", ".copy"]
+        )
+        kept = [line for line in theirs if len(line) < 4095 and not line.startswith("##fileformat")]
+        assert sorted(kept) == sorted(ours[1:])
+        assert ours[0] == "##fileformat=VCFv4.2" and len(theirs) - len(ours) == (name != "called")

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,9 @@ void mergeGQBlock(GQBlock& b1, GQBlock& b2);
 // The line "#FGQB..." by which a block travels through a file of text, with its newline.
 std::string formatFGQB(const GQBlock& block, const std::string& contig);
 
+using ContigLengths = std::map<std::string, int64_t>;  // bases
+
 // Reads such a line where `stream` stands. When there is none the stream is put back, `block` is empty, `contig` too,
-// and the result is true. False for a line that is not exactly as formatFGQB() writes it.
-bool readFGQB(GQBlock& block, IOHandle& stream, std::string& contig);
+// and the result is true. False for a line that is not exactly as formatFGQB() writes it, or, when `lengths` are given,
+// for a block that reaches beyond its contig. A short line may stand for as many positions as the contig has.
+bool readFGQB(GQBlock& block, IOHandle& stream, std::string& contig, const ContigLengths* lengths = nullptr);

@@ -145,7 +145,7 @@ bool readLikelihoods(Scanner& scanner, std::vector<int32_t>& values) {
   return scanner.peek() == '\n';
 }
 
-bool readLine(GQBlock& block, Scanner& scanner, std::string& contig) {
+bool readLine(GQBlock& block, Scanner& scanner, std::string& contig, const ContigLengths* lengths) {
   int32_t length, start;
   if (!scanner.number(length) || !scanner.skip('\t') || !scanner.number(block.low) || !scanner.skip('\t') ||
       !scanner.number(block.high) || !scanner.skip('\t'))
@@ -155,6 +155,10 @@ bool readLine(GQBlock& block, Scanner& scanner, std::string& contig) {
 
   const int64_t end = int64_t{start} - 1 + length;
   if (start < 1 || length > kMaxLength || end < 0 || end > std::numeric_limits<int32_t>::max()) return false;
+  if (lengths != nullptr) {
+    const auto known = lengths->find(contig);
+    if (known != lengths->end() && end > known->second) return false;
+  }
   block.start = static_cast<uint32_t>(start - 1);
   block.end = static_cast<uint32_t>(end);
   length = std::max(length, 0);
@@ -199,7 +203,7 @@ std::string formatFGQB(const GQBlock& block, const std::string& contig) {
   return text;
 }
 
-bool readFGQB(GQBlock& block, IOHandle& stream, std::string& contig) {
+bool readFGQB(GQBlock& block, IOHandle& stream, std::string& contig, const ContigLengths* lengths) {
   block.reset(0);
   contig.clear();
   const int64_t offset = stream.seek(0, SEEK_CUR);
@@ -210,5 +214,5 @@ bool readFGQB(GQBlock& block, IOHandle& stream, std::string& contig) {
   if (got < static_cast<int64_t>(kTagSize) || memcmp(tag, kTag, kTagSize) != 0)
     return stream.seek(offset, SEEK_SET) >= 0;
   Scanner scanner(stream);
-  return readLine(block, scanner, contig);
+  return readLine(block, scanner, contig, lengths);
 }

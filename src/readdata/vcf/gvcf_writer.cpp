@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -180,17 +181,27 @@ void GVCFWriter::dropCovered(GenomeIndex::ContigIndex& ci, IOHandle& handle) {
 void GVCFWriter::merge(const std::string& partialPath) {
   const std::unique_ptr<GenomeIndex> partial = loadPartialIndex(partialPath, true);
   const std::unique_ptr<IOHandle> handle = openPartial(partialPath);
+  VCFHeader header;
+  header.parse(*handle);
+  lengths_.clear();
+  for (const auto& [assembly, contigs] : header.contigs())
+    for (const VCFHeader::Contig& contig : contigs)
+      if (contig.length >= 0) lengths_[contig.name] = contig.length;
+  if (handle->seek(0, SEEK_SET) < 0)
+    fail("failed to read from file " + partialPath + ", " + handle->error_text());
   takeHeader(*handle, partialPath, "#FGQB\t");
   try {
     while (mergeNextContig(*partial, *handle, partialPath)) continue;
   } catch (const std::logic_error& broken) {
     fail(std::string(broken.what()) + " in file " + partialPath);
+  } catch (const std::bad_alloc&) {
+    fail("not enough memory for a block of file " + partialPath);
   }
 }
 
 void GVCFWriter::readBlock(GQBlock& block, std::string& contig, IOHandle& handle,
                            const std::string& partialPath) {
-  if (!readFGQB(block, handle, contig)) fail("invalid FGQB line format in file " + partialPath);
+  if (!readFGQB(block, handle, contig, &lengths_)) fail("invalid FGQB line format in file " + partialPath);
 }
 
 // Merges the contig that begins where `handle` stands, and leaves it behind that. False at the end of the file.

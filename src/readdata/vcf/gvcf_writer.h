@@ -43,6 +43,7 @@ class GVCFWriter final : public VCFWriter {
   void readBlock(GQBlock& block, std::string& contig, IOHandle& handle, const std::string& partialPath);
 
   GQBlock pending_;              // held open: its start is how far the output is complete
+  ContigLengths lengths_;        // of the partial file being merged
   VariantContext record_;        // scratch of writeBlock()
   bool pendingIsFirst_ = false;  // in a partial file, until the contig's first block was written
 };

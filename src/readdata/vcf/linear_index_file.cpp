@@ -45,8 +45,8 @@ class Reader {
     }
     return true;
   }
-  // Also false when a number of the file cannot be.
-  bool contig(LinearIndex::ChrIndex& index, uint64_t fileSize);
+  // Also false when a number of the file cannot be. `maxOffset` is the end of the data file.
+  bool contig(LinearIndex::ChrIndex& index, int64_t maxOffset);
 
   std::string reason() const {
     if (ferror(stream_)) return strerror(error_);
@@ -60,7 +60,7 @@ class Reader {
   int error_ = 0;
 };
 
-bool Reader::contig(LinearIndex::ChrIndex& index, uint64_t fileSize) {
+bool Reader::contig(LinearIndex::ChrIndex& index, int64_t maxOffset) {
   uint32_t bins, zero, count;
   if (!number(index.binWidth, bins, index.longest, zero, count)) return false;
   constexpr uint32_t kMaxPosition = std::numeric_limits<int32_t>::max();
@@ -69,7 +69,7 @@ bool Reader::contig(LinearIndex::ChrIndex& index, uint64_t fileSize) {
   for (uint64_t i = 0; i <= bins; ++i) {
     int64_t offset;
     if (!number(offset)) return false;
-    if (offset < 0 || static_cast<uint64_t>(offset) > fileSize) return false;
+    if (offset < 0 || offset > maxOffset) return false;
     std::vector<int64_t>& offsets = index.offsets;
     if (!offsets.empty() && offset < offsets.back()) return false;
     if (offsets.size() == 1 && offset == offsets[0] && i < bins)
@@ -164,8 +164,13 @@ void writeContig(Writer& out, const LinearIndex::ChrIndex& index) {
   if (size == 0) out.numbers(index.last);
 }
 
-uint64_t milliseconds(const struct stat& status) {
+// When the data file was modified, in whole seconds, as an index tells it.
+uint64_t wholeMilliseconds(const struct stat& status) {
   return static_cast<uint64_t>(status.st_mtime) * 1000;
+}
+
+uint64_t milliseconds(const struct stat& status) {
+  return wholeMilliseconds(status) + static_cast<uint64_t>(status.st_mtim.tv_nsec) / 1000000;
 }
 
 }  // namespace
@@ -221,6 +226,9 @@ bool LinearIndex::load(const std::string& dataPath) {
   }
   if (timestamp > milliseconds(status)) fprintf(stderr, "Warning: outdated index file %s\n", name);
 
+  // Offsets in a BGZF file are virtual ones.
+  const bool compressed = dataPath.ends_with(".gz");
+  const int64_t maxOffset = compressed ? int64_t(status.st_size) << 16 | 0xffff : int64_t(status.st_size);
   for (uint32_t i = 0; i < contig_count; ++i) {
     std::string contig;
     if (!in.text(contig)) {
@@ -229,7 +237,7 @@ bool LinearIndex::load(const std::string& dataPath) {
       return false;
     }
     auto index = std::make_unique<ChrIndex>(contig, binWidth);
-    if (!in.contig(*index, fileSize)) {
+    if (!in.contig(*index, maxOffset)) {
       in.tellErrno();
       perror(name);
       return false;
@@ -254,7 +262,7 @@ bool LinearIndex::save(const std::string& dataPath) {
   version = kVersion;
   path = dataPath;
   fileSize = static_cast<uint64_t>(status.st_size);
-  timestamp = milliseconds(status);
+  timestamp = wholeMilliseconds(status);
   md5.clear();
   flags = 0;
   std::erase_if(properties, [](const auto& property) { return isDictKey(property.first); });

@@ -21,6 +21,8 @@ constexpr int32_t kZeroBased = 0x10000;  // in the format word
 constexpr uint32_t kSaveThreshold = 0x10000, kLoadThreshold = 0x40000;
 // Far above the index of any genome; uncompressed bytes behind that are not read.
 constexpr int64_t kMaxBytes = int64_t(1) << 28;
+// More than any assembly has; a contig takes a few bytes in the file and some hundred in memory.
+constexpr int32_t kMaxContigs = 1 << 20;
 
 struct Preset {
   const char* format;
@@ -206,6 +208,7 @@ bool Tabix::load(const std::string& path) {
   if (code == 1) format = "sam";
   if (code == 2) format = "vcf";
 
+  if (n_ref > kMaxContigs) return failed("load header from", "too many contigs");
   int32_t used = 0;
   std::vector<Index*> loaded;
   for (int32_t i = 0; i < n_ref && used < l_nm; ++i) {

@@ -7,7 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <set>
 #include <stdexcept>
+#include <string_view>
 
 #include "base/text.h"
 #include "readdata/stream/open_stream.h"
@@ -56,6 +58,21 @@ VCFCache::VCFCache(const std::string& path) : path_(path), stream_(openStream(pa
   std::shared_ptr<GenomeIndex> index = newGenomeIndex(path, {});
   if (!index->load(path)) throw std::runtime_error(format("Failed to load index for %s", path.c_str()));
   index_ = std::move(index);
+  warnOfUnknownContigs();
+}
+
+// A header without contig lines knows none and is left in peace.
+void VCFCache::warnOfUnknownContigs() {
+  VCFHeader header;
+  parseHeader(header);
+  const auto known = header.defs.find("contig");
+  if (known == header.defs.end()) return;
+  std::set<std::string_view> names;
+  for (const VCFHeaderDef& contig : known->second) names.insert(contig.id);
+  for (const auto& [name, contig] : index_->indices)
+    if (contig != nullptr && contig->count > 0 && !names.contains(name))
+      fprintf(stderr, "Warning: contig %s of the vcf file %s is not in its header\n", name.c_str(),
+              path_.c_str());
 }
 
 VCFCache::VCFCache(const VCFCache& other)

@@ -1,4 +1,6 @@
 // vcf_partial.cpp - VCFWriter: joining the files that the pieces of a sharded run have written.
+#include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 #include <string_view>
 #include <typeinfo>
@@ -56,17 +58,34 @@ void VCFWriter::requireNewOrCurrent(const std::string& contig, const std::string
     fail("contig " + contig + " of file " + partialPath + " is not in genome order");
 }
 
+// Reads the first record of `ci`, and moves `handle`. Pieces of one contig have other first positions, in genome order.
+void VCFWriter::requireBehindLastPart(const GenomeIndex::ContigIndex& ci, IOHandle& handle,
+                                      const std::string& partialPath) {
+  char text[1024];
+  int64_t got = handle.seek(ci.first, SEEK_SET) < 0 ? -1 : handle.read_until(text, sizeof text - 1, '\n');
+  if (got < 0) fail("failed to read from file " + partialPath + ", " + handle.error_text());
+  text[got] = '\0';
+  const char* pos = strchr(text, '\t');
+  const int64_t start = pos ? strtoll(pos, nullptr, 10) : 0;
+  if (current_ && current_->name == ci.name && start <= lastPartStart_)
+    fail("contig " + ci.name + " of file " + partialPath + " is not in genome order");
+  lastPartStart_ = start;
+}
+
 void VCFWriter::merge(const std::string& partialPath) {
   const std::unique_ptr<GenomeIndex> loaded = loadPartialIndex(partialPath);
   if (!loaded) return;
   const std::unique_ptr<IOHandle> handle = openPartial(partialPath);
   takeHeader(*handle, partialPath);
+  const int64_t body = handle->seek(0, SEEK_CUR);
   for (const GenomeIndex::Contig& contig : loaded->contigs) {
     auto found = loaded->indices.find(contig.name);
     if (found == loaded->indices.end() || !found->second || found->second->count == 0) continue;
     requireNewOrCurrent(contig.name, partialPath);
     Result result;
     result.ci = std::move(found->second);
+    if (result.ci->first < body) fail("index of file " + partialPath + " is corrupted");
+    requireBehindLastPart(*result.ci, *handle, partialPath);
     try {
       merge(&result, handle.get());
     } catch (const std::logic_error& broken) {

@@ -83,7 +83,12 @@ class VCFWriter {
   bool isClone_ = false;
 
  private:
+  void requireBehindLastPart(const GenomeIndex::ContigIndex& ci, IOHandle& handle,
+                             const std::string& partialPath);
+
   std::string text_;  // scratch of write()
+  int64_t lastPartStart_ =
+      0;  // one-based first position of the current contig in the partial file merged last
   std::string
       emptyPartial_;  // the first partial file without features; its header serves an output without records
 };

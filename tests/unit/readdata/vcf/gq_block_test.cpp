@@ -165,6 +165,11 @@ TEST(FGQB, RefusesEveryMismatch) {
            "500000000\t1\t2\tc\t1\tA499999999\t1x500000000\t1x499999999\t0",  // found before memory is taken
        })
     EXPECT_FALSE(Reader("#FGQB\t" + line + "\n").read()) << line;
+  const ContigLengths lengths = {{"c", 103}}, shorter = {{"c", 102}};
+  for (const auto& [known, fits] : {std::pair(&lengths, true), {&shorter, false}}) {
+    Reader reader(good);
+    EXPECT_EQ(readFGQB(reader.block, reader.stream, reader.contig, known), fits);
+  }
   const std::string start = "#FGQB\t1\t1\t2\t", rest = "\t1\tA\t1\t1\t\n";
   EXPECT_TRUE(Reader(start + std::string(1023, 'c') + rest).read());
   EXPECT_FALSE(Reader(start + std::string(1024, 'c') + rest).read());

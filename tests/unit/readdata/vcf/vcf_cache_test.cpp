@@ -224,10 +224,21 @@ TEST(VCFCache, RefusesADamagedHeader) {
   std::string bytes = fileBytes(path);
   bytes[blocksOf(bytes)[1].address] = 'x';
   folder.write("a.vcf.gz", bytes);
-  VCFCache cache(path);
-  VCFHeader read;
-  EXPECT_EQ(messageOf([&] { cache.getHeader(read); }),
+  EXPECT_EQ(messageOf([&] { VCFCache cache(path); }),
             "Error reading vcf file " + path + ", corrupted or invalid header");
+}
+
+TEST(VCFCache, WarnsOfContigsThatTheHeaderLacks) {
+  TempFolder folder;
+  const std::string path = folder.path("a.vcf.gz");
+  for (const bool told : {true, false}) {
+    writeVcf(path, {madeRecord("c", 100, 1, "1"), madeRecord("d", 100, 1, "2")},
+             kVcfStart + std::string(told ? "##contig=<ID=c>\n" : "") + kVcfColumns);
+    testing::internal::CaptureStderr();
+    VCFCache cache(path);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              told ? "Warning: contig d of the vcf file " + path + " is not in its header\n" : "");
+  }
 }
 
 // An index may lie in every number: a wrong answer or a message comes out, no crash and no endless loop.

@@ -1,13 +1,16 @@
 #include "readdata/vcf/vcf_writer.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <numeric>
 #include <random>
 #include <stdexcept>
 
 #include "readdata/stream/open_stream.h"
+#include "readdata/vcf/vcf_cache.h"
 #include "temp_folder.h"
 
 namespace {
@@ -137,6 +140,13 @@ TEST_P(VCFWriterTest, JoinsPartialFiles) {
   disordered.merge(first);
   EXPECT_EQ(failureOf([&] { disordered.merge(first); }),
             "W: contig a of file " + first + " is not in genome order");
+  VCFWriter backward("W");
+  backward.open(file("backward"));
+  backward.merge(second);
+  EXPECT_EQ(failureOf([&] {
+              backward.merge(write("p3", {{"d", {1, 2}}}, options));
+            }),
+            "W: contig d of file " + file("p3") + " is not in genome order");
   if (compressed()) return;
   options.wideBins = true;
   const std::string wide = write("wide", {{"b", {9}}}, options);
@@ -250,8 +260,15 @@ TEST_P(VCFWriterTest, TellsOfAFullDisk) {
 TEST_P(VCFWriterTest, KeepsTheKindOfIndex) {
   const std::string path = file("out"), beside = path + (compressed() ? ".idx" : ".tbi");
   folder_.write(beside.substr(beside.rfind('/') + 1), "of an earlier run");
-  write("out", {{"a", {5}}});
-  EXPECT_THAT(indexed(path), ElementsAre("a"));
+  std::vector<int> starts(20'000);
+  std::iota(starts.begin(), starts.end(), 5);
+  write("out", {{"a", starts}, {"b", {7}}});
+  EXPECT_THAT(indexed(path), ElementsAre("a", "b"));
+  VCFCache cache(path);
+  cache.setContig("a");
+  cache.fetch(20'000, 20'001);
+  EXPECT_TRUE(std::any_of(cache.records().begin(), cache.records().end(),
+                          [](const VCFLine& line) { return line.pos == 20'000; }));
   EXPECT_TRUE(fs::exists(beside));
   EXPECT_FALSE(fs::exists(indexOf(path)));
 }
