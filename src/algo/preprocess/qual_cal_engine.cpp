@@ -183,11 +183,6 @@ QualCal::Engine::Cells QualCal::Engine::cells(int group, RecalEvent event, int q
   return found;
 }
 
-size_t QualCal::Engine::cycleIndex(int32_t cycle) const {
-  const int32_t limit = arguments_.maximum_cycle_value;
-  return cycle == Covariates::kNoCycle ? 2 * size_t(limit) + 1 : size_t(cycle + limit);
-}
-
 Algo::Result* QualCal::Engine::finishShard() {
   for (size_t g = 0; g < cells_.size(); g++) {
     const GroupCells& group = cells_[g];

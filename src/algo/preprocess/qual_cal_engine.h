@@ -45,7 +45,10 @@ class QualCal::Engine final : public Algo::Engine {
   void countPlainIndels(Read& read, int quality);
   void addErrors(Read& read, RecalEvent event, const uint8_t* quals, int offset);
   Cells cells(int group, RecalEvent event, int quality);
-  size_t cycleIndex(int32_t cycle) const;
+  size_t cycleIndex(int32_t cycle) const {
+    const int32_t limit = arguments_.maximum_cycle_value;
+    return cycle == Covariates::kNoCycle ? 2 * size_t(limit) + 1 : size_t(cycle + limit);
+  }
 
   const std::vector<int>& platforms_;
   std::vector<VCFCache> known_sites_;
