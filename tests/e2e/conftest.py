@@ -36,6 +36,18 @@ def simulate():
 
 
 @pytest.fixture(scope="session")
+def algo_driver():
+    """The driver with a few algorithms more, which only tests use."""
+    return program("ALGO_DRIVER", "tests/algo_driver/algo_driver")
+
+
+@pytest.fixture(scope="session")
+def vcf_regions():
+    """A program that prints the records of regions."""
+    return program("VCF_REGIONS", "tests/vcf_regions")
+
+
+@pytest.fixture(scope="session")
 def sanitized(driver):
     """True for a driver with a sanitizer in it, which wants far more address space and time."""
     content = pathlib.Path(driver).read_bytes()

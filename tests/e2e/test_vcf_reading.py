@@ -8,20 +8,10 @@ import subprocess
 import pysam
 import pytest
 
-from conftest import program, write_reference
+from conftest import write_reference
 
 LENGTH = 20_000  # of each contig
 Record = collections.namedtuple("Record", "contig start end line")
-
-
-@pytest.fixture(scope="session")
-def vcf_regions():
-    return program("VCF_REGIONS", "tests/vcf_regions")
-
-
-@pytest.fixture(scope="session")
-def algo_driver():
-    return program("ALGO_DRIVER", "tests/algo_driver/algo_driver")
 
 
 def made_record(draw, contig, start, number, samples, longest):

@@ -8,19 +8,7 @@ import subprocess
 import pysam
 import pytest
 
-from conftest import program
-
 Record = collections.namedtuple("Record", "contig start end line")
-
-
-@pytest.fixture(scope="session")
-def algo_driver():
-    return program("ALGO_DRIVER", "tests/algo_driver/algo_driver")
-
-
-@pytest.fixture(scope="session")
-def vcf_regions():
-    return program("VCF_REGIONS", "tests/vcf_regions")
 
 
 def make_records(contigs, share, seed):
