@@ -5,6 +5,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+bool close_written(FileOwner stream) {
+  if (fflush(stream.get()) != 0 || ferror(stream.get())) {
+    const int error = errno;
+    if (ftruncate(fileno(stream.get()), 0) != 0) errno = error;  // a device: nothing of it stays
+    stream.reset();
+    errno = error;
+    return false;
+  }
+  return fclose(stream.release()) == 0;
+}
+
 FILE* open_plain_file(const char* path) {
   int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (descriptor < 0) return nullptr;

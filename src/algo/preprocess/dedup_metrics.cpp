@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <stdexcept>
 #include <string_view>
 
@@ -67,7 +66,7 @@ bool parseNumber(std::string_view word, Number& value) {
 // Lines of one file with parts. A last line that was cut short is refused.
 class PartReader {
  public:
-  explicit PartReader(const std::string& path) : path_(path), file_(open_plain_file(path.c_str()), fclose) {
+  explicit PartReader(const std::string& path) : path_(path), file_(open_plain_file(path.c_str())) {
     if (!file_) failOpen();
   }
   ~PartReader() { free(buffer_); }
@@ -92,7 +91,7 @@ class PartReader {
   }
 
   const std::string path_;
-  std::unique_ptr<FILE, int (*)(FILE*)> file_;
+  FileOwner file_;
   char* buffer_ = nullptr;
   size_t capacity_ = 0;
 };

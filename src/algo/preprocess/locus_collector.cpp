@@ -81,7 +81,7 @@ Algo::Engine* LocusCollector::newEngine(DriverContext* context, int) {
 void LocusCollector::merge(const Shard&, Algo::Result* result) {
   const std::unique_ptr<Result> owned(static_cast<Result*>(result));
   if (!owned) return;
-  const FilePointer file(fopen(owned->path.c_str(), "re"));
+  const FileOwner file(fopen(owned->path.c_str(), "re"));
   if (!file) throw std::runtime_error(name + ": cannot open file " + owned->path + ": " + strerror(errno));
   merger_->append(file.get(), owned->path);
   if (unlink(owned->path.c_str()) != 0)

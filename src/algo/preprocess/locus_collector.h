@@ -28,6 +28,6 @@ class LocusCollector final : public Algo {
   int score_info_reduce_ = 1;
   bool fixmate_ = false;
   int block_size_ = 1000000;
-  FilePointer stream_;  // the output, held open until it is written
+  FileOwner stream_;  // the output, held open until it is written
   std::unique_ptr<VcfMerger> merger_;
 };

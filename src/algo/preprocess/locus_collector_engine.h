@@ -51,7 +51,7 @@ class LocusCollector::Engine final : public Algo::Engine {
   const LocusCollectorParams params_;
   const std::string output_;
   std::string path_;  // of the shard's file
-  FilePointer stream_;
+  FileOwner stream_;
   std::vector<Read*> reads_;  // of the window
   std::vector<End> ends_;     // scratch
   std::string lines_;         // not yet written

@@ -28,12 +28,15 @@ void NameTable::reset(size_t count) {
 }
 
 int32_t NameTable::takeOrPut(const char* name, uint32_t hash, int32_t number) {
+  Slot* taken =
+      nullptr;  // the first on the way; used again, so that many pairs of one name do not fill the table
   for (size_t i = hash & mask_;; i = (i + 1) & mask_) {
     Slot& slot = slots_[i];
     if (slot.content == kFree) {
-      slot = {hash, number + 1, name};
+      *(taken ? taken : &slot) = {hash, number + 1, name};
       return -1;
     }
+    if (slot.content == kTaken && !taken) taken = &slot;
     if (slot.content == kTaken || slot.hash != hash || strcmp(slot.name, name) != 0) continue;
     const int32_t found = slot.content - 1;
     slot.content = kTaken;

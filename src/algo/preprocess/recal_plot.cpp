@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "algo/preprocess/empirical_quality.h"
+#include "base/plain_file.h"
 
 namespace {
 
@@ -54,6 +55,15 @@ std::vector<Cell> sumCells(const RecalTable& table, const RecalGroup& group, Rec
   return cells;
 }
 
+// A read group's name as a field: quoted where it has a comma or a quote.
+std::string groupField(const std::string& name) {
+  if (name.empty()) return "Invalid";
+  if (name.find_first_of(",\"") == name.npos) return name;
+  std::string quoted = "\"";
+  for (char c : name) quoted.append(c == '"' ? 2 : 1, c);
+  return quoted + '"';
+}
+
 void writeCells(FILE* out, const RecalVersion& version, const RecalGroup& group, RecalEvent event,
                 Covariate covariate) {
   const std::vector<Cell> cells = sumCells(*version.table, group, event, covariate);
@@ -62,7 +72,7 @@ void writeCells(FILE* out, const RecalVersion& version, const RecalGroup& group,
     if (counts.observations == 0) continue;
     const double reported = -10 * std::log10(cells[i].promised_errors / double(counts.observations));
     const double empirical = observedQuality(counts);
-    fprintf(out, "%s,%s,%s,%s,", group.name.empty() ? "Invalid" : group.name.c_str(),
+    fprintf(out, "%s,%s,%s,%s,", groupField(group.name).c_str(),
             valueText(*version.table, event, covariate, i).c_str(), kCovariateNames[covariate],
             kEventNames[event]);
     fprintf(out, "%ld,%.2f,%.2f,%.2f,%.2f,", long(counts.observations), counts.errorCount(), empirical,
@@ -74,7 +84,8 @@ void writeCells(FILE* out, const RecalVersion& version, const RecalGroup& group,
 }  // namespace
 
 void writeRecalPlot(const std::string& path, const std::vector<RecalVersion>& versions) {
-  FILE* out = fopen(path.c_str(), "we");
+  FileOwner file(fopen(path.c_str(), "we"));
+  FILE* const out = file.get();
   if (!out) throw std::runtime_error("QualCal: failed to open csv file " + path + " for writing");
   fputs(
       "ReadGroup,CovariateValue,CovariateName,EventType,Observations,Errors,EmpiricalQuality,"
@@ -85,7 +96,6 @@ void writeRecalPlot(const std::string& path, const std::vector<RecalVersion>& ve
       for (const RecalGroup& group : version.table->groups)
         for (RecalEvent event : {kMismatch, kInsertion, kDeletion})
           writeCells(out, version, group, event, covariate);
-  const bool failed = ferror(out);
-  if (fclose(out) != 0 || failed)
+  if (!close_written(std::move(file)))
     throw std::runtime_error("QualCal: failed to write csv file " + path + ": " + strerror(errno));
 }

@@ -3,12 +3,24 @@
 #include <cassert>
 #include <cmath>
 
+namespace {
+
+size_t contextCells(RecalEvent event, const RecalArguments& arguments) {
+  return (size_t(1) << 2 * RecalTable::contextSize(event, arguments)) + 1;
+}
+
+size_t cycleCells(const RecalArguments& arguments) {
+  return 2 * size_t(arguments.maximum_cycle_value) + 2;
+}
+
+}  // namespace
+
 RecalRow& RecalGroup::row(RecalEvent event, int quality, const RecalArguments& arguments) {
   std::unique_ptr<RecalRow>& row = rows_[event][quality];
   if (!row) {
     row = std::make_unique<RecalRow>();
-    row->contexts.resize((size_t(1) << 2 * RecalTable::contextSize(event, arguments)) + 1);
-    row->cycles.resize(2 * size_t(arguments.maximum_cycle_value) + 2);
+    row->contexts.resize(contextCells(event, arguments));
+    row->cycles.resize(cycleCells(arguments));
   }
   return *row;
 }
@@ -26,6 +38,15 @@ RecalSum RecalGroup::sum(RecalEvent event) const {
   if (sum.counts.observations > 0)
     sum.reported = -10 * std::log10(promised_errors / double(sum.counts.observations));
   return sum;
+}
+
+RecalRow* RowsOfFile::row(RecalGroup& group, RecalEvent event, int quality, const RecalArguments& arguments) {
+  if (group.find(event, quality)) return &group.row(event, quality, arguments);
+  const size_t bytes =
+      sizeof(RecalRow) + (contextCells(event, arguments) + cycleCells(arguments)) * sizeof(RecalCounts);
+  if (bytes > bytes_left_) return nullptr;
+  bytes_left_ -= bytes;
+  return &group.row(event, quality, arguments);
 }
 
 std::string contextText(size_t context, int size) {

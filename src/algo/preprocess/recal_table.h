@@ -20,6 +20,7 @@ inline constexpr int kRecalQualities = 94;
 
 struct RecalCounts {
   static constexpr int kFractionBits = 24;
+  static constexpr uint64_t kMostObservations = uint64_t(1) << 48;  // that a file may state
 
   uint64_t observations = 0;
   int64_t errors = 0;
@@ -71,6 +72,16 @@ class RecalGroup {
 inline constexpr char kContextBases[] = "ACGT";
 // The bases of a context, the first one sequenced in front.
 std::string contextText(size_t context, int size);
+
+// The rows that a file asks for, each far larger than its line or cell: together they take 1 GiB at most.
+class RowsOfFile {
+ public:
+  // The group's row, made when it is not there; null when there is no room for it.
+  RecalRow* row(RecalGroup& group, RecalEvent event, int quality, const RecalArguments& arguments);
+
+ private:
+  size_t bytes_left_ = size_t(1) << 30;
+};
 
 class RecalTable {
  public:

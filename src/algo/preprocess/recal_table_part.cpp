@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <stdexcept>
 
 #include "algo/preprocess/recal_table.h"
@@ -18,11 +17,6 @@ constexpr uint32_t kMagic = 0x014c4351;  // "QCL" and a version
 // Longer texts are not what writePart() writes.
 constexpr uint32_t kMaxText = 1u << 16;
 enum CellKind : uint32_t { kRow, kContextCell, kCycleCell };
-
-struct FileCloser {
-  void operator()(FILE* file) const { fclose(file); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
 
 uint32_t cellKey(int quality, RecalEvent event, CellKind kind, size_t index) {
   return uint32_t(quality) << 24 | uint32_t(event) << 22 | uint32_t(kind) << 20 | uint32_t(index);
@@ -98,21 +92,26 @@ class PartReader {
     get(&counts.errors, sizeof counts.errors);
     const uint32_t quality = key >> 24, event = key >> 22 & 3, kind = key >> 20 & 3, index = key & 0xfffff;
     if (quality >= kRecalQualities || event >= kRecalEvents || kind > kCycleCell) fail();
-    RecalRow& row = group.row(RecalEvent(event), int(quality), arguments);
-    std::vector<RecalCounts>& cells = kind == kContextCell ? row.contexts : row.cycles;
+    if (counts.observations > RecalCounts::kMostObservations || counts.errors < 0 ||
+        uint64_t(counts.errors >> RecalCounts::kFractionBits) > counts.observations)
+      fail();
+    RecalRow* const row = rows_.row(group, RecalEvent(event), int(quality), arguments);
+    if (!row) fail();
+    std::vector<RecalCounts>& cells = kind == kContextCell ? row->contexts : row->cycles;
     if (index >= (kind == kRow ? 1 : cells.size())) fail();
-    (kind == kRow ? row.total : cells[index]) += counts;
+    (kind == kRow ? row->total : cells[index]) += counts;
   }
 
   const std::string& path_;
-  File file_;
+  FileOwner file_;
+  RowsOfFile rows_;
 };
 
 }  // namespace
 
 void RecalTable::writePart(const std::string& path) const {
   if (path.empty()) return;
-  File file(fopen(path.c_str(), "we"));
+  FileOwner file(fopen(path.c_str(), "we"));
   if (!file) throw std::runtime_error("Error: failed to open part file " + path);
   auto put = [&](const void* from, size_t size) { fwrite(from, 1, size, file.get()); };
   auto putWord = [&](size_t value) {
@@ -142,8 +141,7 @@ void RecalTable::writePart(const std::string& path) const {
       put(&counts.errors, sizeof counts.errors);
     });
   }
-  const bool failed = ferror(file.get());
-  if (fclose(file.release()) != 0 || failed)
+  if (!close_written(std::move(file)))
     throw std::runtime_error("Error: failed to write part file " + path + ": " + strerror(errno));
 }
 

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <stdexcept>
 #include <string_view>
 #include <type_traits>
@@ -44,15 +43,9 @@ constexpr TableShape kShapes[kTables] = {
      8},
 };
 constexpr char kContext[] = "Context", kCycle[] = "Cycle";
-// What a cell may state: far more than any run counts, and within 64 bits as a fixed-point number.
-constexpr uint64_t kMaxObservations = uint64_t(1) << 48;
+// What a cell may state: far more than any run has, and within 64 bits as a fixed-point number.
 constexpr double kMaxErrors = double(uint64_t(1) << 38);
 constexpr RecalEvent kEvents[] = {kMismatch, kInsertion, kDeletion};
-
-struct FileCloser {
-  void operator()(FILE* file) const { fclose(file); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
 
 // --- writing
 
@@ -258,8 +251,7 @@ class TextReader {
         const RecalEvent event = eventAt(2);
         const RecalCounts counts = countsAt(4);
         numberAt<double>(3);
-        if (const int quality = qualityAt(1); quality >= 0)
-          group().row(event, quality, table_.arguments).total = counts;
+        if (const int quality = qualityAt(1); quality >= 0) rowOf(event, quality).total = counts;
         return;
       }
       default:
@@ -286,7 +278,7 @@ class TextReader {
     if (quality < 0) return;
     if (tokens_[3] == kContext) {
       const size_t context = contextAt(2, event);
-      group().row(event, quality, table_.arguments).contexts[context] = counts;
+      rowOf(event, quality).contexts[context] = counts;
     } else if (tokens_[3] == kCycle) {
       const auto cycle = numberAt<int64_t>(2);
       const int limit = table_.arguments.maximum_cycle_value;
@@ -294,7 +286,7 @@ class TextReader {
         fprintf(stderr, "Warning: skip this large cycle %lld\n", static_cast<long long>(cycle));
         return;
       }
-      group().row(event, quality, table_.arguments).cycles[size_t(cycle + limit)] = counts;
+      rowOf(event, quality).cycles[size_t(cycle + limit)] = counts;
     } else {
       failLine("Error: unknown covariate " + std::string(tokens_[3]));
     }
@@ -305,6 +297,12 @@ class TextReader {
     auto [found, added] = groups_.try_emplace(std::string(tokens_[0]), table_.groups.size());
     if (added) table_.groups.emplace_back(found->first);
     return table_.groups[found->second];
+  }
+
+  RecalRow& rowOf(RecalEvent event, int quality) {
+    RecalRow* const row = rows_.row(group(), event, quality, table_.arguments);
+    if (!row) failLine("Error: too many rows");
+    return *row;
   }
 
   template <class Number>
@@ -348,31 +346,32 @@ class TextReader {
   RecalCounts countsAt(size_t i) const {
     const auto observations = numberAt<uint64_t>(i);
     const auto errors = numberAt<double>(i + 1);
-    if (observations > kMaxObservations) failLine("Error: invalid number " + std::string(tokens_[i]));
+    if (observations > RecalCounts::kMostObservations)
+      failLine("Error: invalid number " + std::string(tokens_[i]));
     if (errors < 0 || errors > kMaxErrors) failLine("Error: invalid number " + std::string(tokens_[i + 1]));
     return {observations, std::lrint(errors * (1 << RecalCounts::kFractionBits))};
   }
 
   RecalTable& table_;
   const std::string& path_;
-  File file_;
+  FileOwner file_;
   char* line_ = nullptr;
   size_t room_ = 0;
   std::string_view text_;  // the line without its end
   std::vector<std::string_view> tokens_;
   std::unordered_map<std::string, size_t> groups_;
+  RowsOfFile rows_;
 };
 
 }  // namespace
 
 void RecalTable::writeText(const std::string& path) const {
   if (path.empty()) return;
-  File file(fopen(path.c_str(), "we"));
+  FileOwner file(fopen(path.c_str(), "we"));
   if (!file) throw std::invalid_argument("Error: failed to open table file " + path);
   TextWriter writer(*this, file.get());
   writer.write();
-  const bool failed = ferror(file.get());
-  if (fclose(file.release()) != 0 || failed)
+  if (!close_written(std::move(file)))
     throw std::runtime_error("Error: failed to write table file " + path + ": " + strerror(errno));
   if (getenv("QualCal_print_max_error")) {
     const auto whole = uint64_t(writer.maxErrors()) >> RecalCounts::kFractionBits;

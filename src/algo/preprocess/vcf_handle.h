@@ -12,10 +12,7 @@
 #include <string_view>
 #include <unordered_map>
 
-struct CloseFile {
-  void operator()(FILE* file) const { fclose(file); }
-};
-using FilePointer = std::unique_ptr<FILE, CloseFile>;
+#include "base/plain_file.h"
 
 // Contig -> its place in the run's list. The names stay the list's.
 using ContigNumbers = std::unordered_map<std::string_view, int32_t>;
@@ -65,7 +62,7 @@ class VcfHandle {
   std::string path_;
   const ContigNumbers& contigs_;
   std::unique_ptr<char[]> buffer_;  // of the file, and so outlives it
-  FilePointer file_;
+  FileOwner file_;
   LineReader reader_;
   VcfPlace place_;
 };

@@ -15,10 +15,11 @@
 namespace {
 
 constexpr size_t kMaxGroups = 256;
-constexpr size_t kMaxMergedBlocks = 64;  // at a time
+constexpr size_t kMaxMergedBlocks = 64;     // at a time
+constexpr size_t kWaitingLines = 32 << 10;  // bytes of lines of a block in memory
 
-FilePointer openFile(const std::string& path, const char* mode) {
-  FilePointer file(fopen(path.c_str(), mode));
+FileOwner openFile(const std::string& path, const char* mode) {
+  FileOwner file(fopen(path.c_str(), mode));
   if (!file) throw std::runtime_error("VcfMerger: Cannot not open file " + path + ": " + strerror(errno));
   return file;
 }
@@ -27,7 +28,7 @@ FilePointer openFile(const std::string& path, const char* mode) {
   throw std::runtime_error("VcfMerger: failed to write to file " + path + ": " + strerror(errno));
 }
 
-void closeFile(FilePointer& file, const std::string& path) {
+void closeFile(FileOwner& file, const std::string& path) {
   if (file && fclose(file.release()) != 0) failWrite(path);
 }
 
@@ -38,7 +39,7 @@ void removeFile(const std::string& path) {
 
 // All bytes of a file of our own making.
 std::string readWhole(const std::string& path) {
-  const FilePointer file = openFile(path, "re");
+  const FileOwner file = openFile(path, "re");
   std::string text;
   if (fseeko(file.get(), 0, SEEK_END) == 0)
     text.resize(static_cast<size_t>(std::max<off_t>(ftello(file.get()), 0)));
@@ -72,7 +73,7 @@ void sortBlock(const std::string& path, uint64_t line_count, const ContigNumbers
   });
 
   const std::string sorted_path = path + ".tmp";
-  FilePointer sorted = openFile(sorted_path, "we");
+  FileOwner sorted = openFile(sorted_path, "we");
   for (const Line& line : lines)
     if (fwrite(line.text, 1, line.length, sorted.get()) != line.length || putc('\n', sorted.get()) == EOF)
       failWrite(sorted_path);
@@ -122,21 +123,29 @@ std::string VcfMerger::groupPath(size_t group) const {
 
 VcfMerger::BlockFile& VcfMerger::addBlock(size_t group) {
   std::vector<BlockFile>& blocks = groups_[group];
-  BlockFile block;
-  block.path = groupPath(group) + format("_%zu", blocks.size());
-  block.stream = openFile(block.path, "we");
-  return blocks.emplace_back(std::move(block));
+  BlockFile& block = blocks.emplace_back();
+  block.path = groupPath(group) + format("_%zu", blocks.size() - 1);
+  return block;
+}
+
+void VcfMerger::writeWaiting(BlockFile& block) {
+  FileOwner file = openFile(block.path, block.begun ? "ae" : "we");
+  block.begun = true;
+  if (fwrite(block.lines.data(), 1, block.lines.size(), file.get()) != block.lines.size())
+    failWrite(block.path);
+  closeFile(file, block.path);
+  block.lines.clear();
 }
 
 void VcfMerger::closeBlock(BlockFile& block) {
-  closeFile(block.stream, block.path);
+  if (!block.lines.empty()) writeWaiting(block);
+  block.lines.shrink_to_fit();
 }
 
 void VcfMerger::writeLine(BlockFile& block, std::string_view line) {
-  FILE* const stream = block.stream.get();
-  if (fwrite(line.data(), 1, line.size(), stream) != line.size() || putc('\n', stream) == EOF)
-    failWrite(block.path);
+  block.lines.append(line) += '\n';
   ++block.line_count;
+  if (block.lines.size() >= kWaitingLines) writeWaiting(block);
 }
 
 void VcfMerger::append(FILE* stream, const std::string& path) {
@@ -149,8 +158,9 @@ void VcfMerger::append(FILE* stream, const std::string& path) {
     if (contig == contig_index_.end()) continue;
     const size_t group = group_of_contig_[static_cast<size_t>(contig->second)];
     std::vector<BlockFile>& blocks = groups_[group];
-    if (!blocks.empty() && blocks.back().line_count >= block_size_) closeBlock(blocks.back());
-    writeLine(blocks.empty() || !blocks.back().stream ? addBlock(group) : blocks.back(), line);
+    const bool full = !blocks.empty() && blocks.back().line_count >= block_size_;
+    if (full) closeBlock(blocks.back());
+    writeLine(full || blocks.empty() ? addBlock(group) : blocks.back(), line);
   }
 }
 

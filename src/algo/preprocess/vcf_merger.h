@@ -9,7 +9,7 @@
 // Threads  one at a time; merge() works on the pool, and runs to its end with any number of threads or none.
 // Errors   std::runtime_error. The output is then without its index, and compressed without its end marker; temporary
 //          files stay.
-// Memory   of merge(): one block per running job.
+// Memory   of the scatter: 16 MiB; of merge(): one block per running job.
 #pragma once
 
 #include <atomic>
@@ -40,14 +40,16 @@ class VcfMerger {
 
  private:
   struct BlockFile {
-    FilePointer stream;  // while it takes lines
     std::string path;
+    std::string lines;   // not yet in the file, which is open only while it is written
+    bool begun = false;  // the file is there
     uint64_t line_count = 0;
   };
   class Data;
 
   std::string groupPath(size_t group) const;
   BlockFile& addBlock(size_t group);
+  void writeWaiting(BlockFile& block);
   void closeBlock(BlockFile& block);
   void writeLine(BlockFile& block, std::string_view line);
   VCFHeader makeHeader();
