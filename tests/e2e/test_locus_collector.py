@@ -2,6 +2,7 @@
 
 import collections
 import os
+import resource
 import shutil
 import subprocess
 
@@ -190,6 +191,14 @@ def test_temporary_names_are_no_inputs(run, source, tmp_path):
         result = collect_with(run, tmp_path / "score", reads)
         assert result.returncode == 1 and "would overwrite input file" in result.stderr
         assert reads.stat().st_size == source.stat().st_size
+
+
+def test_more_contigs_than_open_files(run, simulate, tmp_path):
+    command = [simulate, "--out-dir", tmp_path, "--contig-count", "120", "--length", "240000", "--chimera-rate", "0.3"]
+    subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
+    check_ok(collect_with(run, tmp_path / "score.gz", "sample1.bam", "--score_info_reduce", "0",
+                          preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (40, 40))))  # fmt: skip
+    assert sorted(parsed(tmp_path / "score.gz")) == collect(tmp_path / "sample1.bam")
 
 
 def test_block_file_that_cannot_be_written_leaves_nothing_whole(run, source, tmp_path):

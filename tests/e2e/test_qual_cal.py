@@ -6,6 +6,8 @@ import math
 import pathlib
 import random
 import re
+import resource
+import signal
 import subprocess
 
 import pysam
@@ -167,6 +169,15 @@ def test_any_threads_and_shards_and_parts(run, reads, tmp_path):
     result = run("--algo", "QualCal", "--merge", "bad.table", "part0", "cut")
     assert result.returncode != 0 and "File cut terminated unexpectedly" in result.stderr
     assert not (tmp_path / "bad.table").exists()
+
+    def leave_no_room():
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (6000, 6000))
+
+    for args in (["--merge", "cut", *parts[1:]], ["--plot", "--before", "merged.table", "cut"]):
+        result = run("--algo", "QualCal", *args, preexec_fn=leave_no_room)
+        assert result.returncode != 0 and "cut: File too large" in result.stderr
+        assert (tmp_path / "cut").stat().st_size == 0  # no part that is taken for the whole
 
 
 def biased_copy(source, target, seed=1):

@@ -153,6 +153,7 @@ TEST(OpticalDuplicates, AreJoinedInStepsOfTheDistance) {
   EXPECT_EQ(count({"A:B:1:0:0", "A:B:1:101:0"}), 0);
   EXPECT_EQ(count({"A:B:1:0:0", "A:B:1:0:101"}), 0);
   EXPECT_EQ(count({"A:B:1:0:0", "A:B:2:0:0"}), 0);
+  EXPECT_EQ(count({"A:B:1:5:5", "A:B:1:5:5", "A:B:1:90:5", "A:B:1:5:5", "A:B:2:5:5"}), 3);
   EXPECT_EQ(count({"A:1:2:3", "A:1:2:3"}), 0);  // a colon too few
   EXPECT_EQ(count({"A:B:1:x:0", "A:B:-1:0:0", "A:B:40000:0:0", "A:B:40000:0:0", ""}), 0);
   EXPECT_EQ(count({"A:B:C:1:0:0", "A:B:C:1:2147483647:5", "A:B:C:1:2147483600:5/1"}), 1);

@@ -126,8 +126,9 @@ TEST(MateInfo, RefusesOtherFormats) {
   EXPECT_EQ(told("1;2;3;4;5;n"), "");
   EXPECT_EQ(told("1;2;3;4;n"), "Dedup: score_info format changed. Please rerun algo LocusCollector.");
   const std::string long_name(255, 'n');
-  for (const std::string info : {"", ".", "1;2;3;4", "1;2;3;4;5;6;n", "1;2;x;4;5;n", "1;;3;4;5;n",
-                                 "1;2;3;4;9999999999;n", "1;2;3;4; 5;n", ("1;2;3;4;5;" + long_name).c_str()})
+  for (const std::string& info :
+       std::vector<std::string>{"", ".", "1;2;3;4", "1;2;3;4;5;6;n", "1;2;x;4;5;n", "1;;3;4;5;n",
+                                "1;2;3;4;9999999999;n", "1;2;3;4; 5;n", "1;2;3;4;5;" + long_name})
     EXPECT_EQ(told(info), "Dedup: score info fie is in incorrect format or corrupted") << info;
 }
 
