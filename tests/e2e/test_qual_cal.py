@@ -180,6 +180,27 @@ def test_any_threads_and_shards_and_parts(run, reads, tmp_path):
         assert (tmp_path / "cut").stat().st_size == 0  # no part that is taken for the whole
 
 
+def test_long_insertions_are_seen_alike_in_any_shards(run, reads, tmp_path):
+    """The inserted bases are a copy of those before: the model finds it, whatever else the step has loaded."""
+    text = pysam.FastaFile(str(reads / "reference.fa")).fetch("chr1").upper()
+    header = pysam.AlignmentFile(str(reads / "sample1.bam")).header.to_dict()
+    with pysam.AlignmentFile(str(tmp_path / "copy.bam"), "wb", header=header) as out:
+        for start in range(1000, 50000, 37):
+            read = pysam.AlignedSegment(out.header)
+            read.query_name, read.reference_id, read.reference_start, read.mapping_quality = "r", 0, start, 60
+            read.query_sequence = text[start:start + 10] + text[start - 50:start + 10] + text[start + 10:start + 40]
+            read.cigarstring, read.query_qualities = "10M60I30M", [30] * 100
+            read.set_tag("RG", header["RG"][0]["ID"])
+            out.write(read)
+    pysam.index(str(tmp_path / "copy.bam"))
+    tables = set()
+    for shards in ("1000000/1000", "97/11"):
+        command = ["--shard_param", shards, "-r", reads / "reference.fa", "-i", "copy.bam", "--algo", "QualCal", "t"]
+        assert run(*command).returncode == 0
+        tables.add((tmp_path / "t").read_bytes())
+    assert len(tables) == 1
+
+
 def biased_copy(source, target, seed=1):
     """Reads without errors in; out with errors at one of two rates, and qualities that misstate the rate by some phred
     that depend on group, cycle and context."""

@@ -12,8 +12,9 @@
 
 class BaseAlignment {
  public:
-  static constexpr int kBand = 7;           // diagonals on either side of those that the alignment takes
-  static constexpr int kLowestQuality = 4;  // lower base qualities count as this one
+  static constexpr int kBand = 7;            // diagonals on either side of those that the alignment takes
+  static constexpr int kReach = kBand + 15;  // looked at there: the band is filled up to 16 diagonals
+  static constexpr int kLowestQuality = 4;   // lower base qualities count as this one
 
   // `gap_open` is the phred quality of a gap's opening; by default that which reads state for indels.
   explicit BaseAlignment(double gap_open = 45);

@@ -9,8 +9,6 @@
 namespace {
 
 constexpr uint32_t kUncounted = FLAG_UNMAPPED | FLAG_SECONDARY | FLAG_QC_FAIL | FLAG_DUPLICATE;
-// Bases of reference beyond the reads, for the band of the model.
-constexpr uint32_t kMargin = 32;
 constexpr int kTagOffset = 33;  // of qualities as text
 
 }  // namespace
@@ -86,8 +84,9 @@ void QualCal::Engine::fetchReference() {
   const char* contig = context->shard.contig;
   const FastaIndexEntry* entry = context->reference->entry(contig);
   const uint32_t length = entry ? entry->length : 0;
-  reference_.start = std::min(reads_.front()->start - std::min(reads_.front()->start, kMargin), length);
-  reference_.end = uint32_t(std::min<uint64_t>(uint64_t(end) + kMargin, length));
+  reference_.start =
+      std::min(reads_.front()->start - std::min(reads_.front()->start, ReadErrors::kReach), length);
+  reference_.end = uint32_t(std::min<uint64_t>(uint64_t(end) + ReadErrors::kReach, length));
   const uint32_t size = reference_.end - reference_.start;
   if (bases_.size() < size) bases_.resize(size);
   if (masked_.size() < size) masked_.resize(size);

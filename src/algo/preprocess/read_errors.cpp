@@ -8,9 +8,8 @@
 
 namespace {
 
-// Bases and diagonals that the model sees at a time. Longer alignments and longer gaps are cut.
+// Bases that the model sees at a time; longer alignments are cut.
 constexpr size_t kMaxPiece = 2048;
-constexpr int64_t kMaxDiagonals = 64;
 constexpr uint8_t kNoQuality = 0xff;
 
 bool isBase(char c) {

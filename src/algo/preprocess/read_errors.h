@@ -25,6 +25,12 @@ std::pair<uint32_t, uint32_t> templateBounds(const Read& read);
 
 class ReadErrors {
  public:
+  // Diagonals that the model sees at a time; alignments with longer gaps are cut.
+  static constexpr int64_t kMaxDiagonals = 64;
+  // How far beyond a read's alignment the model may look. The stretch of reference has to reach as far, or what is found
+  // would depend on where the stretch ends.
+  static constexpr uint32_t kReach = kMaxDiagonals + BaseAlignment::kReach;
+
   // Looks at the aligned bases within `bounds` that lie in the reference's stretch. False, and nothing to count, for
   // a read without bases or alignment, of length 1, or with a CIGAR operator that is none (the last two are told on
   // standard error).
