@@ -269,7 +269,7 @@ def test_recovers_biased_qualities(run, simulate, tmp_path):
 
 @pytest.mark.parametrize("args, message", [
     ("", "QualCal: --merge or --plot option is expected, or missing input reference and bam files"),
-    ("--merge --plot x", "QualCal: --merge and --plot options are mutually exclusive"),
+    ("--merge --plot x", "QualCal: --merge and --plot options are mutally exclusive"),
     ("--merge out", "QualCal: no partial files for merge"),
     ("--plot out", "QualCal: no input for plot"),
     ("--plot --before no.table out", "Error: QualCal failed to load table file no.table"),

@@ -189,7 +189,8 @@ void DuplicateMarker::judgeAlone(WindowRead& own, const MateInfoBase& mates) {
 
 void DuplicateMarker::addFarPair(WindowRead& own, const MateSummary* mate) {
   const Read& read = *own.read;
-  const bool mate_reverse = read.flag & FLAG_MATE_REVERSE;
+  // The mate itself knows its strand better than the read does.
+  const bool mate_reverse = mate != nullptr ? mate->flags & FLAG_REVERSE : read.flag & FLAG_MATE_REVERSE;
   PairRecord pair{own.library,
                   own.five_prime,
                   0,

@@ -52,7 +52,7 @@ void QualCal::settleMode(const std::vector<const char*>& positional) {
     throw std::invalid_argument(
         name + ": --merge or --plot option is expected, or missing input reference and bam files");
   if (merge_ && plot_)
-    throw std::invalid_argument(name + ": --merge and --plot options are mutually exclusive");
+    throw std::invalid_argument(name + ": --merge and --plot options are mutally exclusive");
   if (merge_) {
     requireMergeRun(positional.empty() ? 0 : positional.size() - 1);
     input_files_.assign(positional.begin() + 1, positional.end());
