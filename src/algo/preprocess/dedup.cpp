@@ -120,9 +120,7 @@ void Dedup::openScoreFiles() {
   const ContigMap contig_map = contigMapOf(contigs);
   for (const std::string& path : score_files_) {
     const std::string failure = "Dedup: Cannot open score info file " + path + ": ";
-    FILE* const file = open_plain_file(path.c_str());
-    if (!file) throw std::invalid_argument(failure + strerror(errno));
-    fclose(file);
+    if (!FileOwner(open_plain_file(path.c_str()))) throw std::invalid_argument(failure + strerror(errno));
     VCFHeader header;
     try {
       score_caches_.push_back(std::make_unique<VCFCache>(path));
@@ -197,15 +195,12 @@ void Dedup::printSummary() const {
 void Dedup::writeMetrics() const {
   const std::string text =
       context->mode == DriverContext::kShardedTraversal ? metrics_.part() : metrics_.table();
-  FILE* const file = fopen(metrics_path_.c_str(), "we");
+  FileOwner file(fopen(metrics_path_.c_str(), "we"));
   if (!file) throw std::runtime_error(format(kOpenFailure, metrics_path_.c_str(), strerror(errno)));
-  const bool written = fwrite(text.data(), 1, text.size(), file) == text.size() && fflush(file) == 0;
-  const int error = errno;
-  const bool emptied = written || ftruncate(fileno(file), 0) == 0;  // a part of it is not taken for the whole
-  const bool closed = fclose(file) == 0;
-  if (!written || !closed)
-    throw std::runtime_error(format("Failed to write to file %s, %s%s", metrics_path_.c_str(),
-                                    strerror(written ? errno : error), emptied ? "" : ", it holds a part"));
+  fwrite(text.data(), 1, text.size(), file.get());
+  if (!close_written(std::move(file)))
+    throw std::runtime_error(
+        format("Failed to write to file %s, %s", metrics_path_.c_str(), strerror(errno)));
 }
 
 // Before the base's destructor ends the output.
