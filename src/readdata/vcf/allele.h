@@ -8,10 +8,11 @@
 
 struct Allele {
   const char* bases = nullptr;
-  int32_t length = 0;  // bytes
+  int32_t length = 0;  // bytes; callers drop a candidate by setting it to 0
   // When it is above 0 and below the record's reference length, the last `refSuffix` bases of REF belong to the
   // allele as well: it may be shortened while REF is not.
   int32_t refSuffix = 0;
+  bool isRef = false;  // set by callers that keep the reference among the candidates
 
   // One byte below 32: a code of the table.
   bool isSymbolic() const { return length == 1 && static_cast<uint8_t>(*bases) < 32; }

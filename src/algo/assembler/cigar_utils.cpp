@@ -1,0 +1,1 @@
+#include "readdata/bam/bam_record.h"

@@ -1,0 +1,1 @@
+#include "algo/vcall/annotate/annotator.h"

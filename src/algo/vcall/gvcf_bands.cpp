@@ -1,0 +1,1 @@
+#include "algo/vcall/gvcf_bands.h"

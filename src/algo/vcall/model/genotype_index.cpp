@@ -1,0 +1,1 @@
+#include "algo/vcall/model/genotype_index.h"

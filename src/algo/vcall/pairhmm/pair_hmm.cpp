@@ -1,0 +1,1 @@
+#include "algo/vcall/pairhmm/pair_hmm.h"

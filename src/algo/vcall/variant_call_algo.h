@@ -1,0 +1,135 @@
+// variant_call_algo.h - what all callers share: options, header, the site decision, genotypes, annotations, dbSNP ids,
+// reference blocks and the way of a record to the file. A caller finds candidate alleles and their likelihoods.
+//
+//   calculate     is there a variant, and which alternates stay
+//   emitVariant   genotypes, annotations, filter, dbSNP, the line
+//   addRefConfidence   positions without a record (mode gvcf)
+//
+// Coords   zero-based half open; likelihoods are log10, QUAL and GQ phred.
+// Threads  the algorithm is constant while engines run; each engine has readers, priors and scratch of its own.
+// Errors   std::invalid_argument and std::runtime_error with the algorithm's name in front.
+#pragma once
+
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "algo/algo.h"
+#include "algo/vcall/annotate/annotator.h"
+#include "algo/vcall/given_alleles.h"
+#include "algo/vcall/gvcf_bands.h"
+#include "algo/vcall/model/allele_priors.h"
+#include "algo/vcall/model/exact_model.h"
+#include "algo/vcall/model/site_context.h"
+#include "readdata/vcf/gvcf_writer.h"
+#include "readdata/vcf/vcf_cache.h"
+#include "readdata/vcf/vcf_header.h"
+
+class VariantCallAlgo : public Algo {
+ public:
+  class Engine;
+  class Result;
+
+  enum EmitMode : int { kVariant = 0, kConfident = 1, kAll = 2, kGvcf = 3 };
+
+  std::vector<OutputFile> outputs() const override;
+  std::vector<std::string> inputs() const override;
+  void init()
+      override;  // log tables, dbSNP and given files, the output with its header; with --merge the whole job
+  void merge(const Shard& shard, Algo::Result* result) override;
+  void finish() override;
+
+ protected:
+  VariantCallAlgo(DriverContext* context, int count, const char* const args[]);
+  ~VariantCallAlgo() override;
+
+  // Binds annotation, call_conf, emit_conf, emit_mode, given, dbsnp and merge, in the order of the help text. What the
+  // callers differ in comes as texts.
+  void addCommonOptions(OptionParser& parser, const char* emit_mode_help);
+  // Takes the positional arguments, checks the common options and the run's inputs, and sets mode_mask. The usage texts
+  // are thrown as std::invalid_argument.
+  void settle(const std::vector<const char*>& positional, bool gvcf_allowed);
+  // Header lines of the caller itself, added behind the common ones.
+  virtual void addHeaderLines(VCFHeader&) {}
+
+  // The samples of the output in column order: the SM of the read groups, sorted.
+  std::vector<std::string> samples_;
+  std::vector<int32_t> sample_of_group_;  // by Read::read_group
+
+  double call_conf_ = 30, emit_conf_ = 30;
+  int emit_mode_ = kVariant;
+  std::vector<std::string> annotations_;  // as given: a name adds, one behind '!' removes
+  AnnotationSet wanted_;
+  AnnotatorList annotators_;
+  std::string output_, dbsnp_file_, given_file_;
+  std::string gq_bands_text_ = "1-60,60-99/10,99";
+  std::vector<int32_t> gq_bands_;
+  bool merge_ = false;
+  std::vector<std::string> partials_;
+  std::unique_ptr<VCFCache> dbsnp_, given_;  // engines have copies
+  std::unique_ptr<VCFWriter> writer_;
+};
+
+// The part of an algorithm's result that reaches merge(): a file of lines for the shard, and in mode gvcf the blocks at
+// its ends.
+class VariantCallAlgo::Result final : public Algo::Result, public GVCFWriter::Result {
+ public:
+  std::string path;  // of the shard's file
+  uint64_t memorySize() const override;
+};
+
+class VariantCallAlgo::Engine : public Algo::Engine {
+ public:
+  Engine(DriverContext* context, VariantCallAlgo* algo);
+
+  void startShard() override;
+  void processNoCoor() override {}
+  Algo::Result* finishShard() override;
+
+ protected:
+  // The cached priors of 0..numChr alternate chromosomes.
+  const std::vector<double>& getPriors(int numChr, bool isSNP) { return priors_.getPriors(numChr, isSNP); }
+
+  // Runs the model on the site's likelihoods. Returns the number of alternates that stay, 0 for nothing to emit, -1 for
+  // a reference-only record that must be emitted all the same. An alternate that is too weak gets length 0, but not in
+  // mode gvcf or with a given file. `qual` is set unless the return is 0 for want of data.
+  int calculate(Site& site, double* qual, int emitMode, double callConf, double emitConf);
+  int calculate(Site& site, double* qual) {
+    return calculate(site, qual, emit_mode_, call_conf_, emit_conf_);
+  }
+
+  // Writes the record of a site; of the model's last run the counts enter the annotations.
+  void emitVariant(const Site& site, double qual);
+
+  // Positions without a record, in mode gvcf; see BandCollector.
+  void addRefConfidence(uint32_t start, uint32_t end, const char* refBases, const double* likelihoods,
+                        const int32_t* depth, int ploidy);
+
+  // Makes the dbSNP records of [start, end) those that emitVariant() looks among. Before the records of a region.
+  void fetchDb(uint32_t start, uint32_t end);
+
+  const VariantCallAlgo& vcall() const { return *static_cast<const VariantCallAlgo*>(algo); }
+  size_t sampleCount() const { return vcall().samples_.size(); }
+  int32_t sampleOf(const Read& read) const { return vcall().sample_of_group_[size_t(read.read_group)]; }
+  bool hasGiven() const { return given_cache_ != nullptr; }
+
+  double call_conf_, emit_conf_;
+  int emit_mode_;
+  AlleleCountResult model_;
+  std::unique_ptr<VCFCache> given_cache_;  // null without a given file
+
+ private:
+  void annotateAndWrite(const Site& site, double qual);
+  void setId(VariantContext& record);
+
+  AllelePriors priors_;
+  std::unique_ptr<VCFCache> db_cache_;
+  size_t db_cursor_ = 0;  // in the cache's records: those before lie behind the last record written
+  std::unique_ptr<VCFWriter> writer_;
+  BandCollector bands_;
+  VariantContext record_;
+  std::vector<const GenotypeLikelihoods*> informative_;  // scratch
+  std::vector<SiteRead> pileup_, row_reads_;
+  std::vector<GenotypeCall> calls_;
+};
