@@ -131,6 +131,7 @@ const std::vector<Option>& optionTable() {
       {"pairs", "N", "read pairs per sample, instead of --depth", number(&O::pairs, 1, 1'000'000'000)},
       {"samples", "N|NAME,...", "samples; every third is the child of the two before it (sample1)",
        [](Parsed& p, const std::string& t) { p.options.samples = parseSamples(t); }},
+      {"ploidy", "N", "haplotypes per sample, 1 to 8 (2)", number(&O::ploidy, 1, 8)},
       {"read-length", "N", "bases per read (150)", number(&O::read_length, 30, 500)},
       {"insert", "MEAN/SD", "fragment length in bases (400/80)",
        [](Parsed& p, const std::string& t) {
@@ -160,6 +161,10 @@ const std::vector<Option>& optionTable() {
       {"soft-clip-rate", "F", "reads with a clipped junk end (0.03)", fraction(&O::soft_clip)},
       {"snp-rate", "F", "SNP sites per base (0.001)", fraction(&O::snp, 0.1)},
       {"indel-rate", "F", "indel sites per base (0.00015)", fraction(&O::indel, 0.02)},
+      {"cluster-rate", "F",
+       "chance of a site having another 2 to 12 bases behind it, and that one another (0)",
+       fraction(&O::cluster, 0.9)},
+      {"multi-allelic-rate", "F", "further sites with a second alternative (0)", fraction(&O::multi_allelic)},
       {"flag-duplicates", nullptr, "set the duplicate flag on the copies (it is left to be found)",
        [](Parsed& p, const std::string&) { p.options.flag_duplicates = true; }},
       {"compression", "N", "level of the BAM; 1 depends on the processor (2)", number(&O::compression, 0, 9)},

@@ -21,6 +21,7 @@ struct SimulateOptions {
   std::vector<std::string> samples = {"sample1"};
   uint32_t depth = 30;  // mean coverage per sample, all reads counted
   uint64_t pairs = 0;   // per sample; above zero it takes the place of `depth`
+  int32_t ploidy = 2;   // haplotypes per sample
   int32_t read_length = 150;
   int32_t insert_mean = 400, insert_sd = 80;
   int32_t read_groups = 4;  // per sample, dealt to the libraries in turn
@@ -36,8 +37,10 @@ struct SimulateOptions {
   Chance soft_clip = chanceOf(0.03);  // of a read having a junk end
   Chance snp = chanceOf(0.001);       // per base
   Chance indel = chanceOf(0.00015);   // per base
-  bool flag_duplicates = false;       // set 0x400 on the copies
-  int32_t compression = 2;            // BGZF level of the BAM
+  Chance cluster = 0;                 // of a site having one more close behind it, repeatedly
+  Chance multi_allelic = 0;      // of a site having a second alternative, beside those that have one anyway
+  bool flag_duplicates = false;  // set 0x400 on the copies
+  int32_t compression = 2;       // BGZF level of the BAM
   std::string out_dir;
   std::string prefix;
   bool help = false;

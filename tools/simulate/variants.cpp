@@ -16,11 +16,17 @@ char otherBase(char base, Rng& rng) {
   return drawn == base ? 'T' : drawn;
 }
 
+// How often sites occur. Of a rate of 0 nothing is drawn.
+struct SiteRates {
+  Chance snp, indel;
+  Chance cluster = 0, multi_allelic = 0;
+};
+
 // A thing to choose sites on: a contig's bases, and the end of what the sites before occupy.
 class SiteMaker {
  public:
-  SiteMaker(const Genome& genome, uint32_t contig, Rng& rng)
-      : contig_(contig), bases_(genome.contigs[contig].bases), rng_(rng) {}
+  SiteMaker(const Genome& genome, uint32_t contig, const SiteRates& rates, Rng& rng)
+      : contig_(contig), bases_(genome.contigs[contig].bases), rates_(rates), rng_(rng) {}
 
   // Appends a site near `at` unless there is no room for one.
   void addSnp(uint32_t at, std::vector<Site>& sites) {
@@ -28,7 +34,7 @@ class SiteMaker {
     Site site{contig_, at, std::string(1, bases_[at]), {}};
     char first = otherBase(bases_[at], rng_);
     site.alts.emplace_back(1, first);
-    if (rng_.oneIn(60)) {
+    if (rng_.oneIn(60) || second()) {
       char second = kBases[rng_.below(4)];
       if (second != first && second != bases_[at]) site.alts.emplace_back(1, second);
     }
@@ -39,7 +45,7 @@ class SiteMaker {
     uint32_t period = tandemPeriod(at);
     uint32_t length = period * (1 + rng_.below(2));
     if (period == 0) length = 1 + (rng_.oneIn(3) ? rng_.below(30) : rng_.below(6));
-    bool both = rng_.oneIn(12);  // a deletion and an insertion at one place
+    bool both = rng_.oneIn(12) || second();  // a deletion and an insertion at one place
     bool insertion = rng_.next() >> 63;
     uint32_t anchor = at;
     std::string inserted;
@@ -68,7 +74,23 @@ class SiteMaker {
     take(std::move(site), sites);
   }
 
+  // Appends neighbours to the last site: a chain that goes on as long as the dice say so.
+  void addCluster(std::vector<Site>& sites) {
+    if (rates_.cluster == 0) return;
+    for (size_t before = sites.size(); rng_.happens(rates_.cluster); before = sites.size()) {
+      uint32_t at = free_from_ + 1 + rng_.below(11);
+      if (at >= bases_.size()) return;
+      if (rng_.oneIn(3))
+        addIndel(at, sites);
+      else
+        addSnp(at, sites);
+      if (sites.size() == before) return;
+    }
+  }
+
  private:
+  bool second() { return rates_.multi_allelic > 0 && rng_.happens(rates_.multi_allelic); }
+
   bool fits(uint32_t start, uint32_t end) const {
     if (start < free_from_ + 1 || end + kMargin > bases_.size()) return false;
     for (uint32_t i = start < kMargin ? 0 : start - kMargin; i < end + kMargin; ++i)
@@ -104,34 +126,39 @@ class SiteMaker {
 
   uint32_t contig_;
   const std::string& bases_;
+  SiteRates rates_;
   Rng& rng_;
   uint32_t free_from_ = kMargin;
 };
 
-std::vector<Site> drawSites(const Genome& genome, uint64_t seed, uint64_t stream, Chance snp, Chance indel) {
+std::vector<Site> drawSites(const Genome& genome, uint64_t seed, uint64_t stream, const SiteRates& rates) {
   std::vector<Site> sites;
   for (uint32_t c = 0; c < genome.contigs.size(); ++c) {
     Rng rng(seed, stream, c);
-    SiteMaker maker(genome, c, rng);
+    SiteMaker maker(genome, c, rates, rng);
     for (uint32_t at = 0; at < genome.contigs[c].length(); ++at) {
       uint32_t draw = rng.bits32();
-      if (draw < snp)
+      size_t before = sites.size();
+      if (draw < rates.snp)
         maker.addSnp(at, sites);
-      else if (draw < snp + indel)
+      else if (draw < rates.snp + rates.indel)
         maker.addIndel(at, sites);
+      if (sites.size() > before) maker.addCluster(sites);
     }
   }
   return sites;
 }
 
-// The child's haplotype from one parent: it follows one side and crosses over now and then.
-WeightedHaplotype inherit(const Sample& parent, const std::vector<Site>& sites, Rng& rng) {
+// A child's haplotype from two of one parent's (or twice the same): it follows one and crosses over now and then.
+WeightedHaplotype inherit(const WeightedHaplotype& first, const WeightedHaplotype& second,
+                          const std::vector<Site>& sites, Rng& rng) {
+  const WeightedHaplotype* sides[] = {&first, &second};
   WeightedHaplotype child{std::vector<uint8_t>(sites.size()), 1};
   uint32_t side = rng.below(2);
   for (size_t i = 0; i < sites.size(); ++i) {
     if (i > 0 && sites[i].contig != sites[i - 1].contig) side = rng.below(2);
     if (rng.oneIn(500)) side ^= 1;
-    child.alleles[i] = parent.haplotypes[side].alleles[i];
+    child.alleles[i] = sides[side]->alleles[i];
   }
   return child;
 }
@@ -168,6 +195,20 @@ bool isChild(size_t sample) {
   return sample % 3 == 2;
 }
 
+// Half of the haplotypes come from either parent, the odd one from the first.
+Sample makeChild(const std::string& name, const Sample& first, const Sample& second,
+                 const std::vector<Site>& sites, Rng& rng) {
+  size_t ploidy = first.haplotypes.size();
+  Sample child{name, {}};
+  for (size_t i = 0; i < ploidy; ++i) {
+    const Sample& parent = i < (ploidy + 1) / 2 ? first : second;
+    size_t side = i < (ploidy + 1) / 2 ? 2 * i : 2 * (i - (ploidy + 1) / 2);
+    child.haplotypes.push_back(
+        inherit(parent.haplotypes[side], parent.haplotypes[std::min(side + 1, ploidy - 1)], sites, rng));
+  }
+  return child;
+}
+
 void drawGenotypes(const SimulateOptions& options, Variants& variants) {
   Rng rng(options.seed, kGenotypeStream);
   const std::vector<Site>& sites = variants.sites;
@@ -178,13 +219,14 @@ void drawGenotypes(const SimulateOptions& options, Variants& variants) {
   for (size_t s = 0; s < variants.samples.size(); ++s) {
     if (isChild(s)) continue;
     Sample& sample = founders.emplace_back(Sample{variants.samples[s].name, {}});
-    for (int side = 0; side < 2; ++side) sample.haplotypes.push_back(founder(sites, frequency, rng));
+    for (int side = 0; side < options.ploidy; ++side)
+      sample.haplotypes.push_back(founder(sites, frequency, rng));
   }
   spreadAlts(founders, founders.size(), sites, rng);
   for (size_t s = 0, next = 0; s < variants.samples.size(); ++s) {
     if (isChild(s)) {
-      for (size_t parent : {s - 2, s - 1})
-        variants.samples[s].haplotypes.push_back(inherit(variants.samples[parent], sites, rng));
+      variants.samples[s] =
+          makeChild(variants.samples[s].name, variants.samples[s - 2], variants.samples[s - 1], sites, rng);
     } else {
       variants.samples[s] = std::move(founders[next++]);
     }
@@ -220,10 +262,14 @@ void dropClashes(const std::vector<Site>& sites, std::vector<Site>& decoys) {
 
 Variants makeVariants(const SimulateOptions& options, const Genome& genome) {
   Variants variants;
-  variants.sites = drawSites(genome, options.seed, kSiteStream, options.snp, options.indel);
+  variants.sites = drawSites(genome, options.seed, kSiteStream,
+                             {options.snp, options.indel, options.cluster, options.multi_allelic});
+  // A lone haploid sample cannot carry two alternatives.
+  if (options.ploidy == 1 && options.samples.size() == 1)
+    for (Site& site : variants.sites) site.alts.resize(1);
   drawGenotypes(options, variants);
   countKinds(variants);
-  variants.decoys = drawSites(genome, options.seed, kKnownStream, options.snp / 4, options.indel / 4);
+  variants.decoys = drawSites(genome, options.seed, kKnownStream, {options.snp / 4, options.indel / 4});
   dropClashes(variants.sites, variants.decoys);
   Rng rng(options.seed, kKnownStream, UINT64_MAX);
   for (size_t i = 0; i < variants.sites.size(); ++i) variants.site_known.push_back(!rng.oneIn(10));

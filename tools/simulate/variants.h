@@ -27,7 +27,8 @@ struct WeightedHaplotype {
 
 struct Sample {
   std::string name;
-  std::vector<WeightedHaplotype> haplotypes;  // two: the left and right side of a phased genotype
+  std::vector<WeightedHaplotype>
+      haplotypes;  // of the ploidy's number: the sides of a phased genotype, in order
 };
 
 struct Variants {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "cigar_edit.h"
+#include "genome.h"
 #include "haplotype.h"
 #include "read_builder.h"  // parseCigar
 #include "variants.h"
@@ -70,6 +71,58 @@ TEST(Haplotype, AlignsAroundAllelesOfEveryKind) {
   for (uint32_t place : {0u, 5u, 6u, 9u, 13u, 19u})
     EXPECT_EQ(haplotype.toReference(haplotype.fromReference(place)), place);
   EXPECT_EQ(haplotype.fromReference(11), 12u) << "a deleted base leads to the next that is there";
+}
+
+// The truth of a made-up genome, without its reads.
+Variants variantsOf(std::vector<std::string> args) {
+  args.insert(args.end(), {"--out-dir", "unused", "--length", "60000"});
+  SimulateOptions options = parseOptions(args);
+  return makeVariants(options, makeGenome(options.seed, options.contigs));
+}
+
+TEST(Variants, AnyPloidyAndEveryAltIsCarried) {
+  for (const char* ploidy : {"1", "2", "3", "8"})
+    for (const char* samples : {"1", "3"}) {
+      Variants variants =
+          variantsOf({"--ploidy", ploidy, "--samples", samples, "--multi-allelic-rate", "0.5"});
+      for (const Sample& sample : variants.samples)
+        ASSERT_EQ(sample.haplotypes.size(), static_cast<size_t>(std::stoi(ploidy)));
+      for (size_t i = 0; i < variants.sites.size(); ++i)
+        for (size_t alt = 1; alt <= variants.sites[i].alts.size(); ++alt) {
+          bool carried = false;
+          for (const Sample& sample : variants.samples)
+            for (const WeightedHaplotype& haplotype : sample.haplotypes)
+              carried |= haplotype.alleles[i] == alt;
+          EXPECT_TRUE(carried) << ploidy << " " << samples << " " << variants.sites[i].start;
+        }
+      if (std::string(samples) == "3") {  // a child has each allele from a parent
+        for (size_t i = 0; i < variants.sites.size(); ++i)
+          for (const WeightedHaplotype& mine : variants.samples[2].haplotypes) {
+            bool inherited = false;
+            for (size_t parent : {0, 1})
+              for (const WeightedHaplotype& theirs : variants.samples[parent].haplotypes)
+                inherited |= theirs.alleles[i] == mine.alleles[i];
+            EXPECT_TRUE(inherited);
+          }
+      }
+    }
+}
+
+TEST(Variants, ClustersAndMultiAllelicSitesOnDemand) {
+  auto near = [](const Variants& variants) {
+    int pairs = 0;
+    for (size_t i = 1; i < variants.sites.size(); ++i) {
+      const Site &a = variants.sites[i - 1], &b = variants.sites[i];
+      EXPECT_GT(b.start, a.start + a.ref.size());
+      pairs += b.start <= a.start + a.ref.size() + 12;
+    }
+    return pairs;
+  };
+  Variants plain = variantsOf({}),
+           hard = variantsOf({"--cluster-rate", "0.5", "--multi-allelic-rate", "0.3"});
+  EXPECT_LT(near(plain) * 10, static_cast<int>(plain.sites.size()));
+  EXPECT_GT(near(hard) * 4, static_cast<int>(hard.sites.size()));
+  EXPECT_GT(hard.multi_allelic * 5, hard.sites.size());
 }
 
 }  // namespace
