@@ -16,6 +16,8 @@ struct ReadWindow {
 // at most 100 bases, the bases past the mate's start are adapter.
 ReadWindow adapterFreeWindow(const Read& read);
 
-// The part of `read` inside `window` and [start, end), with soft-clipped bases counted as if the read went on along
-// the reference. False when nothing is left, or when the read does not reach there.
+// The part of `read` inside [start, end), and inside `window` where that is narrower than the aligned span. Soft-clipped
+// bases count as if the read went on along the reference. Inserted bases at a border that cuts the read are left out;
+// a border inside a deletion leaves the bases behind it. Sets all fields of `clip` but the sample; the reference span is
+// that of the first to the last kept base. False when nothing is left, or when the read does not reach there.
 bool clipRead(Read& read, ReadWindow window, uint32_t start, uint32_t end, ReadClip& clip);
