@@ -1,0 +1,3 @@
+#include "algo/vcall/annotate/annotators.h"
+
+void AlleleCountAnnotator::annotate(VariantContext&, const SiteContext&, const AnnotationSet&) const {}

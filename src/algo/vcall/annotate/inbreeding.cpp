@@ -1,0 +1,3 @@
+#include "algo/vcall/annotate/annotators.h"
+
+void InbreedingAnnotator::annotate(VariantContext&, const SiteContext&, const AnnotationSet&) const {}
