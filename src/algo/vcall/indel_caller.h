@@ -1,0 +1,51 @@
+// indel_caller.h - what the reads over a position say of candidate indels there.
+//
+//   haplotypes    the reference 200 bases to each side of the position, with each allele in turn
+//   rows          PairHMM: each read under each haplotype, both cut to the read's span and a small margin
+//   likelihoods   of each sample's genotypes, from its rows
+//
+// Coords   zero-based half open; likelihoods are log10.
+// Owns     alleles, clips and rows of the last site: a Site made by prepare() is valid until the next call.
+// Threads  one object per thread.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "algo/vcall/given_alleles.h"
+#include "algo/vcall/model/site_context.h"
+#include "algo/vcall/pairhmm/pair_hmm.h"
+#include "algo/vcall/reference_window.h"
+
+class IndelCaller {
+ public:
+  IndelCaller(uint32_t ploidy, uint32_t min_base_qual, size_t samples);
+
+  // Makes the site of `record`, whose REF is the reference at `position`: alleles, likelihoods and rows. `reads` overlap
+  // the position or begin right behind it; they become the site's pileup. `sample_of_group` is by Read::read_group.
+  // False when an allele reaches beyond what is known of the reference, or when there is no alternate.
+  // A sample without usable reads has an empty likelihood vector. Alternates are left out from the end of the list when
+  // a sample would have more than kMaxGenotypes genotypes; one stays in any case.
+  bool prepare(uint32_t position, const GivenAlleles::Record& record, const ReferenceWindow& window,
+               const std::vector<Read*>& reads, std::span<const int32_t> sample_of_group, Site& site);
+
+  static constexpr size_t kMaxGenotypes = 1000;
+
+  // Cuts the bases that REF and all alternates that stay share at their ends, all but the first: for the time between
+  // VariantCallAlgo::Engine::calculate(), which drops alleles, and emitVariant().
+  static void trim(Site& site);
+
+ private:
+  void likelihoods(Site& site, size_t alleles);
+
+  uint32_t ploidy_, min_base_qual_;
+  size_t samples_;
+  PairHMM hmm_;
+  GivenAlleles::Record record_;
+  std::vector<std::string> haplotypes_;
+  std::vector<ReadClip> clips_;
+  std::vector<double> values_;
+  ReadLikelihoodRows rows_;
+};
