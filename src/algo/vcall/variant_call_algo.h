@@ -35,8 +35,8 @@ class VariantCallAlgo : public Algo {
 
   std::vector<OutputFile> outputs() const override;
   std::vector<std::string> inputs() const override;
-  void init()
-      override;  // log tables, dbSNP and given files, the output with its header; with --merge the whole job
+  // Log tables, dbSNP and given files, the output with its header; with --merge the whole job.
+  void init() override;
   void merge(const Shard& shard, Algo::Result* result) override;
   void finish() override;
 
@@ -45,11 +45,15 @@ class VariantCallAlgo : public Algo {
   ~VariantCallAlgo() override;
 
   // Binds annotation, call_conf, emit_conf, emit_mode, given, dbsnp and merge, in the order of the help text. What the
-  // callers differ in comes as texts.
+  // callers differ in comes as texts. A value that cannot be is thrown as std::invalid_argument while parsing.
+  // gq_bands_text_ is bound by the caller that has mode gvcf.
   void addCommonOptions(OptionParser& parser, const char* emit_mode_help);
-  // Takes the positional arguments, checks the common options and the run's inputs, and sets mode_mask. The usage texts
-  // are thrown as std::invalid_argument.
+  // Takes the positional arguments, checks the common options and the run's inputs, and sets mode_mask and wanted_,
+  // which the caller may change until init(). The usage texts are thrown as std::invalid_argument; an unknown annotation
+  // is told on standard error and dropped.
   void settle(const std::vector<const char*>& positional, bool gvcf_allowed);
+  // Chromosomes per sample, known when init() runs.
+  virtual int ploidy() const { return 2; }
   // Header lines of the caller itself, added behind the common ones.
   virtual void addHeaderLines(VCFHeader&) {}
 
@@ -59,7 +63,8 @@ class VariantCallAlgo : public Algo {
 
   double call_conf_ = 30, emit_conf_ = 30;
   int emit_mode_ = kVariant;
-  std::vector<std::string> annotations_;  // as given: a name adds, one behind '!' removes
+  // As given, in order: a name adds to the set that every run has, one behind '!' removes from it.
+  std::vector<std::string> annotations_;
   AnnotationSet wanted_;
   AnnotatorList annotators_;
   std::string output_, dbsnp_file_, given_file_;
@@ -69,13 +74,29 @@ class VariantCallAlgo : public Algo {
   std::vector<std::string> partials_;
   std::unique_ptr<VCFCache> dbsnp_, given_;  // engines have copies
   std::unique_ptr<VCFWriter> writer_;
+
+ private:
+  void settleAnnotations();
+  void mergePartials();
+  void takeSamples();
+  void makeRoomInTables() const;
+  std::unique_ptr<VCFCache> openVcf(const std::string& path) const;  // null for an empty path
+  std::unique_ptr<VCFWriter> openOutput(bool gvcf) const;
+  void completeAnnotations();
+  // variant_call_header.cpp
+  void fillHeader(VCFHeader& header);
+  void addContigLines(VCFHeader& header) const;
+  void addAnnotationLines(VCFHeader& header) const;
+  void addGvcfLines(VCFHeader& header) const;
+
+  std::string emit_mode_text_;
 };
 
 // The part of an algorithm's result that reaches merge(): a file of lines for the shard, and in mode gvcf the blocks at
 // its ends.
 class VariantCallAlgo::Result final : public Algo::Result, public GVCFWriter::Result {
  public:
-  std::string path;  // of the shard's file
+  std::string path;  // of the shard's file; empty when there is none
   uint64_t memorySize() const override;
 };
 
@@ -93,13 +114,15 @@ class VariantCallAlgo::Engine : public Algo::Engine {
 
   // Runs the model on the site's likelihoods. Returns the number of alternates that stay, 0 for nothing to emit, -1 for
   // a reference-only record that must be emitted all the same. An alternate that is too weak gets length 0, but not in
-  // mode gvcf or with a given file. `qual` is set unless the return is 0 for want of data.
+  // mode gvcf or with a given file. `qual` is set unless the return is 0 for want of data. A site without alternates has
+  // no QUAL (NaN) and counts in mode all only.
   int calculate(Site& site, double* qual, int emitMode, double callConf, double emitConf);
   int calculate(Site& site, double* qual) {
     return calculate(site, qual, emit_mode_, call_conf_, emit_conf_);
   }
 
-  // Writes the record of a site; of the model's last run the counts enter the annotations.
+  // Writes the record of a site; of the model's last run the counts enter the annotations. Sites come in order of
+  // position. REF and the alternates lose what all of them end in.
   void emitVariant(const Site& site, double qual);
 
   // Positions without a record, in mode gvcf; see BandCollector.
@@ -120,8 +143,13 @@ class VariantCallAlgo::Engine : public Algo::Engine {
   std::unique_ptr<VCFCache> given_cache_;  // null without a given file
 
  private:
-  void annotateAndWrite(const Site& site, double qual);
+  // A record is made, then written: one that waits between needs its bases kept, for it does not own them.
+  void makeRecord(const Site& site, double qual, VariantContext& record);
+  void setAlleles(const Site& site, VariantContext& record) const;
   void setId(VariantContext& record);
+  void writeRecord(const VariantContext& record);
+  template <typename Work>
+  void writeTemp(Work work);
 
   AllelePriors priors_;
   std::unique_ptr<VCFCache> db_cache_;

@@ -1,0 +1,71 @@
+// The header of the output.
+#include <string_view>
+
+#include "algo/vcall/variant_call_algo.h"
+#include "base/text.h"
+
+namespace {
+
+struct AssemblyMark {
+  const char *mark, *assembly;
+};
+
+// The first that the name of the reference file holds.
+constexpr AssemblyMark kAssemblyMarks[] = {{"hg18", "hg18"}, {"hg19", "hg19"}, {"b36", "b36"}, {"b37", "b37"},
+                                           {"v37", "b37"},   {"hg38", "hg38"}, {"h38", "hg38"}};
+
+const char* assemblyOf(std::string_view reference_path) {
+  for (const AssemblyMark& known : kAssemblyMarks)
+    if (reference_path.find(known.mark) != reference_path.npos) return known.assembly;
+  return "unknown";
+}
+
+}  // namespace
+
+void VariantCallAlgo::fillHeader(VCFHeader& header) {
+  header.addCommandLine(name, command_line_);
+  addContigLines(header);
+  header.addRawLine("reference=file://" + context->reference->path());
+  if (call_conf_ > emit_conf_ || emit_mode_ == kAll)
+    header.addDef("FILTER", "LowQual", {{"Description", "\"Low quality\""}});
+  if (dbsnp_) header.addInfoDef("DB", "0", "Flag", "\"dbSNP membership\"");
+  for (const char* id : {"GT", "AD", "DP", "GQ", "PL"}) header.addFormatDef(id);
+  addAnnotationLines(header);
+  if (emit_mode_ == kGvcf) addGvcfLines(header);
+  header.samples = samples_;
+  addHeaderLines(header);
+}
+
+void VariantCallAlgo::addContigLines(VCFHeader& header) const {
+  const std::string assembly = std::string("assembly=") + assemblyOf(context->reference->path());
+  std::vector<VCFHeaderDef>& lines = header.defs["contig"];
+  for (const Contig& contig : context->reference->contigs())
+    lines.push_back({contig.contig, {"length=" + std::to_string(contig.end), assembly}});
+}
+
+// MIN_DP and SB are columns of the sample, and only in mode gvcf.
+void VariantCallAlgo::addAnnotationLines(VCFHeader& header) const {
+  for (size_t i = 0; i < static_cast<size_t>(AnnotationField::kCount); ++i) {
+    const auto field = static_cast<AnnotationField>(i);
+    if (!wanted_.has(field) || field == AnnotationField::MIN_DP || field == AnnotationField::SB) continue;
+    const AnnotationDef& def = annotationDef(field);
+    header.addInfoDef(def.name, def.number, def.type, def.description);
+  }
+}
+
+void VariantCallAlgo::addGvcfLines(VCFHeader& header) const {
+  header.addDef("ALT", "NON_REF",
+                {{"Description", "\"Represents any possible alternative allele at this location\""}});
+  header.addInfoDef("END", "1", "Integer", "\"Stop position of the interval\"");
+  int32_t low = 0;
+  for (int32_t high : gq_bands_) {
+    header.addLine(format("GVCFBlock%d-%d", low, high),
+                   format("minGQ=%d(inclusive),maxGQ=%d(exclusive)", low, high));
+    low = high;
+  }
+  for (const AnnotationField field : {AnnotationField::MIN_DP, AnnotationField::SB}) {
+    if (field == AnnotationField::SB && !wanted_.has(field)) continue;
+    const AnnotationDef& def = annotationDef(field);  // each block has a MIN_DP
+    header.addFormatDef(def.name, def.number, def.type, def.description);
+  }
+}
