@@ -1,0 +1,261 @@
+// The models against the definition: the likelihood of a count is the mean, over all ways to hand its chromosomes to
+// the samples, of the product of the samples' likelihoods.
+#include "algo/vcall/model/exact_model.h"
+
+#include <algorithm>
+#include <cmath>
+#include <gtest/gtest.h>
+#include <random>
+
+#include "algo/vcall/model/allele_priors.h"
+#include "algo/vcall/model/genotype_index.h"
+#include "base/log_math.h"
+
+namespace {
+using Vector = std::vector<double>;
+using Cohort = std::vector<GenotypeLikelihoods>;
+constexpr double kNear = 1e-3;
+
+std::vector<const GenotypeLikelihoods*> pointers(const Cohort& cohort) {
+  std::vector<const GenotypeLikelihoods*> all;
+  for (const auto& sample : cohort) all.push_back(&sample);
+  return all;
+}
+
+int chromosomes(const Cohort& cohort) {
+  int sum = 0;
+  for (const auto& sample : cohort) sum += int(sample.ploidy);
+  return sum;
+}
+
+double sumOf(const Vector& v) {
+  double sum = 0;
+  for (double x : v) sum += x;
+  return sum;
+}
+
+struct Expected {
+  double likelihood0, likelihood1, posterior0, posterior1;
+  int mle, map;
+};
+
+void normalize(double& a, double& b) {
+  double sum = std::log10(std::pow(10, a) + std::pow(10, b));
+  a -= sum, b -= sum;
+}
+
+double logChoose(int n, int k) {
+  return (std::lgamma(n + 1) - std::lgamma(k + 1) - std::lgamma(n - k + 1)) / std::log(10.0);
+}
+
+Expected bruteForce(Cohort cohort, const Vector& priors) {
+  std::erase_if(cohort, [](const auto& sample) { return sumOf(sample.gl) >= -0.1; });
+  const int total = chromosomes(cohort);
+  Vector likelihood(size_t(total) + 1);
+  std::vector<uint32_t> copies(cohort.size());
+  for (;;) {
+    double x = 0;
+    int ac = 0;
+    for (size_t i = 0; i < cohort.size(); ++i) {
+      x += cohort[i].gl[copies[i]] + logChoose(int(cohort[i].ploidy), int(copies[i]));
+      ac += int(copies[i]);
+    }
+    likelihood[size_t(ac)] += std::pow(10, x - logChoose(total, ac));
+    size_t i = 0;
+    while (i < cohort.size() && ++copies[i] > cohort[i].ploidy) copies[i++] = 0;
+    if (i == cohort.size()) break;
+  }
+  Expected e{std::log10(likelihood[0]), -1e6, 0, 0, 0, 0};
+  double above = 0, most = 0, most_posterior = 0;
+  for (int ac = 0; ac <= total; ++ac) {
+    double x = likelihood[size_t(ac)], posterior = x * std::pow(10, priors[size_t(ac)]);
+    if (ac > 0) above += x;
+    if (x > most) most = x, e.mle = ac;
+    if (posterior > most_posterior) most_posterior = posterior, e.map = ac;
+    if (x < most * 1e-6) break;
+  }
+  if (total > 0) e.likelihood1 = std::log10(above);
+  double present = 0;
+  for (size_t i = 1; i < priors.size(); ++i) present += std::pow(10, priors[i]);
+  e.posterior0 = e.likelihood0 + priors[0], e.posterior1 = e.likelihood1 + std::log10(present);
+  normalize(e.likelihood0, e.likelihood1);
+  normalize(e.posterior0, e.posterior1);
+  return e;
+}
+
+void expectSite(const AlleleCountResult& r, const Expected& e, const Vector& priors) {
+  EXPECT_NEAR(r.log10LikelihoodAC0, e.likelihood0, kNear);
+  EXPECT_NEAR(r.log10LikelihoodACgt0, e.likelihood1, kNear);
+  EXPECT_NEAR(r.log10PosteriorAC0, e.posterior0, kNear);
+  EXPECT_NEAR(r.log10PosteriorACgt0, e.posterior1, kNear);
+  EXPECT_EQ(r.log10PriorAC0, priors[0]);
+  EXPECT_NEAR(r.log10PriorACgt0, std::log10(1 - std::pow(10, priors[0])), 1e-9);
+}
+
+// Mostly reference, some carriers, some that know nothing; the best genotype has 0.
+Cohort randomCohort(std::mt19937& random, uint32_t ploidy_from, uint32_t ploidy_to, int alts) {
+  auto pick = [&random](double from, double to) {
+    return std::uniform_real_distribution<double>(from, to)(random);
+  };
+  Cohort cohort(1 + random() % 6);
+  for (auto& sample : cohort) {
+    sample.ploidy = ploidy_from + uint32_t(random() % (ploidy_to - ploidy_from + 1));
+    sample.gl.resize(GenotypeIndex::count(sample.ploidy, size_t(alts) + 1));
+    const double depth = random() % 5 == 0 ? 0 : pick(0, 6);
+    const size_t best = random() % 2 ? 0 : random() % sample.gl.size();
+    for (size_t g = 0; g < sample.gl.size(); ++g) sample.gl[g] = g == best ? 0 : -depth * pick(0.1, 1);
+  }
+  return cohort;
+}
+
+// The cohort as the allele sees it: by copies of alternate `alt` (from 0), of any for -1.
+Cohort reduced(const Cohort& cohort, int alts, int alt) {
+  Cohort result;
+  for (const auto& sample : cohort) {
+    if (sumOf(sample.gl) >= -0.1) continue;
+    GenotypeLikelihoods r{sample.ploidy, Vector(sample.ploidy + 1)};
+    for (GenotypeIndex g(sample.ploidy, size_t(alts) + 1); !g.exhausted(); g.next()) {
+      const int copies = alt < 0 ? int(g.ploidy) - g.counts[0] : g.counts[size_t(alt) + 1];
+      r.gl[size_t(copies)] += std::pow(10, sample.gl[size_t(g.index)]);
+    }
+    const double max = *std::max_element(r.gl.begin(), r.gl.end());
+    for (double& x : r.gl) x = std::round(-10 * std::log10(x / max)) * -0.1;
+    result.push_back(r);
+  }
+  return result;
+}
+
+TEST(ExactModel, OneAlternateIsTheSumOverAllGenotypes) {
+  std::mt19937 random(1);
+  for (int round = 0; round < 200; ++round) {
+    SCOPED_TRACE(round);
+    const uint32_t low = 1 + uint32_t(round % 4);
+    const Cohort cohort = randomCohort(random, low, round < 100 ? low : 4, 1);
+    const Vector priors = log10AllelePriors(round % 3 ? 0.001 : 0.1, chromosomes(cohort));
+    const Expected e = bruteForce(cohort, priors);
+    AlleleCountResult r, diploid;
+    GeneralExactModel::compute(pointers(cohort), 1, priors, r);
+    expectSite(r, e, priors);
+    EXPECT_EQ(r.mleCounts, std::vector<int32_t>{e.mle});
+    EXPECT_EQ(r.log10PNonRef, Vector{e.map > 0 ? -1e6 : 0});
+    if (round >= 100 || low != 2) continue;
+    DiploidExactModel::compute(pointers(cohort), 1, priors, diploid);
+    expectSite(diploid, e, priors);
+    EXPECT_EQ(diploid.mleCounts, r.mleCounts);
+    EXPECT_EQ(diploid.log10PNonRef, r.log10PNonRef);
+  }
+}
+
+TEST(ExactModel, ManyAlternatesAreRankedAndPayThePriorAgain) {
+  std::mt19937 random(2);
+  for (int round = 0; round < 200; ++round) {
+    SCOPED_TRACE(round);
+    const uint32_t ploidy = 1 + uint32_t(round % 4);
+    const int alts = 2 + int(random() % 2);
+    const Cohort cohort = randomCohort(random, ploidy, round < 100 ? ploidy : 4, alts);
+    const Vector priors = log10AllelePriors(0.01, chromosomes(cohort));
+    AlleleCountResult r;
+    auto compute = round < 100 && ploidy == 2 ? DiploidExactModel::compute : GeneralExactModel::compute;
+    compute(pointers(cohort), alts, priors, r);
+    expectSite(r, bruteForce(reduced(cohort, alts, -1), priors), priors);
+
+    std::vector<std::pair<double, int>> ranks;
+    std::vector<Expected> single;
+    for (int a = 0; a < alts; ++a) {
+      single.push_back(bruteForce(reduced(cohort, alts, a), priors));
+      ranks.emplace_back(-single.back().posterior1, a);
+      EXPECT_EQ(r.mleCounts[size_t(a)], single.back().mle);
+    }
+    std::sort(ranks.begin(), ranks.end());
+    for (int rank = 0; rank < alts; ++rank) {
+      const size_t a = size_t(ranks[size_t(rank)].second);
+      const double present = std::pow(1 - std::pow(10, priors[0]), rank + 1);
+      double absent = single[a].likelihood0 + std::log10(1 - present);
+      double there = single[a].likelihood1 + std::log10(present);
+      normalize(absent, there);
+      EXPECT_NEAR(r.log10PNonRef[a], absent, kNear);
+    }
+  }
+}
+
+TEST(ExactModel, OfEqualAlternatesOnlyOneIsSure) {
+  const Cohort cohort = {{2, {-6, 0, -9, -9, -9, -9}}, {2, {-6, -9, -9, 0, -9, -9}}};
+  AlleleCountResult r;
+  DiploidExactModel::compute(pointers(cohort), 2, log10AllelePriors(0.001, 4), r);
+  EXPECT_EQ(r.mleCounts, (std::vector<int32_t>{1, 1}));
+  EXPECT_LT(std::min(r.log10PNonRef[0], r.log10PNonRef[1]), -3);
+  EXPECT_GT(std::max(r.log10PNonRef[0], r.log10PNonRef[1]), -1);
+}
+
+TEST(ExactModel, SamplesThatSayNothing) {
+  const Vector priors = log10AllelePriors(0.001, 6);
+  AlleleCountResult r;
+  for (auto compute : {DiploidExactModel::compute, GeneralExactModel::compute}) {
+    const Cohort nothing = {{2, {0, -0.05, -0.05}}, {2, {0, 0, 0}}, {2, {}}};
+    compute(pointers(nothing), 1, priors, r);
+    EXPECT_EQ(r.log10LikelihoodAC0, 0);
+    EXPECT_EQ(r.log10LikelihoodACgt0, -1000000.0);
+    EXPECT_EQ(r.log10PNonRef, Vector{0});
+    EXPECT_EQ(r.mleCounts, std::vector<int32_t>{0});
+    EXPECT_NEAR(r.log10PosteriorAC0, 0, 1e-12);
+    // Just enough to count.
+    compute(pointers({{2, {0, -0.05, -0.06}}}), 1, priors, r);
+    EXPECT_GT(r.log10LikelihoodACgt0, -1);
+    const Cohort many = {{2, {0, 0, 0, 0, 0, 0}}, {2, {}}};
+    compute(pointers(many), 2, priors, r);
+    EXPECT_EQ(r.log10LikelihoodACgt0, -1000000.0);
+    EXPECT_EQ(r.mleCounts, (std::vector<int32_t>{0, 0}));
+    EXPECT_NEAR(r.log10PNonRef[0], 0, 1e-12);
+  }
+}
+
+TEST(ExactModel, LargeCohort) {
+  const size_t samples = 12000;  // more than fit on the stack
+  Cohort cohort(samples, {2, {0, -3, -12}});
+  for (size_t i = 0; i < 3; ++i) cohort[i * 1000].gl = {-9, 0, -9};
+  EXPECT_DEATH(
+      {
+        AlleleCountResult r;
+        DiploidExactModel::compute(pointers(cohort), 1, log10AllelePriors(0.001, 24000), r);
+      },
+      "log10Table");
+  growLogTables(2 * samples + 1);
+  AlleleCountResult diploid, general;
+  const Vector priors = log10AllelePriors(0.001, 24000);
+  DiploidExactModel::compute(pointers(cohort), 1, priors, diploid);
+  GeneralExactModel::compute(pointers(cohort), 1, priors, general);
+  EXPECT_EQ(diploid.mleCounts[0], general.mleCounts[0]);
+  EXPECT_GE(diploid.mleCounts[0], 3);
+  EXPECT_NEAR(diploid.log10PosteriorAC0 / general.log10PosteriorAC0, 1, 0.02);
+}
+
+TEST(ExactModel, WrongShapesAreBugs) {
+  const Cohort cohort = {{2, {0, -1, -2, -3, -4, -5}}};
+  AlleleCountResult r;
+  const Vector priors = log10AllelePriors(0.001, 2);
+  EXPECT_DEATH(BiAllelicDiploidACModel::compute(pointers(cohort), 2, priors, r), "alts == 1");
+  EXPECT_DEATH(BiAllelicACModel::compute(pointers(cohort), 1, priors, r), R"(\(int\)gl.size\(\))");
+  EXPECT_DEATH(DiploidExactModel::compute(pointers(cohort), 2, {0.0}, r), R"(\(int\)log10Priors.size\(\))");
+}
+
+TEST(AllelePriors, ThetaOverCount) {
+  AllelePriors priors;
+  const Vector& snp = priors.getPriors(2, true);
+  EXPECT_NEAR(std::pow(10, snp[0]), 1 - 0.0015, 1e-12);
+  EXPECT_NEAR(std::pow(10, snp[2]), 0.0005, 1e-12);
+  EXPECT_NEAR(priors.getPriors(2, false)[1], std::log10(0.000125), 1e-12);
+  EXPECT_EQ(priors.getPriors(0, true), Vector{0});
+  for (int n = 3; n < 200; ++n) priors.getPriors(n, true);
+  EXPECT_EQ(&snp, &priors.getPriors(2, true));
+
+  testing::internal::CaptureStderr();
+  try {
+    log10AllelePriors(0.8, 2);
+    ADD_FAILURE() << "no error";
+  } catch (const std::runtime_error& e) {
+    EXPECT_STREQ(e.what(), "Invalid sum of priors");
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "The heterozygosity value is set too high, please reduce it to below 0.666667\n");
+}
+}  // namespace
