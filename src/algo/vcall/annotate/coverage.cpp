@@ -56,7 +56,7 @@ void addMappingQuality(VariantContext& record, const SiteContext& context, const
   double squares = 0;
   int64_t reads = 0;
   for (const SiteRead& read : coveringReads(context)) {
-    if (!covers(read, context) || context.calls[static_cast<size_t>(read.sample)].depth < 0) continue;
+    if (!covers(read, context) || !hasSample(context, read) || callOf(context, read).depth < 0) continue;
     squares += static_cast<double>(read.read->mapq) * read.read->mapq;
     ++reads;
   }

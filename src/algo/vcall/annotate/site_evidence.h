@@ -22,6 +22,14 @@ inline bool supportsAlternate(const SiteRead& read, const Site& site) {
   return read.allele > 0 && isKept(site.alts[static_cast<size_t>(read.allele) - 1]);
 }
 
+// Reads of groups that no sample of the output has belong to none.
+inline bool hasSample(const SiteContext& context, const SiteRead& read) {
+  return static_cast<size_t>(read.sample) < context.calls.size();
+}
+inline const GenotypeCall& callOf(const SiteContext& context, const SiteRead& read) {
+  return context.calls[static_cast<size_t>(read.sample)];
+}
+
 // The mapping quality is known and not 0.
 inline bool hasMappingQuality(const SiteRead& read) {
   return read.read->mapq >= 1 && read.read->mapq <= 254;

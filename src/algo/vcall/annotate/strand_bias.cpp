@@ -18,7 +18,7 @@ StrandTable collectTable(const SiteContext& context, Filter&& counts) {
   std::vector<StrandTable> tables(context.calls.size());
   for (const SiteRead& read : context.reads) {
     const bool alternate = supportsAlternate(read, *context.site);
-    if ((alternate || supportsReference(read)) && counts(read))
+    if ((alternate || supportsReference(read)) && hasSample(context, read) && counts(read))
       tables[static_cast<size_t>(read.sample)].addRead(alternate, read.read->isReverse());
   }
   StrandTable sum;
