@@ -188,7 +188,7 @@ void VariantCallAlgo::makeRoomInTables() const {
   if (chromosomes > kMaxChromosomes)
     throw std::invalid_argument(format("%s: too many chromosomes: %zu samples of ploidy %d", name.c_str(),
                                        samples_.size(), ploidy()));
-  growLogTables(2 * static_cast<size_t>(chromosomes) + 1);
+  growLogTables(static_cast<size_t>(chromosomes) + 1);
 }
 
 std::unique_ptr<VCFCache> VariantCallAlgo::openVcf(const std::string& path) const {

@@ -42,7 +42,7 @@ void VariantCallAlgo::Engine::startShard() {
   if (given_cache_) given_cache_->setContig(shard.contig);
   db_cursor_ = 0;
   writer_->open(shardName(vcall().output_));
-  writer_->startContig(shard.contig);
+  writeTemp([&] { writer_->startContig(shard.contig); });
   if (vcall().emit_mode_ == kGvcf)
     bands_.startShard(static_cast<GVCFWriter&>(*writer_), shard.start, shard.end);
 }

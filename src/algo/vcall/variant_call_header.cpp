@@ -43,13 +43,17 @@ void VariantCallAlgo::addContigLines(VCFHeader& header) const {
     lines.push_back({contig.contig, {"length=" + std::to_string(contig.end), assembly}});
 }
 
-// MIN_DP and SB are columns of the sample, and only in mode gvcf.
+// The columns of samples are those of mode gvcf, where each block has a MIN_DP.
 void VariantCallAlgo::addAnnotationLines(VCFHeader& header) const {
+  const bool gvcf = emit_mode_ == kGvcf;
   for (size_t i = 0; i < static_cast<size_t>(AnnotationField::kCount); ++i) {
     const auto field = static_cast<AnnotationField>(i);
-    if (!wanted_.has(field) || field == AnnotationField::MIN_DP || field == AnnotationField::SB) continue;
     const AnnotationDef& def = annotationDef(field);
-    header.addInfoDef(def.name, def.number, def.type, def.description);
+    if (!wanted_.has(field) && !(gvcf && field == AnnotationField::MIN_DP)) continue;
+    if (!def.perSample)
+      header.addInfoDef(def.name, def.number, def.type, def.description);
+    else if (gvcf)
+      header.addFormatDef(def.name, def.number, def.type, def.description);
   }
 }
 
@@ -62,10 +66,5 @@ void VariantCallAlgo::addGvcfLines(VCFHeader& header) const {
     header.addLine(format("GVCFBlock%d-%d", low, high),
                    format("minGQ=%d(inclusive),maxGQ=%d(exclusive)", low, high));
     low = high;
-  }
-  for (const AnnotationField field : {AnnotationField::MIN_DP, AnnotationField::SB}) {
-    if (field == AnnotationField::SB && !wanted_.has(field)) continue;
-    const AnnotationDef& def = annotationDef(field);  // each block has a MIN_DP
-    header.addFormatDef(def.name, def.number, def.type, def.description);
   }
 }
