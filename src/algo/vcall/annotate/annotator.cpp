@@ -39,7 +39,7 @@ constexpr std::array<AnnotationDef, static_cast<size_t>(AnnotationField::kCount)
      "\"Inbreeding coefficient: heterozygotes missing from the Hardy-Weinberg expectation\"",
      "InbreedingAnnotator", &kInbreeding},
     {"MIN_DP", "1", "Integer", "\"Minimum DP observed within the GVCF block\"", "CoverageAnnotator",
-     &kCoverage},
+     &kCoverage, true},
     {"MLEAC", "A", "Integer",
      "\"Allele count of highest likelihood, for each ALT allele, in the same order as listed\"",
      "AlleleCountAnnotator", &kAlleleCount},
@@ -62,7 +62,7 @@ constexpr std::array<AnnotationDef, static_cast<size_t>(AnnotationField::kCount)
      "value\"",
      "RankSumAnnotator", &kRankSum},
     {"SB", "4", "Integer", "\"Reads by strand: REF forward, REF reverse, ALT forward, ALT reverse\"",
-     "StrandBiasAnnotator", &kStrandBias},
+     "StrandBiasAnnotator", &kStrandBias, true},
     {"SOR", "1", "Float", "\"Symmetric odds ratio of strand bias, as a natural logarithm\"",
      "StrandBiasAnnotator", &kStrandBias},
 }};

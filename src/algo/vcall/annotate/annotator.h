@@ -65,6 +65,7 @@ struct AnnotationDef {
   const char *number, *type, *description;  // of the header line; the description with its double quotes
   const char* annotator;                    // class name: annotators run in the order of these
   const Annotator* object;
+  bool perSample = false;  // the line is a FORMAT line: the values stand in the samples' columns
 };
 
 // Null for an unknown name.

@@ -2,6 +2,7 @@
 #include "algo/vcall/annotate/annotator.h"
 
 #include <cmath>
+#include <cstring>
 #include <deque>
 #include <gtest/gtest.h>
 #include <map>
@@ -111,6 +112,7 @@ TEST(AnnotationTest, NamesAreFound) {
     const AnnotationDef& def = annotationDef(static_cast<AnnotationField>(i));
     EXPECT_EQ(findAnnotation(def.name), &def);
     EXPECT_EQ(static_cast<size_t>(annotationField(def)), i);
+    EXPECT_EQ(def.perSample, strcmp(def.name, "SB") == 0 || strcmp(def.name, "MIN_DP") == 0) << def.name;
   }
   for (const char* name : {"", "A", "ACC", "dp", "ZZ"}) EXPECT_EQ(findAnnotation(name), nullptr) << name;
   EXPECT_EQ(annotationField(*findAnnotation("MQ0")), AnnotationField::MQ0);
