@@ -168,12 +168,8 @@ void VariantCallAlgo::init() {
 
 void VariantCallAlgo::takeSamples() {
   const std::vector<ReadGroup>& groups = context->reads->input().readGroups();
-  if (groups.empty()) throw std::invalid_argument(name + ": no read group in the input");
-  for (const ReadGroup& group : groups) {
-    if (group.sample.empty())
-      throw std::invalid_argument(name + ": no sample name (SM) in read group " + group.id);
-    samples_.push_back(group.sample);
-  }
+  if (groups.empty()) throw std::invalid_argument(name + ": no read group (@RG) in the bam input");
+  for (const ReadGroup& group : groups) samples_.push_back(group.sample);  // InputSet has refused empty ones
   std::sort(samples_.begin(), samples_.end());
   samples_.erase(std::unique(samples_.begin(), samples_.end()), samples_.end());
   for (const ReadGroup& group : groups)

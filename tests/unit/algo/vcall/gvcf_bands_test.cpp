@@ -186,7 +186,7 @@ std::string recount(const World& world, const std::vector<int32_t>& bounds) {
 TEST(BandCollector, AnyShardsGiveTheBlocksOfTheWhole) {
   TempFolder folder;
   size_t blocks = 0;
-  for (uint32_t seed = 0; seed < 300; ++seed) {
+  for (uint32_t seed = 0; seed < 60; ++seed) {
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
     const World world = makeWorld(random);
@@ -214,7 +214,7 @@ TEST(BandCollector, AnyShardsGiveTheBlocksOfTheWhole) {
       ASSERT_EQ(text.str(), expected) << longest;
     }
   }
-  EXPECT_GT(blocks, 1000u);
+  EXPECT_GT(blocks, 600u);
 }
 
 TEST(BandCollector, ARecordInsideABlockIsRefused) {

@@ -1,0 +1,414 @@
+// The base of callers: options, header, the site decision, the record and its way through shards to the file.
+#include <cmath>
+#include <fstream>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sstream>
+
+#include "algo/vcall/variant_call_algo.h"
+#include "bam_files.h"
+#include "readdata/bam/bam_index.h"
+#include "temp_folder.h"
+#include "vcf_files.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+const std::string kBases = "ACGTACGTACGTACGTACGTACGTACGTACGTACGTACGT";  // of contig c
+
+class Caller final : public VariantCallAlgo {
+ public:
+  class Worker;
+  Caller(DriverContext* context, std::vector<const char*> args, bool gvcf)
+      : VariantCallAlgo(context, int(args.size()), args.data()) {
+    OptionParser parser;
+    addCommonOptions(parser, "Emit mode");
+    parser.addText("gq_bands", 0, "", gq_bands_text_);
+    std::vector<const char*> positional;
+    parser.parse(int(args.size()), args.data(), positional);
+    settle(positional, gvcf);
+  }
+  Algo::Engine* newEngine(DriverContext* context, int) override;
+  bool wants(const char* annotation) const {
+    return wanted_.has(annotationField(*findAnnotation(annotation)));
+  }
+  using VariantCallAlgo::samples_;
+};
+
+class Caller::Worker final : public VariantCallAlgo::Engine {
+ public:
+  using Engine::Engine;
+  void advance(uint32_t, uint32_t) override {}
+  using Engine::addRefConfidence;
+  using Engine::calculate;
+  using Engine::emitVariant;
+  using Engine::fetchDb;
+};
+
+Algo::Engine* Caller::newEngine(DriverContext* context, int) {
+  return new Worker(context, this);
+}
+
+// A reference with one contig, reads of two groups, and what else a run has.
+class VariantCall : public testing::Test {
+ protected:
+  void setUp(const std::string& groups = "@RG\tID:g1\tSM:b\n@RG\tID:g2\tSM:a\n@RG\tID:g3\tSM:b\n",
+             const std::string& fasta_name = "hg19.fa") {
+    folder_.write(fasta_name + ".fai", "c\t40\t3\t40\t41\n");
+    reference_ = std::make_unique<FastaFile>(folder_.write(fasta_name, ">c\n" + kBases + "\n"));
+    const std::string bam = folder_.write(
+        "in.bam",
+        inBlocks(headerBytes({{"c", 40}}, "@HD\tVN:1.6\tSO:coordinate\n@SQ\tSN:c\tLN:40\n" + groups)));
+    BamIndex::load(bam, 2, 1);
+    handle_ = open_read_source(bam, nullptr, true);
+    reads_ = std::make_unique<ReadCache>(std::vector<BAMHandle*>{handle_.get()}, true);
+    context_.reference = reference_.get();
+    context_.reads = reads_.get();
+    context_.command_line = "driver";
+  }
+
+  std::unique_ptr<Caller> make(std::vector<const char*> args, bool gvcf = true) {
+    args.insert(args.begin(), "Caller");
+    return std::make_unique<Caller>(&context_, args, gvcf);
+  }
+  std::string failure(const std::function<void()>& work) {
+    try {
+      work();
+    } catch (const std::exception& error) {
+      return error.what();
+    }
+    return "none";
+  }
+
+  // Runs `work` on one shard after the other and returns the whole file.
+  std::string run(std::vector<const char*> args, const std::vector<std::pair<uint32_t, uint32_t>>& shards,
+                  const std::function<void(Caller::Worker&, uint32_t, uint32_t)>& work) {
+    args.push_back(output_.c_str());
+    const auto caller = make(args);
+    caller->init();
+    DriverContext own = context_;
+    const std::unique_ptr<Algo::Engine> engine(caller->newEngine(&own, 0));
+    for (const auto& [start, end] : shards) {
+      own.shard.contig = "c";
+      own.shard.start = start;
+      own.shard.end = end;
+      own.shard.sequence++;
+      engine->startShard();
+      work(static_cast<Caller::Worker&>(*engine), start, end);
+      caller->merge(own.shard, engine->finishShard());
+    }
+    own.shard.contig = kNoCoor;
+    engine->startShard();
+    engine->processNoCoor();
+    caller->merge(own.shard, engine->finishShard());
+    caller->finish();
+    EXPECT_FALSE(std::filesystem::exists(output_ + "_1"));
+    return textOf(output_);
+  }
+  static std::string textOf(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+  }
+  // CHROM to FILTER of the records.
+  static std::string recordsOf(const std::string& text) {
+    std::istringstream lines(text);
+    std::string records;
+    for (std::string line; std::getline(lines, line);) {
+      if (line[0] == '#') continue;
+      size_t end = 0;
+      for (int i = 0; i < 7; ++i) end = line.find('\t', end + 1);
+      records += line.substr(2, end - 2) + "\n";
+    }
+    return records;
+  }
+
+  TempFolder folder_;
+  std::unique_ptr<FastaFile> reference_;
+  std::unique_ptr<BAMHandle> handle_;
+  std::unique_ptr<ReadCache> reads_;
+  DriverContext context_;
+  std::string output_ = folder_.path("out.vcf");
+};
+
+Allele allele(const char* text) {
+  return parseAllele(text, strlen(text));
+}
+
+// One sample has data for it: log10 likelihoods by genotype.
+Site siteOf(uint32_t position, const char* ref, const std::vector<const char*>& alts,
+            std::vector<double> gl) {
+  Site site;
+  site.position = position;
+  site.ref = allele(ref);
+  for (const char* alt : alts) site.alts.push_back(allele(alt));
+  site.likelihoods = {{2, {}}, {2, std::move(gl)}};
+  return site;
+}
+
+// ---- options ----
+
+TEST_F(VariantCall, UsageFailures) {
+  const auto text = [&](std::vector<const char*> args, bool gvcf = false) {
+    return failure([&] { make(args, gvcf); });
+  };
+  EXPECT_EQ(text({"o"}), "Caller: missing reference and bam input");
+  EXPECT_EQ(text({"--merge", "o"}), "Caller: no partial files for merge");
+  setUp();
+  EXPECT_EQ(text({"o"}), "none");
+  EXPECT_EQ(text({}), "Caller: missing output file");
+  EXPECT_EQ(text({"o", "p"}), "Caller: extra argument after output");
+  EXPECT_EQ(text({"--merge", "o", "p"}), "Caller: --merge must not have input reference or bam files");
+  EXPECT_EQ(text({"--emit_mode", "CONFIDENT", "o"}), "none");
+  EXPECT_EQ(text({"--emit_mode", "gVCF", "o"}), "Caller: unknown emit mode gVCF");
+  EXPECT_EQ(text({"--emit_mode", "gVCF", "o"}, true), "none");
+  EXPECT_EQ(text({"--emit_mode", "gvcf", "--given", "g", "o"}, true),
+            "Caller: cannot specify a given vcf in gvcf emit mode");
+  EXPECT_EQ(text({"--emit_mode", "some", "o"}), "Caller: unknown emit mode some");
+  EXPECT_EQ(text({"--gq_bands", "9,5", "o"}), "Caller: invalid GQ bands 9,5");
+  for (const char* bad : {"", "x", "3x", "nan", "inf", "1e999"})
+    EXPECT_EQ(text({"--call_conf", bad, "o"}), std::string("Caller: invalid call_conf ") + bad);
+  EXPECT_EQ(text({"--emit_conf", "-1e1", "o"}), "none");
+  context_.reads = nullptr;
+  EXPECT_EQ(text({"o"}), "Caller: missing bam input");
+  context_.reads = reads_.get();
+  context_.reference = nullptr;
+  EXPECT_EQ(text({"o"}), "Caller: missing reference");
+}
+
+TEST_F(VariantCall, ListsOfAnnotationsChangeTheUsualSet) {
+  setUp();
+  testing::internal::CaptureStderr();
+  const auto caller = make({"--annotation", "!AC,NBQ,!None", "--annotation", ",More,!MQ,MQ", "o"});
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Unknown annotation None\nUnknown annotation More\n");
+  EXPECT_FALSE(caller->wants("AC"));
+  for (const char* kept : {"NBQ", "AN", "MQ"}) EXPECT_TRUE(caller->wants(kept)) << kept;
+  EXPECT_FALSE(caller->wants("GQ_MEAN"));
+}
+
+// ---- start ----
+
+TEST_F(VariantCall, HeaderAndSamples) {
+  setUp();
+  const std::string header = run({"--call_conf", "31"}, {}, {});
+  for (const char* line :
+       {"##TorvesinCommandLine.Caller=<ID=Caller,", "##contig=<ID=c,length=40,assembly=hg19>\n",
+        "##FILTER=<ID=LowQual,Description=\"Low quality\">\n", "##FORMAT=<ID=PL,", "##INFO=<ID=MQ,",
+        "\tFORMAT\ta\tb\n"})
+    EXPECT_THAT(header, HasSubstr(line));
+  EXPECT_THAT(header, HasSubstr("##reference=file://" + reference_->path() + "\n"));
+  EXPECT_THAT(header, Not(HasSubstr("ID=DB")));
+  EXPECT_THAT(run({}, {}, {}), Not(HasSubstr("LowQual")));
+  EXPECT_EQ(failure([&] {
+              run({"--emit_mode", "gvcf"}, {}, {});
+            }),
+            "Caller: Only a single sample is allowed in GVCF emit mode");
+
+  setUp("@RG\tID:g\tSM:s\n", "grch38.fa");
+  const std::string gvcf = run({"--emit_mode", "gvcf", "--gq_bands", "20,99"}, {}, {});
+  for (const char* line :
+       {"assembly=hg38>", "##ALT=<ID=NON_REF,Desc", "##INFO=<ID=END,", "##FORMAT=<ID=MIN_DP,",
+        "##GVCFBlock0-20=minGQ=0(inclusive),maxGQ=20(exclusive)\n", "##FORMAT=<ID=SB,",
+        "##GVCFBlock20-99=minGQ=20(inclusive),maxGQ=99(exclusive)\n", "##INFO=<ID=RAW_MQ,"})
+    EXPECT_THAT(gvcf, HasSubstr(line));
+  for (const char* field : {"ID=MQ,", "ID=FS,", "ID=SOR,"}) EXPECT_THAT(gvcf, Not(HasSubstr(field)));
+
+  setUp("");
+  EXPECT_EQ(failure([&] { run({}, {}, {}); }), "Caller: no read group (@RG) in the bam input");
+}
+
+TEST_F(VariantCall, KnownVariantsMustFitTheReference) {
+  setUp();
+  const std::string other = folder_.path("other.vcf");
+  writeVcf(other, {madeRecord("c", 3, 1, "rs1")}, kVcfStart + "##contig=<ID=c,length=41>\n" + kVcfColumns);
+  for (const char* option : {"--dbsnp", "--given"})
+    EXPECT_EQ(failure([&] {
+                run({option, other.c_str()}, {}, {});
+              }),
+              "Caller: contigs in vcf " + other + " are not compatible with the reference");
+  const std::string bare = folder_.write("bare.vcf", kVcfStart + kVcfColumns);
+  EXPECT_EQ(failure([&] { run({"-d", bare.c_str()}, {}, {}); }), "Failed to load index for " + bare);
+}
+
+// ---- sites ----
+
+struct Decision {
+  const char* mode;
+  const char* call_conf;
+  const char* emit_conf;
+  double support;  // phred, of the heterozygote over the reference
+  int answer;
+};
+
+TEST_F(VariantCall, Decisions) {
+  setUp();
+  const Decision decisions[] = {
+      {"variant", "30", "30", 300, 1},     {"variant", "30", "30", 40, 0},
+      {"variant", "30", "3", 45, 1},       {"variant", "30", "30", -300, 0},
+      {"confident", "30", "30", -300, -1}, {"confident", "30", "30", 300, 1},
+      {"confident", "90", "90", -3, 0},    {"all", "30", "30", -300, -1},
+      {"all", "90", "90", -3, -1},         {"all", "30", "30", 300, 1},
+      {"gvcf", "30", "30", -300, 0},
+  };
+  for (const Decision& d : decisions) {
+    SCOPED_TRACE(std::string(d.mode) + " " + d.call_conf + " " + std::to_string(d.support));
+    const bool gvcf = std::string(d.mode) == "gvcf";
+    if (gvcf) setUp("@RG\tID:g\tSM:s\n");
+    run({"--emit_mode", d.mode, "--call_conf", d.call_conf, "--emit_conf", d.emit_conf}, {{0, 40}},
+        [&](Caller::Worker& worker, uint32_t, uint32_t) {
+          Site site = siteOf(5, "A", {"C"}, {-d.support / 10, 0, -30});
+          if (d.support < 0) site.likelihoods[1].gl = {0, d.support / 10, -60};
+          double qual = -1;
+          EXPECT_EQ(worker.calculate(site, &qual), d.answer);
+          EXPECT_EQ(site.alts[0].length, d.support > 0 || gvcf ? 1 : 0);
+          // One heterozygote among two samples is expected at one of a thousand sites.
+          EXPECT_NEAR(qual, std::abs(d.support) + (d.support > 0 ? -30 : 30), 4);
+        });
+  }
+}
+
+TEST_F(VariantCall, WithoutDataOrAlternates) {
+  setUp();
+  run({"--emit_mode", "all"}, {{0, 40}}, [&](Caller::Worker& worker, uint32_t, uint32_t) {
+    double qual = 7;
+    Site site = siteOf(5, "A", {"C"}, {});
+    EXPECT_EQ(worker.calculate(site, &qual), 0);
+    site = siteOf(5, "A", {}, {0});
+    EXPECT_EQ(worker.calculate(site, &qual), -1);
+    EXPECT_TRUE(std::isnan(qual));
+    EXPECT_EQ(worker.calculate(site, &qual, VariantCallAlgo::kConfident, 30, 30), 0);
+  });
+}
+
+TEST_F(VariantCall, GivenAllelesStay) {
+  setUp();
+  const std::string given = folder_.path("given.vcf");
+  writeVcf(given, {madeRecord("c", 3, 1, "x")});
+  run({"--given", given.c_str()}, {{0, 40}}, [&](Caller::Worker& worker, uint32_t, uint32_t) {
+    double qual = -1;
+    Site site = siteOf(5, "A", {"C"}, {0, -30, -60});
+    EXPECT_EQ(worker.calculate(site, &qual), 0);
+    EXPECT_EQ(site.alts[0].length, 1);
+    EXPECT_LT(qual, 1);  // of the variant, which is not there
+    EXPECT_FALSE(std::signbit(qual));
+  });
+}
+
+// ---- records ----
+
+TEST_F(VariantCall, KnownIdsAndKeptAlleles) {
+  setUp();
+  const std::string db = folder_.path("db.vcf");
+  std::vector<MadeRecord> known;
+  const auto add = [&](int32_t pos, const std::string& rest, int32_t length = 1) {
+    known.push_back({"c", pos, pos + length, "c\t" + std::to_string(pos + 1) + "\t" + rest + "\t.\t.\t.\n"});
+  };
+  add(2, "long\tGTACGTACGT\tG", 10);  // reaches over what follows
+  add(5, "other\tC\tT");
+  add(5, "rs5\tc\tA,g");
+  add(8, "rs8\tACG\tA", 3);
+  add(8, "rs8b\tA\tC");
+  add(9, "ref\tT\tG");
+  add(30, ".\tG\tT");
+  writeVcf(db, known);
+  const std::vector<double> het = {-40, 0, -40}, both = {-40, -40, -40, -40, 0, -40};
+  const std::string text =
+      run({"--dbsnp", db.c_str(), "--call_conf", "35"}, {{0, 20}, {20, 40}},
+          [&](Caller::Worker& worker, uint32_t start, uint32_t) {
+            const auto emit = [&](Site site, double qual) {
+              site.likelihoods[0] = {2, {}};
+              worker.emitVariant(site, qual);
+            };
+            if (start == 20) {
+              emit(siteOf(29, "C", {"T"}, het), 50);  // nothing was fetched
+              worker.fetchDb(25, 35);
+              return emit(siteOf(30, "G", {"T"}, het), 50);
+            }
+            worker.fetchDb(4, 20);
+            emit(siteOf(4, "A", {"C"}, het), 50);
+            emit(siteOf(5, "C", {"G"}, het), 34.5);
+            emit(siteOf(8, "A", {"C"}, het), 50);
+            emit(siteOf(8, "ACG", {"A"}, het), 50);
+            emit(siteOf(9, "C", {"G"}, het), 50);
+            Site site = siteOf(10, "GTAC", {"GTAT", "GAC", "G"}, std::vector<double>(10, -40.0));
+            site.likelihoods[1].gl[3] = 0;
+            site.alts[0].length = site.alts[2].length = 0;
+            emit(site, 50);
+            site = siteOf(12, "ACGT", {"T", "CG"}, both);  // alternates that share the end of REF
+            site.alts[0].refSuffix = 2;
+            site.alts[1].refSuffix = 1;
+            emit(site, 50);
+          });
+  EXPECT_EQ(recordsOf(text),
+            "5\t.\tA\tC\t50.00\t.\n6\trs5\tC\tG\t34.50\tLowQual\n9\trs8b\tA\tC\t50.00\t.\n9\trs8\tACG\tA\t50."
+            "00\t.\n"
+            "10\t.\tC\tG\t50.00\t.\n11\t.\tGT\tG\t50.00\t.\n13\t.\tAC\tT,C\t50.00\t.\n"
+            "30\t.\tC\tT\t50.00\t.\n31\t.\tG\tT\t50.00\t.\n");
+  size_t flags = 0;
+  for (size_t at = 0; (at = text.find(";DB", at)) != text.npos; ++at) ++flags;
+  EXPECT_EQ(flags, 4u);
+  EXPECT_THAT(text, HasSubstr("GT\tG\t50.00\t.\tAC=1;AF=0.500;AN=2;"));
+}
+
+TEST_F(VariantCall, BlocksAndRecordsAcrossShards) {
+  setUp("@RG\tID:g\tSM:s\n");
+  const auto work = [](Caller::Worker& worker, uint32_t start, uint32_t end) {
+    const std::vector<double> gl = {0, -3, -6};
+    for (uint32_t p = start; p < end; ++p) {
+      const int32_t depth = int32_t(p % 3);
+      if (p == 13) {
+        Site site = siteOf(13, "CGT", {"C", "<NON_REF>"}, {-40, 0, -40, -40, -40, -40});
+        site.likelihoods.erase(site.likelihoods.begin());
+        worker.emitVariant(site, 50);
+      }
+      worker.addRefConfidence(p, p + 1, &kBases[p], gl.data(), &depth, 2);
+    }
+  };
+  const std::string whole = run({"--emit_mode", "gvcf"}, {{0, 40}}, work);
+  EXPECT_EQ(recordsOf(whole),
+            "1\t.\tA\t<NON_REF>\t.\t.\n14\t.\tCGT\tC,<NON_REF>\t50.00\t.\n17\t.\tA\t<NON_REF>\t.\t.\n");
+  EXPECT_THAT(whole, HasSubstr("END=13\tGT:DP:GQ:MIN_DP:PL\t0/0:1:30:0:0,30,60\n"));
+  // The parts of a run with --shard, put together.
+  std::vector<std::string> parts;
+  context_.mode = DriverContext::kShardedTraversal;
+  const std::string out = output_;
+  const std::vector<std::vector<std::pair<uint32_t, uint32_t>>> runs = {{{0, 7}, {7, 20}},
+                                                                        {{20, 30}, {30, 40}}};
+  for (const auto& shards : runs) {
+    output_ = folder_.path("part" + std::to_string(parts.size()) + ".vcf");
+    parts.push_back(output_);
+    run({"--emit_mode", "gvcf"}, shards, work);
+  }
+  context_ = {};
+  context_.mode = DriverContext::kNonTraversal;
+  const auto merger = make({"--merge", out.c_str(), parts[0].c_str(), parts[1].c_str()}, false);
+  EXPECT_EQ(merger->inputs(), parts);
+  merger->init();
+  merger->finish();
+  EXPECT_EQ(recordsOf(textOf(out)), recordsOf(whole));
+  const std::string plain = folder_.write("plain.vcf", kVcfStart + kVcfColumns);
+  EXPECT_EQ(failure([&] {
+              make({"--merge", out.c_str(), parts[0].c_str(), plain.c_str()}, false)->init();
+            }),
+            "Caller: partial files " + parts[0] + " and " + plain + " are not of the same emit mode");
+}
+
+TEST_F(VariantCall, AFullDiskIsTold) {
+  setUp();
+  context_.mode = 0;
+  output_ = folder_.path("full.vcf");
+  std::filesystem::create_symlink("/dev/full", output_ + "_1");
+  testing::internal::CaptureStderr();
+  const std::string text = failure([&] {
+    run({}, {{0, 40}}, [](Caller::Worker& worker, uint32_t, uint32_t) {
+      worker.emitVariant(siteOf(5, "A", {"C"}, {-40, 0, -40}), 50);
+    });
+  });
+  EXPECT_EQ(text, "Caller: failed to write to temp file");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), output_ + "_1: No space left on device\n");
+}
+
+}  // namespace
