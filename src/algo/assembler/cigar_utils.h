@@ -22,9 +22,9 @@ bool computeCigar(const char* ref, size_t refLen, const char* alt, size_t altLen
 // these bases stay, at either edge. Consolidated. Throws for operators other than M, I, D, S, N, = and X.
 CigarElements trimCigar(const CigarElements& cigar, size_t start, size_t end);
 
-// Moves each insertion and deletion, in order, as far left as leftAlignIndel() does, and consolidates. The
-// first element begins at `refIndex` and `readIndex`. A CIGAR that does not lie within the sequences is
-// returned unchanged, and told on standard error.
+// Moves each insertion and deletion, in order, as far left as leftAlignIndel() does, at most to the one
+// before in its new place, and consolidates. The first element begins at `refIndex` and `readIndex`. A CIGAR
+// that does not lie within the sequences is returned unchanged, and told on standard error.
 CigarElements leftAlignCigarSequentially(const CigarElements& cigar, const char* ref, size_t refLen,
                                          const char* read, size_t readLen, size_t refIndex, size_t readIndex);
 
