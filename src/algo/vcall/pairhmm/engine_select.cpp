@@ -1,0 +1,70 @@
+#include <cpuid.h>
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+
+#include "algo/vcall/pairhmm/engine.h"
+#include "algo/vcall/pairhmm/engine_hr.h"
+#include "algo/vcall/pairhmm/engine_rh.h"
+
+namespace {
+
+struct Processor {
+  bool sse41 = false, avx = false;
+
+  Processor() {
+    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    if (!__get_cpuid(1, &eax, &ebx, &ecx, &edx)) return;
+    sse41 = ecx >> 19 & 1;
+    avx = ecx >> 28 & 1;
+  }
+};
+
+template <typename E>
+std::unique_ptr<PairHMM::Engine> make() {
+  return std::make_unique<E>();
+}
+
+enum Needs { kNothing, kSse41, kAvx };
+
+constexpr struct {
+  std::string_view name;
+  Needs needs;
+  std::unique_ptr<PairHMM::Engine> (*make)();
+} kEngines[] = {
+    {"drh", kNothing, make<EngineRH<double>>},
+    {"frh", kNothing, make<EngineRH<float>>},
+    {"dhr", kNothing, make<EngineHR<double>>},
+    {"fhr", kNothing, make<EngineHR<float>>},
+};
+
+ThreadEngines makeThreadEngines() {
+  const Processor processor;
+  const char* forced = std::getenv("phmm");
+  ThreadEngines engines;
+  engines.name = forced ? forced : "frh";
+  engines.first = makeEngine(engines.name);
+  if (!engines.first) throw std::runtime_error("Unknown pair HMM engine " + engines.name);
+  if (engines.name[0] != 'd') engines.precise = makeEngine("d" + engines.name.substr(1));
+  return engines;
+}
+
+}  // namespace
+
+std::unique_ptr<PairHMM::Engine> makeEngine(std::string_view name) {
+  const Processor processor;
+  for (const auto& engine : kEngines) {
+    if (engine.name != name) continue;
+    if (engine.needs == kSse41 && !processor.sse41)
+      throw std::runtime_error("SSE4.1 instructions are not supported");
+    if (engine.needs == kAvx && !processor.avx)
+      throw std::runtime_error("AVX instructions are not supported");
+    return engine.make();
+  }
+  return nullptr;
+}
+
+const ThreadEngines& threadEngines() {
+  thread_local const ThreadEngines engines = makeThreadEngines();
+  return engines;
+}
