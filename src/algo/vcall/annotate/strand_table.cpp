@@ -9,11 +9,15 @@ namespace {
 constexpr int64_t kMaxTotal = 400, kScaledTotal = 200;
 constexpr double kTolerance = 1e-10;  // relative: tables as likely as the one observed, but for rounding
 
-const std::array<double, kMaxTotal + 1> kLog10Factorials = [] {
-  std::array<double, kMaxTotal + 1> values{};
+using FactorialTable = std::array<double, kMaxTotal + 1>;
+
+FactorialTable makeLog10Factorials() {
+  FactorialTable values{};
   for (size_t i = 1; i < values.size(); ++i) values[i] = values[i - 1] + std::log10(static_cast<double>(i));
   return values;
-}();
+}
+
+const FactorialTable kLog10Factorials = makeLog10Factorials();
 
 double log10Factorial(int64_t n) {
   return kLog10Factorials[static_cast<size_t>(n)];
