@@ -44,8 +44,5 @@ class IndelCandidates {
            uint32_t end);
 
  private:
-  struct Indel;
-  struct Clip;
-
   uint32_t min_base_qual_;
 };
