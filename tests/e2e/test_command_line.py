@@ -35,6 +35,7 @@ def usage(driver):
         "Available algos:\n"
         "  AlignmentStat\n"
         "  Dedup\n"
+        "  Genotyper\n"
         "  LocusCollector\n"
         "  QualCal\n"
         "  ReadWriter\n"

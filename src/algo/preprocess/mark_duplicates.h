@@ -15,10 +15,10 @@
 #include <span>
 #include <vector>
 
+#include "algo/name_table.h"
 #include "algo/preprocess/dedup_metrics.h"
 #include "algo/preprocess/mate_fix.h"
 #include "algo/preprocess/mate_info.h"
-#include "algo/preprocess/name_table.h"
 #include "algo/preprocess/optical_duplicates.h"
 #include "readdata/bam/read.h"
 

@@ -1,4 +1,4 @@
-#include "algo/preprocess/name_table.h"
+#include "algo/name_table.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,0 +1,92 @@
+// genotyper.cpp - options and start of Genotyper.
+#include "algo/vcall/genotyper.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <stdexcept>
+#include <strings.h>
+
+#include "algo/vcall/genotyper_engine.h"
+#include "base/text.h"
+#include "base/timer.h"
+
+namespace {
+
+// A whole number in [low, high].
+bool parseNumber(const char* text, long low, long high, uint32_t& value) {
+  char* rest;
+  errno = 0;
+  const long number = strtol(text, &rest, 10);
+  if (rest == text || *rest || errno != 0 || number < low || number > high) return false;
+  value = uint32_t(number);
+  return true;
+}
+
+bool parseVariantType(const char* text, uint32_t& type) {
+  constexpr const char* kNames[] = {"SNP", "INDEL", "BOTH"};
+  for (uint32_t i = 0; i < 3; ++i)
+    if (strcasecmp(text, kNames[i]) == 0) {
+      type = i + 1;
+      return true;
+    }
+  return parseNumber(text, 1, 3, type);
+}
+
+}  // namespace
+
+Genotyper::Genotyper(DriverContext* context, int count, const char* const args[])
+    : VariantCallAlgo(context, count, args) {
+  OptionParser parser;
+  addOptions(parser);
+  if (context->mode == DriverContext::kHelp) {
+    giveHelp(usage(), parser);
+    return;
+  }
+  std::vector<const char*> positional;
+  if (parser.parse(count, args, positional) != OptionParser::kOk)
+    throw std::invalid_argument(name + ": unknown option");
+  settle(positional, false);
+}
+
+void Genotyper::addOptions(OptionParser& parser) {
+  addCommonOptions(parser, "Emit mode: variant, confident or all (default: variant)");
+  parser.add({"var_type", required_argument, 0, "Variant type to call: snp, indel or both (default: snp)"},
+             [this](const char* value) {
+               if (!parseVariantType(value, param_.var_type))
+                 throw std::invalid_argument(name + ": invalid variant type");
+               return true;
+             });
+  parser.add({"min_base_qual", required_argument, 0, "Minimum base quality to consider (default: 17)"},
+             [this](const char* value) {
+               if (!parseNumber(value, 0, 255, param_.min_base_qual))
+                 throw std::invalid_argument(name + ": invalid min_base_qual " + value);
+               return true;
+             });
+  parser.add({"ploidy", required_argument, 0, "Sample ploidy (default: 2)"}, [this](const char* value) {
+    if (!parseNumber(value, 1, SNPLookupTable::kMaxPloidy, param_.ploidy))
+      throw std::invalid_argument(name + ": invalid ploidy " + value);
+    return true;
+  });
+}
+
+std::string Genotyper::usage() const {
+  return format(
+      "Usage for %s:\n"
+      "  driver -i input.bam -r reference.fasta [driver_options] \\\n"
+      "         --algo %s [algo_options] output.vcf[.gz]\n\n",
+      name.c_str(), name.c_str());
+}
+
+void Genotyper::init() {
+  VariantCallAlgo::init();
+  if (merge_ || !param_.callsSNPs()) return;
+  static Timer* const lookup_timer = timer("init_lookup");
+  TimerScope scope(lookup_timer);
+  lookup_ = std::make_unique<SNPLookupTable>(param_.ploidy, param_.min_base_qual, param_.usesPairs());
+}
+
+Algo::Engine* Genotyper::newEngine(DriverContext* context, int) {
+  return new Engine(context, this, param_, lookup_.get());
+}
+
+static const TemplateAlgoBuilder<Genotyper> builder("Genotyper");
