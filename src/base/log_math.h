@@ -40,7 +40,9 @@ inline double log10SumFast(double a, double b) {
   double ahead = hi - lo;
   // Written so that NaN goes this way, too.
   if (!(ahead < 8.0) || lo < -DBL_MAX) return hi;
-  return hi + log10SumTable[static_cast<size_t>(10000 * ahead + 0.5)];
+  // Never negative, and lround() would be a call.
+  return hi +
+         log10SumTable[static_cast<size_t>(10000 * ahead + 0.5)];  // NOLINT(bugprone-incorrect-roundings)
 }
 // log10 of the sum of 10^x over [first, last), -infinity when the range is empty or all of it is.
 double log10SumExact(const double* first, const double* last);

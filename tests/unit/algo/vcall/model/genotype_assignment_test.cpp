@@ -96,6 +96,8 @@ TEST_F(Assignment, NoCall) {
   EXPECT_EQ(only({4, {}}), "GT=./././.");
   EXPECT_EQ(only({1, {kNaN, kNaN}}), "GT=.");
   EXPECT_EQ(only({2, {0, 0, -0.04}}), "GT=./.");
+  EXPECT_EQ(only({2, {0, 0, -0.1}}), "GQ=0 GT=0/0 PL=0,0,1");
+  only({2, {0, 0, 0}});
   EXPECT_TRUE(calls_[0].counts.empty());
   pile("AAC");
   EXPECT_EQ(only({2, {0, 0, 0}}), "AD=2,1 DP=3 GT=./.");
@@ -140,7 +142,7 @@ TEST_F(Assignment, ManyGenotypes) {
 TEST_F(Assignment, PileupCountsBases) {
   site_.ref = allele("aGG");  // with a longer allele beside it, and an alternate that is a deletion
   site_.alts = {allele("C", 2), allele("G")};
-  pile("ACCAN");
+  pile("ACCANG");
   pile("TC", 1);
   pileup_.push_back(read("4M2D6M", "GGGGAAAAAA"));          // deleted here
   pileup_.push_back(read("2H3S2M1I3M3S", "GGGGGTGCAGGG"));  // the ninth base
@@ -150,7 +152,7 @@ TEST_F(Assignment, PileupCountsBases) {
   pileup_.push_back(read("3M", "CCC", 0, false, 105));      // begins behind
   site_.likelihoods = {{2, {-3, 0, -3, -9, -9, -9}}, {2, {-3, 0, -4, -9, -9, -9}}};
   assign();
-  EXPECT_EQ(columns(0), "AD=3,2,0 DP=5 GQ=30 GT=0/1 PL=30,0,30,90,90,90");
+  EXPECT_EQ(columns(0), "AD=3,2,0 DP=6 GQ=30 GT=0/1 PL=30,0,30,90,90,90");
   EXPECT_EQ(columns(1), "AD=0,1,0 DP=2 GQ=30 GT=0/1 PL=30,0,40,90,90,90");
 
   std::vector<SiteRead> reads;
@@ -159,10 +161,10 @@ TEST_F(Assignment, PileupCountsBases) {
   ASSERT_EQ(reads.size(), pileup_.size());
   EXPECT_EQ(reads[0].offset, 4);
   EXPECT_EQ(reads[0].qual, 30);
-  EXPECT_EQ(reads[7].offset, -1);
-  EXPECT_EQ(reads[7].base, 0);
-  EXPECT_EQ(reads[8].offset, 8);
-  EXPECT_EQ(reads[11].sample, -1);
+  EXPECT_EQ(reads[8].offset, -1);
+  EXPECT_EQ(reads[8].base, 0);
+  EXPECT_EQ(reads[9].offset, 8);
+  EXPECT_EQ(reads[12].sample, -1);
 }
 
 TEST_F(Assignment, RowsCountInformativeReads) {
@@ -170,7 +172,7 @@ TEST_F(Assignment, RowsCountInformativeReads) {
   site_.alts[1].length = 0;
   site_.likelihoods = {{2, {-3, 0, -3, -9, -9, -9, -9, -9, -9, -9}}, {2, {}}};
   row({-1, -5, -1.1, -5});   // the reference: what was dropped is no rival
-  row({-5, -1, -9, -1.2});   // no lead of more than the margin
+  row({-5, 0, -9, -0.2});    // no lead of more than the margin
   row({-5, -1, -9, -1.21});  // just ahead
   row({-5, -1.5, -9, -1});   // the last
   row({kNaN, -1, -9, -5});   // out
