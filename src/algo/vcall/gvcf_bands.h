@@ -21,7 +21,8 @@ std::vector<int32_t> parseGQBands(const std::string& text);
 // when no record was before it, the last when none is behind it, all others to the writer.
 //
 // A block begins at the first position whose quality leaves the band of the one before, behind a record, and behind
-// positions that nothing is known of. Qualities from the last bound on are one band.
+// positions that nothing is known of. Qualities from the last bound on are one band. The positions at a shard's start
+// that a deletion of the shard before takes away must not be reported: else the file depends on the cut.
 class BandCollector {
  public:
   explicit BandCollector(std::vector<int32_t> bounds) : bounds_(std::move(bounds)) {}

@@ -246,12 +246,12 @@ struct Decision {
 TEST_F(VariantCall, Decisions) {
   setUp();
   const Decision decisions[] = {
-      {"variant", "30", "30", 300, 1},     {"variant", "30", "30", 40, 0},
-      {"variant", "30", "3", 45, 1},       {"variant", "30", "30", -300, 0},
-      {"confident", "30", "30", -300, -1}, {"confident", "30", "30", 300, 1},
-      {"confident", "90", "90", -3, 0},    {"all", "30", "30", -300, -1},
-      {"all", "90", "90", -3, -1},         {"all", "30", "30", 300, 1},
-      {"gvcf", "30", "30", -300, 0},
+      {"variant", "30", "30", 300, 1},   {"variant", "30", "30", 40, 0},
+      {"variant", "30", "3", 45, 1},     {"variant", "10", "30", 45, 1},
+      {"variant", "30", "30", -300, 0},  {"confident", "30", "30", -300, -1},
+      {"confident", "30", "30", 300, 1}, {"confident", "90", "90", -3, 0},
+      {"all", "30", "30", -300, -1},     {"all", "90", "90", -3, -1},
+      {"all", "30", "30", 300, 1},       {"gvcf", "30", "30", -300, 0},
   };
   for (const Decision& d : decisions) {
     SCOPED_TRACE(std::string(d.mode) + " " + d.call_conf + " " + std::to_string(d.support));
