@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string_view>
@@ -11,6 +12,17 @@
 #include "base/version.h"
 
 namespace {
+
+// The present time, or the one that SOURCE_DATE_EPOCH asks for, in seconds of the epoch.
+time_t recordedTime() {
+  const char* const text = getenv("SOURCE_DATE_EPOCH");
+  if (!text) return time(nullptr);
+  constexpr int64_t kYear10000 = 253402300800;
+  int64_t seconds = -1;
+  const auto [stop, error] = std::from_chars(text, strchr(text, '\0'), seconds);
+  const bool whole = error == std::errc() && *stop == '\0';
+  return whole && seconds >= 0 && seconds < kYear10000 ? static_cast<time_t>(seconds) : time(nullptr);
+}
 
 struct StandardDef {
   const char *id, *number, *type, *description;
@@ -124,7 +136,7 @@ bool VCFHeader::getFormatDef(const std::string& id, const char** number, const c
 }
 
 void VCFHeader::addCommandLine(const std::string& algo, const std::string& command_line) {
-  const time_t now = time(nullptr);
+  const time_t now = recordedTime();
   tm utc;
   gmtime_r(&now, &utc);
   char date[32];

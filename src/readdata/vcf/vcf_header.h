@@ -66,7 +66,7 @@ class VCFHeader {
                     const char** description) const;
 
   // The line that tells how a file was made: `command_line` is the driver's with the algorithm's arguments behind it.
-  // Version and the present time (UTC) are added.
+  // Version and the present time (UTC) are added; with SOURCE_DATE_EPOCH in the environment, that time.
   void addCommandLine(const std::string& algo, const std::string& command_line);
 
   // By assembly ("" when not told), each in file order.

@@ -181,6 +181,16 @@ TEST(VCFHeader, CommandLine) {
                   "\n##TorvesinCommandLine.Genotyper=<ID=Genotyper,Version=\"torvesin-genomics-201611.03\","
                   "Date=\"20[0-9][0-9]-[0-9][0-9]-[0-9][0-9]T[0-9:]*Z\","
                   "CommandLine=\"driver -r x.fa --algo Genotyper a b,c\">\n"));
+  for (const auto& [epoch, year] : {std::pair("1000000000", "Date=\"2001-09-09T01:46:40Z\""),
+                                    {"1e9", "Date=\"20[2-9]"},
+                                    {"-1", "Date=\"20[2-9]"},
+                                    {"", "Date=\"20[2-9]"}}) {
+    setenv("SOURCE_DATE_EPOCH", epoch, 1);
+    VCFHeader dated;
+    dated.addCommandLine("Genotyper", "driver");
+    EXPECT_THAT(print(dated), testing::ContainsRegex(year)) << epoch;
+  }
+  unsetenv("SOURCE_DATE_EPOCH");
 }
 
 TEST(VCFHeaderMerge, SamplesMapToColumns) {
