@@ -1,4 +1,5 @@
-// Alignment of a read or haplotype to a reference: rate of cells, traceback included, by kernel of the matrix.
+// Alignment of a read or haplotype to a reference: rate of cells, traceback included, by kernel of the
+// matrix.
 #include <benchmark/benchmark.h>
 #include <random>
 #include <string>

@@ -18,8 +18,8 @@ bool isGap(const CigarElement& element) {
   return *element.second == kOpI || *element.second == kOpD;
 }
 
-// The reference with the gaps of `cigar` in it: what reads its bases when every mismatch is taken for an error.
-// False when it does not lie within the sequences.
+// The reference with the gaps of `cigar` in it: what reads its bases when every mismatch is taken for an
+// error. False when it does not lie within the sequences.
 bool spell(const CigarElements& cigar, const char* ref, size_t refLen, const char* read, size_t readLen,
            size_t refIndex, size_t readIndex, std::string& bases) {
   bases.clear();

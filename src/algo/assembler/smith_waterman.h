@@ -9,8 +9,8 @@
 //          extending it. Gaps thus end up as far left as their score allows.
 // Owns     an aligner owns its memory, and keeps it from call to call; it may live on the stack of one call.
 // Threads  one thread at a time per object.
-// Errors   std::runtime_error for an empty sequence, for more than kMaxCells cells or kMaxLength bases, and for
-//          scores with which a cell might leave 31 bits.
+// Errors   std::runtime_error for an empty sequence, for more than kMaxCells cells or kMaxLength bases, and
+//          for scores with which a cell might leave 31 bits.
 // Cost     O(reference x read) time, half a byte of memory per cell.
 // Source   Gotoh, An improved algorithm for matching biological sequences (1982); the gaps within a row by a
 //          prefix scan, as in Khajeh-Saeed et al., Acceleration of the Smith-Waterman algorithm using

@@ -1,6 +1,7 @@
 // smith_waterman_kernel.h - the rows of an alignment matrix, filled one after the other.
-// Shape    h and e hold one row: element j is column j + 1. Rows have `stride` elements, a multiple of 4; those
-//          behind the read are computed too, and mean nothing. h, e and the profile are 16-byte aligned.
+// Shape    h and e hold one row: element j is column j + 1. Rows have `stride` elements, a multiple of 4;
+//          those behind the read are computed too, and mean nothing. h, e and the profile are 16-byte
+//          aligned.
 // Result   both kernels write the same in every byte.
 #pragma once
 

@@ -1,4 +1,5 @@
-// smith_waterman_matrix.h - the matrix of one alignment: directions of all cells, scores of the last row and column.
+// smith_waterman_matrix.h - the matrix of one alignment: directions of all cells, scores of the last row and
+// column.
 // Owns     one allocation, which grows and never shrinks.
 // Threads  one thread at a time.
 #pragma once
@@ -15,8 +16,8 @@ namespace SMITHWATERMAN {
 
 class Matrix {
  public:
-  // With `gap_borders` a cell of row 0 or column 0 costs a gap of its length, else nothing. Lengths and scores
-  // have been checked.
+  // With `gap_borders` a cell of row 0 or column 0 costs a gap of its length, else nothing. Lengths and
+  // scores have been checked.
   void fill(const char* reference, size_t reference_length, const char* read, size_t read_length,
             const Scores& scores, bool gap_borders, bool keep_ties);
 

@@ -1,8 +1,8 @@
-// Four cells of a row at a time. Deletions depend on the row above only. An insertion depends on the cell to its
-// left, which may end in an insertion itself; but opening a second gap right behind a first one never beats
-// extending it, so insertions are taken from the best of pair and deletion, by a prefix maximum over the four cells
-// and a carry from the four before. Only the carry is a serial chain: an add, a maximum and a shuffle.
-// Built with its own flags: includes nothing that could leave a function to other files.
+// Four cells of a row at a time. Deletions depend on the row above only. An insertion depends on the cell to
+// its left, which may end in an insertion itself; but opening a second gap right behind a first one never
+// beats extending it, so insertions are taken from the best of pair and deletion, by a prefix maximum over
+// the four cells and a carry from the four before. Only the carry is a serial chain: an add, a maximum and a
+// shuffle. Built with its own flags: includes nothing that could leave a function to other files.
 #include <cstdint>
 #include <smmintrin.h>
 

@@ -131,8 +131,8 @@ TEST(LeftAlign, MovesGapsWithinTheElementBefore) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "leftAlignCigarSequentially failed for 6M1D20M \n");
 }
 
-// The columns of an alignment, one letter each; gap by gap shifted left by one column while the pair that changes sides
-// matches on both.
+// The columns of an alignment, one letter each; gap by gap shifted left by one column while the pair that
+// changes sides matches on both.
 std::string shiftedByOne(std::string columns, const std::string& ref, const std::string& read) {
   auto matches = [&](size_t column) {
     size_t r = 0, q = 0;

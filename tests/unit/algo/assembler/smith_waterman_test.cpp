@@ -46,8 +46,8 @@ int64_t gapScore(const Scores& scores, int64_t length) {
   return length == 0 ? 0 : scores[2] + (length - 1) * scores[3];
 }
 
-// The best scores of all alignments that end in a cell: rows of reference, columns of read. Every gap is tried at its
-// full length, so this knows no states.
+// The best scores of all alignments that end in a cell: rows of reference, columns of read. Every gap is
+// tried at its full length, so this knows no states.
 std::vector<std::vector<int64_t>> plainMatrix(const std::string& reference, const std::string& read,
                                               const Scores& scores, bool gap_borders) {
   std::vector<std::vector<int64_t>> cells(reference.size() + 1, std::vector<int64_t>(read.size() + 1, 0));
