@@ -14,7 +14,8 @@ void EngineHR<T>::setPosition(int length, int pos, int baseQual, int insQual, in
   const auto& tables = phredTables<T>();
   if (pos == 0) {
     this->newRead();
-    for (size_t i = static_cast<size_t>(length) + 1; i <= this->rows_; ++i) {
+    // Vector kernels go on to the end of their last block of up to 16 rows.
+    for (size_t i = static_cast<size_t>(length) + 1, end = i + 16; i <= end; ++i) {
       mm_[i] = xm_[i] = my_[i] = yy_[i] = match_emission_[i] = mismatch_[i] = 0;
       mx_[i] = xx_[i] = 1;
     }

@@ -11,7 +11,7 @@ class EngineRH : public HalfTables<T> {
   double score(int readLen, const uint8_t* read, int hapLen, const uint8_t* hap, bool debug) override;
 
  protected:
-  struct Row {
+  struct Row {  // vector kernels read it as 8 numbers
     T mm, xm, mx, xx, my, yy;
     T match, mismatch;
   };

@@ -6,6 +6,7 @@
 #include "algo/vcall/pairhmm/engine.h"
 #include "algo/vcall/pairhmm/engine_hr.h"
 #include "algo/vcall/pairhmm/engine_rh.h"
+#include "algo/vcall/pairhmm/engine_simd.h"
 
 namespace {
 
@@ -32,17 +33,19 @@ constexpr struct {
   Needs needs;
   std::unique_ptr<PairHMM::Engine> (*make)();
 } kEngines[] = {
-    {"drh", kNothing, make<EngineRH<double>>},
-    {"frh", kNothing, make<EngineRH<float>>},
-    {"dhr", kNothing, make<EngineHR<double>>},
-    {"fhr", kNothing, make<EngineHR<float>>},
+    {"drh", kNothing, make<EngineRH<double>>},     {"frh", kNothing, make<EngineRH<float>>},
+    {"dhr", kNothing, make<EngineHR<double>>},     {"fhr", kNothing, make<EngineHR<float>>},
+    {"drhsse", kSse41, make<EngineRHSSE<double>>}, {"frhsse", kSse41, make<EngineRHSSE<float>>},
+    {"dhrsse", kSse41, make<EngineHRSSE<double>>}, {"fhrsse", kSse41, make<EngineHRSSE<float>>},
+    {"drhavx", kAvx, make<EngineRHAVX<double>>},   {"frhavx", kAvx, make<EngineRHAVX<float>>},
+    {"dhravx", kAvx, make<EngineHRAVX<double>>},   {"fhravx", kAvx, make<EngineHRAVX<float>>},
 };
 
 ThreadEngines makeThreadEngines() {
   const Processor processor;
   const char* forced = std::getenv("phmm");
   ThreadEngines engines;
-  engines.name = forced ? forced : "frh";
+  engines.name = forced ? forced : processor.avx ? "fhravx" : processor.sse41 ? "frhsse" : "frh";
   engines.first = makeEngine(engines.name);
   if (!engines.first) throw std::runtime_error("Unknown pair HMM engine " + engines.name);
   if (engines.name[0] != 'd') engines.precise = makeEngine("d" + engines.name.substr(1));

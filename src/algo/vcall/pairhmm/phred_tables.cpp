@@ -23,7 +23,7 @@ PhredTables<T>::PhredTables() {
 
 template <typename T>
 T PhredTables<T>::stayMatched(uint8_t insQual, uint8_t delQual) const {
-  const auto [min, max] = std::minmax<int>(insQual, delQual);
+  const int min = std::min(insQual, delQual), max = std::max(insQual, delQual);
   return max > kMaxTabled ? static_cast<T>(stayMatchedOf(min, max)) : matchToMatch[min + max * (max + 1) / 2];
 }
 

@@ -1,0 +1,45 @@
+// pair_hmm_kernel.h - the vector kernels: what they get, and the recursion itself over any kind of vector register.
+// half_tables.h has the model. Included by the files of one instruction set, so it includes next to nothing itself.
+#pragma once
+
+#include <cstdint>
+
+// Columns (first, last] of one half, to be computed from those beside them.
+template <typename T>
+struct KernelTask {
+  T *match, *gap;  // the tables, moved so that column j is slot j
+  uint64_t slots;
+  T* line;   // by slot, what one row or stripe hands to the next
+  int rows;  // of the read
+  int first, last;
+  T border;  // forward toMatch(0, j), backward bX(R+1, j)
+  // By row, from 1 on: for striped kernels to the end of the last stripe, with made-up rows; null for row kernels, which
+  // take the same numbers, in this order, from row_numbers[8 * row].
+  const T *mm, *xm, *mx, *xx, *my, *yy, *match_emission, *mismatch;
+  const T* row_numbers;
+  // Bases as numbers, NaN for one that agrees with all: of row i at read[i], of column j at hap[-j] for striped kernels
+  // and at hap[j] for row kernels.
+  const T *read, *hap;
+};
+
+// Rows of a stripe, which is how the tables of the striped kernels are cut: with l the place of a row in its stripe,
+// column j lies in slot j + l, so that one vector holds cells along an anti-diagonal.
+// cell(i, j) = ((i - 1) / stripe * slots + j + l) * stripe + l
+template <typename T>
+struct StripedKernel {
+  int stripe;
+  void (*forward)(const KernelTask<T>&);
+  void (*backward)(const KernelTask<T>&);
+};
+
+// Lanes along the haplotype; cell(i, j) = i * slots + j.
+template <typename T>
+struct RowKernel {
+  void (*forward)(const KernelTask<T>&);
+  void (*backward)(const KernelTask<T>&);
+};
+
+extern const StripedKernel<float> kStripedSseFloat, kStripedAvxFloat;
+extern const StripedKernel<double> kStripedSseDouble, kStripedAvxDouble;
+extern const RowKernel<float> kRowSseFloat, kRowAvxFloat;
+extern const RowKernel<double> kRowSseDouble, kRowAvxDouble;

@@ -1,0 +1,167 @@
+// striped_kernel.h - lanes are rows of the read, and each works one column behind the lane above: all that a cell needs
+// was computed by its own lane or by the one above, one or two steps ago. (M. Farrar 2007 and A. Wozniak 1997 discuss such
+// layouts.) V is a vector register with its operations, W the number of registers that make up a stripe: two chains
+// of dependent operations keep the arithmetic units busy where one waits for itself.
+#pragma once
+
+#include "algo/vcall/pairhmm/pair_hmm_kernel.h"
+
+#define FOR_LANES _Pragma("GCC unroll 4") for (int w = 0; w < W; ++w)
+
+template <typename V, int W>
+struct Striped {
+  using T = typename V::T;
+  using Reg = typename V::Reg;
+  static constexpr int kLanes = V::kLanes, kStripe = kLanes * W;
+
+  struct Stripe {
+    Reg r[W];
+  };
+  static Stripe load(const T* from) {
+    Stripe v;
+    FOR_LANES v.r[w] = V::load(from + w * kLanes);
+    return v;
+  }
+  static void store(T* to, const Stripe& v) { FOR_LANES V::store(to + w * kLanes, v.r[w]); }
+  static Stripe all(T value) {
+    Stripe v;
+    FOR_LANES v.r[w] = V::set1(value);
+    return v;
+  }
+  // Each lane from the one above, `incoming` into the first.
+  static Stripe shiftDownRows(const Stripe& v, T incoming) {
+    Stripe s;
+    s.r[0] = V::joinUp(V::rotateUp(v.r[0]), V::set1(incoming));
+    _Pragma("GCC unroll 4") for (int w = 1; w < W; ++w) s.r[w] =
+        V::joinUp(V::rotateUp(v.r[w]), V::rotateUp(v.r[w - 1]));
+    return s;
+  }
+  // Each lane from the one below, `incoming` into the last.
+  static Stripe shiftUpRows(const Stripe& v, T incoming) {
+    Stripe s;
+    s.r[W - 1] = V::joinDown(V::rotateDown(v.r[W - 1]), V::set1(incoming));
+    _Pragma("GCC unroll 4") for (int w = 0; w < W - 1; ++w) s.r[w] =
+        V::joinDown(V::rotateDown(v.r[w]), V::rotateDown(v.r[w + 1]));
+    return s;
+  }
+
+  struct Rows {
+    Stripe mm, xm, mx, xx, my, yy, mismatch, difference, read;
+
+    Rows(const KernelTask<T>& task, int above) {  // `above` is the row before the stripe's first
+      mm = load(task.mm + above + 2), xm = load(task.xm + above + 2);
+      mx = load(task.mx + above + 2), xx = load(task.xx + above + 2);
+      my = load(task.my + above + 1), yy = load(task.yy + above + 1);
+      mismatch = load(task.mismatch + above + 1);
+      const Stripe match = load(task.match_emission + above + 1);
+      FOR_LANES difference.r[w] = V::bitXor(match.r[w], mismatch.r[w]);
+      read = load(task.read + above + 1);
+    }
+    Reg emission(const T* hap, int w) const {
+      const Reg equal = V::agree(read.r[w], V::load(hap + w * kLanes));
+      return V::bitXor(mismatch.r[w], V::bitAnd(equal, difference.r[w]));
+    }
+  };
+
+  static void forward(const KernelTask<T>& task) {
+    const int stripes = (task.rows + kStripe - 1) / kStripe;
+    const T zero = 0;
+    const int64_t first = task.first + 1, last = task.last + kStripe - 1;  // slots
+    for (int s = 0; s < stripes; ++s) {
+      const Rows rows(task, s * kStripe);
+      T* const match = task.match + uint64_t(s) * task.slots * kStripe;
+      T* const gap = task.gap + uint64_t(s) * task.slots * kStripe;
+      // What the row above the stripe hands down: its X and toMatch of column j.
+      const int64_t step = s ? kStripe : 0;
+      const T* const above_gap = s ? task.line + (kStripe - 1) * kStripe + kStripe - 1 : &zero;
+      const T* const above_match =
+          s ? match - task.slots * kStripe + (kStripe - 1) * kStripe + kStripe - 1 : &task.border;
+
+      Stripe X = all(above_gap[first * step]), Y = load(gap + (first - 1) * kStripe);
+      Stripe diagonal = all(above_match[(first - 1) * step]);
+      Stripe next_diagonal = shiftDownRows(load(match + (first - 1) * kStripe), above_match[first * step]);
+      auto advance = [&](int64_t slot, auto keep) __attribute__((always_inline)) {
+        Stripe to_match, to_gap, down;
+        FOR_LANES {
+          const Reg M = V::mul(diagonal.r[w], rows.emission(task.hap - slot, w));
+          to_match.r[w] = V::add(V::mul(M, rows.mm.r[w]), V::mul(V::add(X.r[w], Y.r[w]), rows.xm.r[w]));
+          to_gap.r[w] = V::add(V::mul(M, rows.my.r[w]), V::mul(Y.r[w], rows.yy.r[w]));
+          down.r[w] = V::add(V::mul(M, rows.mx.r[w]), V::mul(X.r[w], rows.xx.r[w]));
+        }
+        keep(slot, to_match, to_gap);
+        store(match + slot * kStripe, to_match);
+        store(gap + slot * kStripe, to_gap);
+        store(task.line + slot * kStripe, down);
+        X = shiftDownRows(down, above_gap[(slot + 1) * step]);
+        Y = to_gap;
+        diagonal = next_diagonal;
+        next_diagonal = shiftDownRows(to_match, above_match[(slot + 1) * step]);
+      };
+      int64_t slot = first;
+      // Lanes that are still in columns up to task.first keep what is there.
+      for (; slot < first + kStripe - 1; ++slot)
+        advance(slot, [&](int64_t at, Stripe& to_match, Stripe& to_gap) {
+          FOR_LANES {
+            const Reg known = V::fromLane(static_cast<int>(at - task.first) - w * kLanes);
+            to_match.r[w] = V::select(known, V::load(match + at * kStripe + w * kLanes), to_match.r[w]);
+            to_gap.r[w] = V::select(known, V::load(gap + at * kStripe + w * kLanes), to_gap.r[w]);
+          }
+        });
+      for (; slot <= last; ++slot) advance(slot, [](int64_t, Stripe&, Stripe&) {});
+    }
+  }
+
+  static void backward(const KernelTask<T>& task) {
+    const int stripes = (task.rows + kStripe - 1) / kStripe;
+    const T zero = 0;
+    const int64_t first = task.last + kStripe - 1, last = task.first + 1;  // slots, going down
+    for (int s = stripes - 1; s >= 0; --s) {
+      const Rows rows(task, s * kStripe);
+      T* const match = task.match + uint64_t(s) * task.slots * kStripe;
+      T* const gap = task.gap + uint64_t(s) * task.slots * kStripe;
+      // What the row below the stripe hands up: its X of column j, and its inMatch of column j + 1, for the slot j + stripe
+      // - 1 of the last lane.
+      const bool bottom = s == stripes - 1;
+      const int64_t step = bottom ? 0 : kStripe;
+      const T* const below_gap = bottom ? &task.border : task.line - (kStripe - 1) * kStripe;
+      const T* const below_match = bottom ? &zero : match + task.slots * kStripe - (kStripe - 2) * kStripe;
+
+      Stripe X = all(below_gap[first * step]), Y = load(gap + (first + 1) * kStripe);
+      Stripe diagonal = all(below_match[first * step]);
+      Stripe next_diagonal =
+          shiftUpRows(load(match + (first + 1) * kStripe), below_match[(first - 1) * step]);
+      auto advance = [&](int64_t slot, auto keep) __attribute__((always_inline)) {
+        Stripe in_match, in_gap, up;
+        FOR_LANES {
+          const Reg entered = V::mul(rows.xm.r[w], diagonal.r[w]);
+          const Reg gaps = V::add(V::mul(rows.mx.r[w], X.r[w]), V::mul(rows.my.r[w], Y.r[w]));
+          in_match.r[w] =
+              V::mul(rows.emission(task.hap - slot, w), V::add(V::mul(rows.mm.r[w], diagonal.r[w]), gaps));
+          in_gap.r[w] = V::add(entered, V::mul(rows.yy.r[w], Y.r[w]));
+          up.r[w] = V::add(entered, V::mul(rows.xx.r[w], X.r[w]));
+        }
+        keep(slot, in_match, in_gap);
+        store(match + slot * kStripe, in_match);
+        store(gap + slot * kStripe, in_gap);
+        store(task.line + slot * kStripe, up);
+        X = shiftUpRows(up, below_gap[(slot - 1) * step]);
+        Y = in_gap;
+        diagonal = next_diagonal;
+        next_diagonal = shiftUpRows(in_match, below_match[(slot - 2) * step]);
+      };
+      int64_t slot = first;
+      // Lanes that are still in columns behind task.last keep what is there.
+      for (; slot > first - (kStripe - 1); --slot)
+        advance(slot, [&](int64_t at, Stripe& in_match, Stripe& in_gap) {
+          FOR_LANES {
+            const Reg fresh = V::fromLane(static_cast<int>(at - task.last) - w * kLanes);
+            in_match.r[w] = V::select(fresh, in_match.r[w], V::load(match + at * kStripe + w * kLanes));
+            in_gap.r[w] = V::select(fresh, in_gap.r[w], V::load(gap + at * kStripe + w * kLanes));
+          }
+        });
+      for (; slot >= last; --slot) advance(slot, [](int64_t, Stripe&, Stripe&) {});
+    }
+  }
+};
+
+#undef FOR_LANES
