@@ -53,16 +53,6 @@ bool parseConfidence(const char* text, double& value) {
   return rest != text && *rest == '\0' && std::isfinite(value);
 }
 
-// Whether a partial file is one of mode gvcf.
-bool hasBlocks(const std::string& path) {
-  const std::unique_ptr<IOHandle> stream = openStream(path, "r");
-  if (!stream) return false;  // told by the one who reads it
-  VCFHeader header;
-  header.parse(*stream);
-  return std::any_of(header.lines.begin(), header.lines.end(),
-                     [](const std::string& line) { return line.starts_with("GVCFBlock"); });
-}
-
 }  // namespace
 
 VariantCallAlgo::VariantCallAlgo(DriverContext* context, int count, const char* const args[])
@@ -219,6 +209,20 @@ void VariantCallAlgo::completeAnnotations() {
   for (size_t i = 0; i < static_cast<size_t>(kCount); ++i)
     if (const auto field = static_cast<AnnotationField>(i); wanted_.has(field))
       annotators_.insert(&annotationDef(field));
+}
+
+// Whether a partial file is one of mode gvcf.
+bool VariantCallAlgo::hasBlocks(const std::string& partial) const {
+  const std::unique_ptr<IOHandle> stream = openStream(partial, "r");
+  if (!stream) throw std::runtime_error(name + ": failed to open partial file " + partial);
+  VCFHeader header;
+  try {
+    header.parse(*stream);
+  } catch (const std::runtime_error& failure) {
+    throw std::runtime_error(name + ": " + failure.what() + " in partial file " + partial);
+  }
+  return std::any_of(header.lines.begin(), header.lines.end(),
+                     [](const std::string& line) { return line.starts_with("GVCFBlock"); });
 }
 
 void VariantCallAlgo::mergePartials() {

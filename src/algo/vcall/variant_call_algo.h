@@ -78,6 +78,7 @@ class VariantCallAlgo : public Algo {
  private:
   void settleAnnotations();
   void mergePartials();
+  bool hasBlocks(const std::string& partial) const;
   void takeSamples();
   void makeRoomInTables() const;
   std::unique_ptr<VCFCache> openVcf(const std::string& path) const;  // null for an empty path

@@ -394,6 +394,10 @@ TEST_F(VariantCall, BlocksAndRecordsAcrossShards) {
               make({"--merge", out.c_str(), parts[0].c_str(), plain.c_str()}, false)->init();
             }),
             "Caller: partial files " + parts[0] + " and " + plain + " are not of the same emit mode");
+  EXPECT_EQ(failure([&] {
+              make({"--merge", "no/out", "no/file"}, false)->init();
+            }),
+            "Caller: failed to open partial file no/file");
 }
 
 TEST_F(VariantCall, AFullDiskIsTold) {
