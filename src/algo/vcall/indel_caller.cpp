@@ -68,7 +68,8 @@ bool IndelCaller::prepare(uint32_t position, const GivenAlleles::Record& record,
 
   const size_t alleles = haplotypes_.size();
   values_.assign(clips_.size() * alleles, 0);
-  const uint32_t slack = kMargin;
+  // A read whose aligner did not open a gap lies beside its place by the bases that the gap would have skipped.
+  const uint32_t slack = kMargin + uint32_t(record_.ref.size() - shortest);
   std::vector<Allele> cut(alleles);
   {
     static Timer* const pairhmm_timer = timer("pairhmm");
