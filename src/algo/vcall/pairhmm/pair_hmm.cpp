@@ -8,9 +8,9 @@
 #include <numeric>
 #include <stdexcept>
 #include <string_view>
-#include <xmmintrin.h>
 
 #include "algo/vcall/pairhmm/engine.h"
+#include "algo/vcall/pairhmm/flush_denormals.h"
 #include "algo/vcall/pairhmm/models.h"
 #include "base/text.h"
 
@@ -18,18 +18,6 @@ namespace {
 
 // Below this score a float has run out of range.
 constexpr double kFloatFloor = -64.12;
-
-// While alive, denormal numbers of the calling thread are 0: cells far from every good path pass through them, and
-// a processor takes a hundred cycles over each.
-class FlushDenormals {
- public:
-  FlushDenormals() : saved_(_mm_getcsr()) { _mm_setcsr(saved_ | 0x8040); }
-  ~FlushDenormals() { _mm_setcsr(saved_); }
-  FlushDenormals(const FlushDenormals&) = delete;
-
- private:
-  const unsigned saved_;
-};
 
 std::string_view basesOf(const Allele& allele) {
   return {allele.bases, static_cast<size_t>(allele.length)};

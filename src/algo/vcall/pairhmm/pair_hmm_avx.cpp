@@ -20,7 +20,8 @@ struct AvxFloat {
   static Reg bitAnd(Reg a, Reg b) { return _mm256_and_ps(a, b); }
   static Reg bitXor(Reg a, Reg b) { return _mm256_xor_ps(a, b); }
   static Reg agree(Reg a, Reg b) { return _mm256_cmp_ps(a, b, _CMP_EQ_UQ); }  // equal, or either is NaN
-  static Reg select(Reg mask, Reg yes, Reg no) { return _mm256_blendv_ps(no, yes, mask); }
+  // Not by blendv: without AVX2, GCC 12 takes a mask that it has seen made to pieces, lane by lane.
+  static Reg select(Reg mask, Reg yes, Reg no) { return bitXor(no, bitAnd(mask, bitXor(yes, no))); }
   static Reg fromLane(int lane) {  // lanes `lane` and above
     return _mm256_cmp_ps(_mm256_setr_ps(0, 1, 2, 3, 4, 5, 6, 7), set1(static_cast<T>(lane)), _CMP_GE_OQ);
   }
@@ -53,7 +54,7 @@ struct AvxDouble {
   static Reg bitAnd(Reg a, Reg b) { return _mm256_and_pd(a, b); }
   static Reg bitXor(Reg a, Reg b) { return _mm256_xor_pd(a, b); }
   static Reg agree(Reg a, Reg b) { return _mm256_cmp_pd(a, b, _CMP_EQ_UQ); }
-  static Reg select(Reg mask, Reg yes, Reg no) { return _mm256_blendv_pd(no, yes, mask); }
+  static Reg select(Reg mask, Reg yes, Reg no) { return bitXor(no, bitAnd(mask, bitXor(yes, no))); }
   static Reg fromLane(int lane) {
     return _mm256_cmp_pd(_mm256_setr_pd(0, 1, 2, 3), set1(static_cast<T>(lane)), _CMP_GE_OQ);
   }

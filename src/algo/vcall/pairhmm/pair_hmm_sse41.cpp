@@ -20,7 +20,7 @@ struct SseFloat {
   static Reg bitAnd(Reg a, Reg b) { return _mm_and_ps(a, b); }
   static Reg bitXor(Reg a, Reg b) { return _mm_xor_ps(a, b); }
   static Reg agree(Reg a, Reg b) { return _mm_or_ps(_mm_cmpeq_ps(a, b), _mm_cmpunord_ps(a, b)); }
-  static Reg select(Reg mask, Reg yes, Reg no) { return _mm_blendv_ps(no, yes, mask); }
+  static Reg select(Reg mask, Reg yes, Reg no) { return bitXor(no, bitAnd(mask, bitXor(yes, no))); }
   static Reg fromLane(int lane) {  // lanes `lane` and above
     return _mm_cmpge_ps(_mm_setr_ps(0, 1, 2, 3), set1(static_cast<T>(lane)));
   }
@@ -52,7 +52,7 @@ struct SseDouble {
   static Reg bitAnd(Reg a, Reg b) { return _mm_and_pd(a, b); }
   static Reg bitXor(Reg a, Reg b) { return _mm_xor_pd(a, b); }
   static Reg agree(Reg a, Reg b) { return _mm_or_pd(_mm_cmpeq_pd(a, b), _mm_cmpunord_pd(a, b)); }
-  static Reg select(Reg mask, Reg yes, Reg no) { return _mm_blendv_pd(no, yes, mask); }
+  static Reg select(Reg mask, Reg yes, Reg no) { return bitXor(no, bitAnd(mask, bitXor(yes, no))); }
   static Reg fromLane(int lane) { return _mm_cmpge_pd(_mm_setr_pd(0, 1), set1(static_cast<T>(lane))); }
   static Reg rotateUp(Reg v) { return v; }
   static Reg joinUp(Reg v, Reg before) { return _mm_shuffle_pd(before, v, 0x1); }
