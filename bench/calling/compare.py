@@ -43,7 +43,7 @@ for length, depth in [(5_000_000, 30), (300_000, 400)]:
         sides = {
             "driver": Timed(f"{args.build}/driver -t 2 -r {ref} -i {bam} --algo Genotyper --var_type {var_type} ours.vcf.gz",
                             ["ours.vcf.gz"]),
-            "bcftools": Timed(in_halves(length, f"bcftools mpileup -d 100000 {pileup_options} -a AD -Ou -f {ref} -r {{region}} {bam}"
+            "bcftools": Timed(in_halves(length, f"bcftools mpileup -d 100000 -L 100000 {pileup_options} -a AD -Ou -f {ref} -r {{region}} {bam}"
                                                 " | bcftools call -mv", "bcftools.vcf.gz"), ["bcftools.vcf.gz"]),
             "freebayes": Timed(in_halves(length, f"freebayes {bayes_options} -f {ref} -r {{region}} {bam}", "freebayes.vcf.gz"),
                                ["freebayes.vcf.gz"]),
