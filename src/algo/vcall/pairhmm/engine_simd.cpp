@@ -31,7 +31,7 @@ double EngineHRVector<T>::score(int readLen, const uint8_t* read, int hapLen, co
   const size_t slots = this->slots_, stripes = (size_t(R) + stripe - 1) / stripe;
   if (this->fresh_) {
     read_codes_.reserve(this->rows_ + 1);
-    hap_codes_.reserve(slots);
+    hap_codes_.reserve(2 * slots);
     for (int i = 1; i <= R; ++i) read_codes_[size_t(i)] = baseCode<T>(read[i - 1]);
     for (T* table : {this->match_.data(), this->gap_.data()})
       for (size_t s = 0; s < stripes; ++s) {
@@ -40,9 +40,12 @@ double EngineHRVector<T>::score(int readLen, const uint8_t* read, int hapLen, co
         std::fill_n(begin + this->backwardSlot(hapLen + 1, hapLen) * stripe, (stripe + 1) * stripe, T(0));
       }
   }
-  T* const hap_codes = hap_codes_.data() + hapLen + this->kPad;
-  for (int j = columns.prefix + 1; j <= columns.last; ++j) hap_codes[-j] = baseCode<T>(hap[j - 1]);
+  T* const hap_codes = hap_codes_.data() + hapLen / 2 + this->kPad;
+  T* const by_parity[2] = {hap_codes, hap_codes + slots};
+  for (int j = columns.prefix + 1; j <= columns.last; ++j)
+    by_parity[j & 1][-(j >> 1)] = baseCode<T>(hap[j - 1]);
 
+  auto place = [stripe](size_t row) { return row / 2 + (row % 2) * (stripe / 2); };  // in a slot
   KernelTask<T> task;
   auto moveTables = [&](size_t column_0) {
     task.match = this->match_.data() + column_0 * stripe;
@@ -56,15 +59,16 @@ double EngineHRVector<T>::score(int readLen, const uint8_t* read, int hapLen, co
   task.my = this->my_.data(), task.yy = this->yy_.data();
   task.match_emission = this->match_emission_.data(), task.mismatch = this->mismatch_.data();
   task.row_numbers = nullptr;
-  task.read = read_codes_.data(), task.hap = hap_codes;
+  task.read = read_codes_.data(), task.hap = nullptr;
+  task.hap_by_parity[0] = by_parity[0], task.hap_by_parity[1] = by_parity[1];
   if (columns.prefix < columns.cut) {
     moveTables(this->forwardSlot(0));
     task.first = columns.prefix, task.last = columns.cut;
     task.border = this->start() * this->xm_[1];
     kernel_.forward(task);
-    const size_t lane = size_t(R - 1) % stripe;
+    const size_t row = size_t(R - 1) % stripe;
     for (int j = columns.prefix + 1; j <= columns.cut; ++j)
-      this->end_[size_t(j)] = task.line[(size_t(j) + lane) * stripe + lane];
+      this->end_[size_t(j)] = task.line[(size_t(j) + row) * stripe + place(row)];
   }
   if (columns.cut < columns.last) {
     moveTables(this->backwardSlot(0, hapLen));
@@ -72,9 +76,9 @@ double EngineHRVector<T>::score(int readLen, const uint8_t* read, int hapLen, co
     task.border = this->kInitialScale;
     kernel_.backward(task);
   }
-  auto cell = [slots, stripe](int i, size_t slot) {
-    const size_t s = size_t(i - 1) / stripe, lane = size_t(i - 1) % stripe;
-    return (s * slots + slot + lane) * stripe + lane;
+  auto cell = [slots, stripe, place](int i, size_t slot) {
+    const size_t s = size_t(i - 1) / stripe, row = size_t(i - 1) % stripe;
+    return (s * slots + slot + row) * stripe + place(row);
   };
   auto emission = [&](int i, int j) {
     return basesMatch(read[i - 1], hap[j - 1]) ? this->match_emission_[size_t(i)]

@@ -35,6 +35,12 @@ struct AvxFloat {
   static Reg joinDown(Reg v, Reg behind) {
     return _mm256_blend_ps(v, _mm256_permute2f128_ps(v, behind, 0x21), 0x88);
   }
+  static Reg evens(Reg a, Reg b) {
+    return _mm256_shuffle_ps(_mm256_permute2f128_ps(a, b, 0x20), _mm256_permute2f128_ps(a, b, 0x31), 0x88);
+  }
+  static Reg odds(Reg a, Reg b) {
+    return _mm256_shuffle_ps(_mm256_permute2f128_ps(a, b, 0x20), _mm256_permute2f128_ps(a, b, 0x31), 0xdd);
+  }
   static Reg up4(Reg v) { return _mm256_permute2f128_ps(v, v, 0x08); }
   static Reg down4(Reg v) { return _mm256_permute2f128_ps(v, v, 0x81); }
   static Reg up2(Reg v) { return _mm256_shuffle_ps(up4(v), v, 0x4e); }
@@ -66,15 +72,20 @@ struct AvxDouble {
   static Reg joinDown(Reg v, Reg behind) {
     return _mm256_blend_pd(v, _mm256_permute2f128_pd(v, behind, 0x21), 0xa);
   }
+  static Reg evens(Reg a, Reg b) {
+    return _mm256_unpacklo_pd(_mm256_permute2f128_pd(a, b, 0x20), _mm256_permute2f128_pd(a, b, 0x31));
+  }
+  static Reg odds(Reg a, Reg b) {
+    return _mm256_unpackhi_pd(_mm256_permute2f128_pd(a, b, 0x20), _mm256_permute2f128_pd(a, b, 0x31));
+  }
   static Reg up2(Reg v) { return _mm256_permute2f128_pd(v, v, 0x08); }
   static Reg down2(Reg v) { return _mm256_permute2f128_pd(v, v, 0x81); }
 };
 
 }  // namespace
 
-const StripedKernel<float> kStripedAvxFloat = {16, Striped<AvxFloat, 2>::forward,
-                                               Striped<AvxFloat, 2>::backward};
-const StripedKernel<double> kStripedAvxDouble = {8, Striped<AvxDouble, 2>::forward,
-                                                 Striped<AvxDouble, 2>::backward};
+const StripedKernel<float> kStripedAvxFloat = {16, Striped<AvxFloat>::forward, Striped<AvxFloat>::backward};
+const StripedKernel<double> kStripedAvxDouble = {8, Striped<AvxDouble>::forward,
+                                                 Striped<AvxDouble>::backward};
 const RowKernel<float> kRowAvxFloat = {AlongRow<AvxFloat>::forward, AlongRow<AvxFloat>::backward};
 const RowKernel<double> kRowAvxDouble = {AlongRow<AvxDouble>::forward, AlongRow<AvxDouble>::backward};

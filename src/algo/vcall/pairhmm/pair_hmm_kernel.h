@@ -17,14 +17,14 @@ struct KernelTask {
   // take the same numbers, in this order, from row_numbers[8 * row].
   const T *mm, *xm, *mx, *xx, *my, *yy, *match_emission, *mismatch;
   const T* row_numbers;
-  // Bases as numbers, NaN for one that agrees with all: of row i at read[i], of column j at hap[-j] for striped kernels
-  // and at hap[j] for row kernels.
-  const T *read, *hap;
+  // Bases as numbers, NaN for one that agrees with all: of row i at read[i]; of column j at hap[j] for row kernels, and
+  // at hap_by_parity[j & 1][-(j >> 1)] for striped kernels.
+  const T *read, *hap, *hap_by_parity[2];
 };
 
-// Rows of a stripe, which is how the tables of the striped kernels are cut: with l the place of a row in its stripe,
-// column j lies in slot j + l, so that one vector holds cells along an anti-diagonal.
-// cell(i, j) = ((i - 1) / stripe * slots + j + l) * stripe + l
+// Rows of a stripe, which is how the tables of the striped kernels are cut. With l the place of a row in its stripe, column j
+// lies in slot j + l, so that one slot holds cells along an anti-diagonal; of a slot, even rows come first.
+// cell(i, j) = ((i - 1) / stripe * slots + j + l) * stripe + l / 2 + (l odd ? stripe / 2 : 0)
 template <typename T>
 struct StripedKernel {
   int stripe;

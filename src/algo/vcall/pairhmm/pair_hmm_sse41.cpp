@@ -29,6 +29,8 @@ struct SseFloat {
   static Reg joinUp(Reg v, Reg before) { return align<12>(v, before); }
   static Reg rotateDown(Reg v) { return v; }
   static Reg joinDown(Reg v, Reg behind) { return align<4>(behind, v); }
+  static Reg evens(Reg a, Reg b) { return _mm_shuffle_ps(a, b, 0x88); }
+  static Reg odds(Reg a, Reg b) { return _mm_shuffle_ps(a, b, 0xdd); }
   static Reg up2(Reg v) { return _mm_movelh_ps(zero(), v); }
   static Reg down2(Reg v) { return _mm_movehl_ps(zero(), v); }
 
@@ -58,13 +60,14 @@ struct SseDouble {
   static Reg joinUp(Reg v, Reg before) { return _mm_shuffle_pd(before, v, 0x1); }
   static Reg rotateDown(Reg v) { return v; }
   static Reg joinDown(Reg v, Reg behind) { return _mm_shuffle_pd(v, behind, 0x1); }
+  static Reg evens(Reg a, Reg b) { return _mm_unpacklo_pd(a, b); }
+  static Reg odds(Reg a, Reg b) { return _mm_unpackhi_pd(a, b); }
 };
 
 }  // namespace
 
-const StripedKernel<float> kStripedSseFloat = {8, Striped<SseFloat, 2>::forward,
-                                               Striped<SseFloat, 2>::backward};
-const StripedKernel<double> kStripedSseDouble = {4, Striped<SseDouble, 2>::forward,
-                                                 Striped<SseDouble, 2>::backward};
+const StripedKernel<float> kStripedSseFloat = {8, Striped<SseFloat>::forward, Striped<SseFloat>::backward};
+const StripedKernel<double> kStripedSseDouble = {4, Striped<SseDouble>::forward,
+                                                 Striped<SseDouble>::backward};
 const RowKernel<float> kRowSseFloat = {AlongRow<SseFloat>::forward, AlongRow<SseFloat>::backward};
 const RowKernel<double> kRowSseDouble = {AlongRow<SseDouble>::forward, AlongRow<SseDouble>::backward};

@@ -1,18 +1,19 @@
-// striped_kernel.h - lanes are rows of the read, and each works one column behind the lane above: all that a cell needs
-// was computed by its own lane or by the one above, one or two steps ago. (M. Farrar 2007 and A. Wozniak 1997 discuss such
-// layouts.) V is a vector register with its operations, W the number of registers that make up a stripe: two chains
-// of dependent operations keep the arithmetic units busy where one waits for itself.
+// striped_kernel.h - lanes are rows of the read, and each works one column behind the row above: all that a cell needs
+// was computed for its own row or for the one above, one or two steps ago (the anti-diagonals of Wozniak 1997). V is a
+// vector register with its operations. Two registers make up a stripe, one with its even rows and one with its odd rows:
+// stepping down by a row, the even ones hand over as they are, and only the odd ones have to be shifted. Two chains
+// of dependent operations also keep the arithmetic units busy where one would wait for itself.
 #pragma once
 
 #include "algo/vcall/pairhmm/pair_hmm_kernel.h"
 
-#define FOR_LANES _Pragma("GCC unroll 4") for (int w = 0; w < W; ++w)
+#define FOR_LANES _Pragma("GCC unroll 2") for (int w = 0; w < W; ++w)
 
-template <typename V, int W>
+template <typename V>
 struct Striped {
   using T = typename V::T;
   using Reg = typename V::Reg;
-  static constexpr int kLanes = V::kLanes, kStripe = kLanes * W;
+  static constexpr int W = 2, kLanes = V::kLanes, kStripe = kLanes * W;
 
   struct Stripe {
     Reg r[W];
@@ -28,37 +29,37 @@ struct Striped {
     FOR_LANES v.r[w] = V::set1(value);
     return v;
   }
-  // Each lane from the one above, `incoming` into the first.
+  // Each row's value from the row above, `incoming` into the first: only one of the registers has to be shifted.
   static Stripe shiftDownRows(const Stripe& v, T incoming) {
-    Stripe s;
-    s.r[0] = V::joinUp(V::rotateUp(v.r[0]), V::set1(incoming));
-    _Pragma("GCC unroll 4") for (int w = 1; w < W; ++w) s.r[w] =
-        V::joinUp(V::rotateUp(v.r[w]), V::rotateUp(v.r[w - 1]));
-    return s;
+    return {V::joinUp(V::rotateUp(v.r[1]), V::set1(incoming)), v.r[0]};
   }
-  // Each lane from the one below, `incoming` into the last.
+  // Each row's value from the row below, `incoming` into the last.
   static Stripe shiftUpRows(const Stripe& v, T incoming) {
-    Stripe s;
-    s.r[W - 1] = V::joinDown(V::rotateDown(v.r[W - 1]), V::set1(incoming));
-    _Pragma("GCC unroll 4") for (int w = 0; w < W - 1; ++w) s.r[w] =
-        V::joinDown(V::rotateDown(v.r[w]), V::rotateDown(v.r[w + 1]));
-    return s;
+    return {v.r[1], V::joinDown(V::rotateDown(v.r[0]), V::set1(incoming))};
   }
+  // Rows as they follow one another in memory.
+  static Stripe loadRows(const T* from) {
+    const Reg low = V::load(from), high = V::load(from + kLanes);
+    return {V::evens(low, high), V::odds(low, high)};
+  }
+  // Of the rows `row` and below, all bits.
+  static Stripe fromRow(int row) { return {V::fromLane((row + 1) / 2), V::fromLane(row / 2)}; }
 
   struct Rows {
     Stripe mm, xm, mx, xx, my, yy, mismatch, difference, read;
 
     Rows(const KernelTask<T>& task, int above) {  // `above` is the row before the stripe's first
-      mm = load(task.mm + above + 2), xm = load(task.xm + above + 2);
-      mx = load(task.mx + above + 2), xx = load(task.xx + above + 2);
-      my = load(task.my + above + 1), yy = load(task.yy + above + 1);
-      mismatch = load(task.mismatch + above + 1);
-      const Stripe match = load(task.match_emission + above + 1);
+      mm = loadRows(task.mm + above + 2), xm = loadRows(task.xm + above + 2);
+      mx = loadRows(task.mx + above + 2), xx = loadRows(task.xx + above + 2);
+      my = loadRows(task.my + above + 1), yy = loadRows(task.yy + above + 1);
+      mismatch = loadRows(task.mismatch + above + 1);
+      const Stripe match = loadRows(task.match_emission + above + 1);
       FOR_LANES difference.r[w] = V::bitXor(match.r[w], mismatch.r[w]);
-      read = load(task.read + above + 1);
+      read = loadRows(task.read + above + 1);
     }
-    Reg emission(const T* hap, int w) const {
-      const Reg equal = V::agree(read.r[w], V::load(hap + w * kLanes));
+    Reg emission(const KernelTask<T>& task, int64_t slot, int w) const {
+      const int64_t column = slot - w;  // of the register's first lane; the others go back by two
+      const Reg equal = V::agree(read.r[w], V::load(task.hap_by_parity[column & 1] - (column >> 1)));
       return V::bitXor(mismatch.r[w], V::bitAnd(equal, difference.r[w]));
     }
   };
@@ -83,7 +84,7 @@ struct Striped {
       auto advance = [&](int64_t slot, auto keep) __attribute__((always_inline)) {
         Stripe to_match, to_gap, down;
         FOR_LANES {
-          const Reg M = V::mul(diagonal.r[w], rows.emission(task.hap - slot, w));
+          const Reg M = V::mul(diagonal.r[w], rows.emission(task, slot, w));
           to_match.r[w] = V::add(V::mul(M, rows.mm.r[w]), V::mul(V::add(X.r[w], Y.r[w]), rows.xm.r[w]));
           to_gap.r[w] = V::add(V::mul(M, rows.my.r[w]), V::mul(Y.r[w], rows.yy.r[w]));
           down.r[w] = V::add(V::mul(M, rows.mx.r[w]), V::mul(X.r[w], rows.xx.r[w]));
@@ -101,10 +102,10 @@ struct Striped {
       // Lanes that are still in columns up to task.first keep what is there.
       for (; slot < first + kStripe - 1; ++slot)
         advance(slot, [&](int64_t at, Stripe& to_match, Stripe& to_gap) {
+          const Stripe known = fromRow(static_cast<int>(at - task.first));
           FOR_LANES {
-            const Reg known = V::fromLane(static_cast<int>(at - task.first) - w * kLanes);
-            to_match.r[w] = V::select(known, V::load(match + at * kStripe + w * kLanes), to_match.r[w]);
-            to_gap.r[w] = V::select(known, V::load(gap + at * kStripe + w * kLanes), to_gap.r[w]);
+            to_match.r[w] = V::select(known.r[w], V::load(match + at * kStripe + w * kLanes), to_match.r[w]);
+            to_gap.r[w] = V::select(known.r[w], V::load(gap + at * kStripe + w * kLanes), to_gap.r[w]);
           }
         });
       for (; slot <= last; ++slot) advance(slot, [](int64_t, Stripe&, Stripe&) {});
@@ -136,7 +137,7 @@ struct Striped {
           const Reg entered = V::mul(rows.xm.r[w], diagonal.r[w]);
           const Reg gaps = V::add(V::mul(rows.mx.r[w], X.r[w]), V::mul(rows.my.r[w], Y.r[w]));
           in_match.r[w] =
-              V::mul(rows.emission(task.hap - slot, w), V::add(V::mul(rows.mm.r[w], diagonal.r[w]), gaps));
+              V::mul(rows.emission(task, slot, w), V::add(V::mul(rows.mm.r[w], diagonal.r[w]), gaps));
           in_gap.r[w] = V::add(entered, V::mul(rows.yy.r[w], Y.r[w]));
           up.r[w] = V::add(entered, V::mul(rows.xx.r[w], X.r[w]));
         }
@@ -153,10 +154,10 @@ struct Striped {
       // Lanes that are still in columns behind task.last keep what is there.
       for (; slot > first - (kStripe - 1); --slot)
         advance(slot, [&](int64_t at, Stripe& in_match, Stripe& in_gap) {
+          const Stripe fresh = fromRow(static_cast<int>(at - task.last));
           FOR_LANES {
-            const Reg fresh = V::fromLane(static_cast<int>(at - task.last) - w * kLanes);
-            in_match.r[w] = V::select(fresh, in_match.r[w], V::load(match + at * kStripe + w * kLanes));
-            in_gap.r[w] = V::select(fresh, in_gap.r[w], V::load(gap + at * kStripe + w * kLanes));
+            in_match.r[w] = V::select(fresh.r[w], in_match.r[w], V::load(match + at * kStripe + w * kLanes));
+            in_gap.r[w] = V::select(fresh.r[w], in_gap.r[w], V::load(gap + at * kStripe + w * kLanes));
           }
         });
       for (; slot >= last; --slot) advance(slot, [](int64_t, Stripe&, Stripe&) {});
