@@ -28,7 +28,7 @@ Genotyper::Engine::Engine(DriverContext* context, Genotyper* algo, const Param& 
     : VariantCallAlgo::Engine(context, algo),
       Param(param),
       region_limit_(regionLimit(lookup, sampleCount())),
-      candidates_(min_base_qual),
+      candidates_(min_base_qual, IndelCaller::maxAlternates(ploidy)),
       indels_(ploidy, min_base_qual, sampleCount()) {
   if (!lookup) return;
   pileup_ = std::make_unique<SNPPileup>(*lookup, sampleCount(), usesPairs());

@@ -24,14 +24,21 @@ IndelCaller::IndelCaller(uint32_t ploidy, uint32_t min_base_qual, size_t samples
     : ploidy_(ploidy),
       min_base_qual_(min_base_qual),
       samples_(samples),
+      max_alternates_(maxAlternates(ploidy)),
       hmm_(std::make_unique<IndelModel>(kGapOpen, kGapContinuation)) {}
+
+size_t IndelCaller::maxAlternates(uint32_t ploidy) {
+  size_t alternates = 1;
+  while (GenotypeIndex::count(ploidy, alternates + 2) <= kMaxGenotypes) ++alternates;
+  return alternates;
+}
 
 bool IndelCaller::prepare(uint32_t position, const GivenAlleles::Record& record,
                           const ReferenceWindow& window, const std::vector<Read*>& reads,
                           std::span<const int32_t> sample_of_group, Site& site) {
   record_ = record;
   std::vector<std::string>& alts = record_.alts;
-  while (alts.size() > 1 && GenotypeIndex::count(ploidy_, alts.size() + 1) > kMaxGenotypes) alts.pop_back();
+  if (alts.size() > max_alternates_) alts.resize(max_alternates_);
   if (alts.empty() || !window.contains(position)) return false;
 
   const uint32_t low = std::max(window.start, position - std::min(position, kFlank));

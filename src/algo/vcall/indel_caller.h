@@ -26,12 +26,14 @@ class IndelCaller {
   // Makes the site of `record`, whose REF is the reference at `position`: alleles, likelihoods and rows. `reads` overlap
   // the position or begin right behind it; they become the site's pileup. `sample_of_group` is by Read::read_group.
   // False when an allele reaches beyond what is known of the reference, or when there is no alternate.
-  // A sample without usable reads has an empty likelihood vector. Alternates are left out from the end of the list when
-  // a sample would have more than kMaxGenotypes genotypes; one stays in any case.
+  // A sample without usable reads has an empty likelihood vector. Alternates beyond maxAlternates() are left out.
   bool prepare(uint32_t position, const GivenAlleles::Record& record, const ReferenceWindow& window,
                const std::vector<Read*>& reads, std::span<const int32_t> sample_of_group, Site& site);
 
   static constexpr size_t kMaxGenotypes = 1000;
+
+  // How many alternates a site may have, so that there are no more than kMaxGenotypes genotypes; at least 1.
+  static size_t maxAlternates(uint32_t ploidy);
 
   // Cuts the bases that REF and all alternates that stay share at their ends, all but the first: for the time between
   // VariantCallAlgo::Engine::calculate(), which drops alleles, and emitVariant().
@@ -41,7 +43,7 @@ class IndelCaller {
   void likelihoods(Site& site, size_t alleles);
 
   uint32_t ploidy_, min_base_qual_;
-  size_t samples_;
+  size_t samples_, max_alternates_;
   PairHMM hmm_;
   GivenAlleles::Record record_;
   std::vector<std::string> haplotypes_;

@@ -50,8 +50,9 @@ struct SoftClip {
 
 class Discovery {
  public:
-  Discovery(const ReferenceWindow& window, uint32_t start, uint32_t end, uint32_t min_mapq)
-      : window_(window), start_(start), end_(end), min_mapq_(min_mapq) {
+  Discovery(const ReferenceWindow& window, uint32_t start, uint32_t end, uint32_t min_mapq,
+            size_t max_alleles)
+      : window_(window), start_(start), end_(end), min_mapq_(min_mapq), max_alleles_(max_alleles) {
     for (std::vector<uint32_t>& total : totals_) total.resize(end - start);
   }
 
@@ -89,7 +90,7 @@ class Discovery {
       matchClips(anchor, alleles);
       std::erase_if(alleles, [&](const Indel& a) { return a.count < kLeastCount || !isPlain(a); });
       bySupport(alleles);
-      if (alleles.size() > IndelCandidates::kMaxAlleles) alleles.resize(IndelCandidates::kMaxAlleles);
+      if (alleles.size() > max_alleles_) alleles.resize(max_alleles_);
       if (!alleles.empty()) found[anchor].push_back(record(anchor, alleles));
     }
     return found;
@@ -239,6 +240,7 @@ class Discovery {
 
   const ReferenceWindow& window_;
   const uint32_t start_, end_, min_mapq_;
+  const size_t max_alleles_;
   std::vector<uint32_t> covered_;    // per position of the region, of one sample
   std::vector<uint32_t> totals_[2];  // deletions, insertions; of all samples
   std::vector<Indel> indels_;        // of one sample
@@ -253,7 +255,7 @@ IndelCandidates::Map IndelCandidates::find(const std::vector<std::vector<Read*>>
   start = std::max(start, window.start);
   end = std::min(end, window.end());
   if (start >= end) return {};
-  Discovery discovery(window, start, end, min_base_qual_);
+  Discovery discovery(window, start, end, min_base_qual_, max_alleles_);
   for (const std::vector<Read*>& reads : samples) discovery.addSample(reads);
   return discovery.take();
 }

@@ -11,13 +11,14 @@
 //
 // Not candidates: indels that with their shift span more than kMaxIndelSpan bases, those within 80 bases of the ends of
 // the reference window (which is the contig's end, for the rest of the window's margin is wider), and alleles with
-// letters other than A, C, G, T. At most kMaxAlleles alleles of a place, those with the most reads, are kept.
+// letters other than A, C, G, T. Of a place the alleles with the most reads are kept, kMaxAlleles at most.
 //
 // Coords   zero-based half open.
 // Owns     the candidates hold copies of the bases.
 // Threads  one object per thread.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -35,7 +36,8 @@ class IndelCandidates {
   // By position, in the form of given alleles: a place has one record, whose alternates are sorted by length, then text.
   using Map = std::map<uint32_t, std::vector<GivenAlleles::Record>>;
 
-  explicit IndelCandidates(uint32_t min_base_qual) : min_base_qual_(min_base_qual) {}
+  explicit IndelCandidates(uint32_t min_base_qual, size_t max_alleles = kMaxAlleles)
+      : min_base_qual_(min_base_qual), max_alleles_(std::min(max_alleles, kMaxAlleles)) {}
 
   // The candidates at positions [start, end). `samples` holds for each sample the reads that overlap [start, end + 1),
   // the one base more for reads that begin, clipped, behind an insertion at the last position. The window reaches 200
@@ -45,4 +47,5 @@ class IndelCandidates {
 
  private:
   uint32_t min_base_qual_;
+  size_t max_alleles_;
 };
