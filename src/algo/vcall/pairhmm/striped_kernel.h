@@ -57,16 +57,20 @@ struct Striped {
       FOR_LANES difference.r[w] = V::bitXor(match.r[w], mismatch.r[w]);
       read = loadRows(task.read + above + 1);
     }
-    Reg emission(const KernelTask<T>& task, int64_t slot, int w) const {
-      const int64_t column = slot - w;  // of the register's first lane; the others go back by two
-      const Reg equal = V::agree(read.r[w], V::load(task.hap_by_parity[column & 1] - (column >> 1)));
+    Reg emission(const T* hap, int w) const {
+      const Reg equal = V::agree(read.r[w], V::load(hap));
       return V::bitXor(mismatch.r[w], V::bitAnd(equal, difference.r[w]));
     }
   };
+  // Where the bases of the columns slot, slot - 2, slot - 4 and so on lie.
+  static const T* basesFrom(const KernelTask<T>& task, int64_t slot) {
+    return task.hap_by_parity[slot & 1] - (slot >> 1);
+  }
 
   static void forward(const KernelTask<T>& task) {
     const int stripes = (task.rows + kStripe - 1) / kStripe;
     const T zero = 0;
+    T* const line = task.line;
     const int64_t first = task.first + 1, last = task.last + kStripe - 1;  // slots
     for (int s = 0; s < stripes; ++s) {
       const Rows rows(task, s * kStripe);
@@ -74,17 +78,18 @@ struct Striped {
       T* const gap = task.gap + uint64_t(s) * task.slots * kStripe;
       // What the row above the stripe hands down: its X and toMatch of column j.
       const int64_t step = s ? kStripe : 0;
-      const T* const above_gap = s ? task.line + (kStripe - 1) * kStripe + kStripe - 1 : &zero;
+      const T* const above_gap = s ? line + (kStripe - 1) * kStripe + kStripe - 1 : &zero;
       const T* const above_match =
           s ? match - task.slots * kStripe + (kStripe - 1) * kStripe + kStripe - 1 : &task.border;
 
+      const T* hap[W] = {basesFrom(task, first), basesFrom(task, first - 1)};  // by register
       Stripe X = all(above_gap[first * step]), Y = load(gap + (first - 1) * kStripe);
       Stripe diagonal = all(above_match[(first - 1) * step]);
       Stripe next_diagonal = shiftDownRows(load(match + (first - 1) * kStripe), above_match[first * step]);
       auto advance = [&](int64_t slot, auto keep) __attribute__((always_inline)) {
         Stripe to_match, to_gap, down;
         FOR_LANES {
-          const Reg M = V::mul(diagonal.r[w], rows.emission(task, slot, w));
+          const Reg M = V::mul(diagonal.r[w], rows.emission(hap[w], w));
           to_match.r[w] = V::add(V::mul(M, rows.mm.r[w]), V::mul(V::add(X.r[w], Y.r[w]), rows.xm.r[w]));
           to_gap.r[w] = V::add(V::mul(M, rows.my.r[w]), V::mul(Y.r[w], rows.yy.r[w]));
           down.r[w] = V::add(V::mul(M, rows.mx.r[w]), V::mul(X.r[w], rows.xx.r[w]));
@@ -92,7 +97,10 @@ struct Striped {
         keep(slot, to_match, to_gap);
         store(match + slot * kStripe, to_match);
         store(gap + slot * kStripe, to_gap);
-        store(task.line + slot * kStripe, down);
+        store(line + slot * kStripe, down);
+        const T* const even = hap[1] - 1;
+        hap[1] = hap[0];
+        hap[0] = even;
         X = shiftDownRows(down, above_gap[(slot + 1) * step]);
         Y = to_gap;
         diagonal = next_diagonal;
@@ -115,6 +123,7 @@ struct Striped {
   static void backward(const KernelTask<T>& task) {
     const int stripes = (task.rows + kStripe - 1) / kStripe;
     const T zero = 0;
+    T* const line = task.line;
     const int64_t first = task.last + kStripe - 1, last = task.first + 1;  // slots, going down
     for (int s = stripes - 1; s >= 0; --s) {
       const Rows rows(task, s * kStripe);
@@ -124,9 +133,10 @@ struct Striped {
       // - 1 of the last lane.
       const bool bottom = s == stripes - 1;
       const int64_t step = bottom ? 0 : kStripe;
-      const T* const below_gap = bottom ? &task.border : task.line - (kStripe - 1) * kStripe;
+      const T* const below_gap = bottom ? &task.border : line - (kStripe - 1) * kStripe;
       const T* const below_match = bottom ? &zero : match + task.slots * kStripe - (kStripe - 2) * kStripe;
 
+      const T* hap[W] = {basesFrom(task, first), basesFrom(task, first - 1)};  // by register
       Stripe X = all(below_gap[first * step]), Y = load(gap + (first + 1) * kStripe);
       Stripe diagonal = all(below_match[first * step]);
       Stripe next_diagonal =
@@ -136,15 +146,17 @@ struct Striped {
         FOR_LANES {
           const Reg entered = V::mul(rows.xm.r[w], diagonal.r[w]);
           const Reg gaps = V::add(V::mul(rows.mx.r[w], X.r[w]), V::mul(rows.my.r[w], Y.r[w]));
-          in_match.r[w] =
-              V::mul(rows.emission(task, slot, w), V::add(V::mul(rows.mm.r[w], diagonal.r[w]), gaps));
+          in_match.r[w] = V::mul(rows.emission(hap[w], w), V::add(V::mul(rows.mm.r[w], diagonal.r[w]), gaps));
           in_gap.r[w] = V::add(entered, V::mul(rows.yy.r[w], Y.r[w]));
           up.r[w] = V::add(entered, V::mul(rows.xx.r[w], X.r[w]));
         }
         keep(slot, in_match, in_gap);
         store(match + slot * kStripe, in_match);
         store(gap + slot * kStripe, in_gap);
-        store(task.line + slot * kStripe, up);
+        store(line + slot * kStripe, up);
+        const T* const odd = hap[0] + 1;
+        hap[0] = hap[1];
+        hap[1] = odd;
         X = shiftUpRows(up, below_gap[(slot - 1) * step]);
         Y = in_gap;
         diagonal = next_diagonal;
