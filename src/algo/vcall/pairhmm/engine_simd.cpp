@@ -1,6 +1,7 @@
 #include "algo/vcall/pairhmm/engine_simd.h"
 
 #include <array>
+#include <bit>
 #include <limits>
 #include <type_traits>
 
@@ -28,7 +29,7 @@ double EngineHRVector<T>::score(int readLen, const uint8_t* read, int hapLen, co
   const int R = readLen;
   const auto columns = this->nextHaplotype(hap, hapLen);
   const auto stripe = static_cast<size_t>(kernel_.stripe);
-  const size_t slots = this->slots_, stripes = (size_t(R) + stripe - 1) / stripe;
+  const size_t half = stripe / 2, slots = this->slots_, stripes = (size_t(R) + stripe - 1) / stripe;
   if (this->fresh_) {
     read_codes_.reserve(this->rows_ + 1);
     hap_codes_.reserve(2 * slots);
@@ -45,14 +46,13 @@ double EngineHRVector<T>::score(int readLen, const uint8_t* read, int hapLen, co
   for (int j = columns.prefix + 1; j <= columns.last; ++j)
     by_parity[j & 1][-(j >> 1)] = baseCode<T>(hap[j - 1]);
 
-  auto place = [stripe](size_t row) { return row / 2 + (row % 2) * (stripe / 2); };  // in a slot
   KernelTask<T> task;
   auto moveTables = [&](size_t column_0) {
     task.match = this->match_.data() + column_0 * stripe;
     task.gap = this->gap_.data() + column_0 * stripe;
   };
   task.slots = slots;
-  task.line = this->line_.data() + this->kPad * stripe;
+  task.line = this->line_.data() + this->kPad * half;
   task.rows = R;
   task.mm = this->mm_.data(), task.xm = this->xm_.data();
   task.mx = this->mx_.data(), task.xx = this->xx_.data();
@@ -66,9 +66,11 @@ double EngineHRVector<T>::score(int readLen, const uint8_t* read, int hapLen, co
     task.first = columns.prefix, task.last = columns.cut;
     task.border = this->start() * this->xm_[1];
     kernel_.forward(task);
-    const size_t row = size_t(R - 1) % stripe;
-    for (int j = columns.prefix + 1; j <= columns.cut; ++j)
-      this->end_[size_t(j)] = task.line[(size_t(j) + row) * stripe + place(row)];
+    // Made-up rows hand down what they get, so the last row of the last stripe has what row R hands down.
+    for (int j = columns.prefix + 1; j <= columns.cut; ++j) {
+      const size_t slot = size_t(j) + stripe - 1;
+      this->end_[size_t(j)] = task.line[slot * half + half - 1];
+    }
   }
   if (columns.cut < columns.last) {
     moveTables(this->backwardSlot(0, hapLen));
@@ -76,9 +78,9 @@ double EngineHRVector<T>::score(int readLen, const uint8_t* read, int hapLen, co
     task.border = this->kInitialScale;
     kernel_.backward(task);
   }
-  auto cell = [slots, stripe, place](int i, size_t slot) {
-    const size_t s = size_t(i - 1) / stripe, row = size_t(i - 1) % stripe;
-    return (s * slots + slot + row) * stripe + place(row);
+  auto cell = [slots, stripe, half, shift = std::countr_zero(stripe)](int i, size_t slot) {
+    const size_t row = size_t(i - 1) & (stripe - 1);
+    return (((size_t(i - 1) >> shift) * slots + slot + row) << shift) + row / 2 + (row & 1) * half;
   };
   auto emission = [&](int i, int j) {
     return basesMatch(read[i - 1], hap[j - 1]) ? this->match_emission_[size_t(i)]

@@ -9,7 +9,9 @@ template <typename T>
 struct KernelTask {
   T *match, *gap;  // the tables, moved so that column j is slot j
   uint64_t slots;
-  T* line;   // by slot, what one row or stripe hands to the next
+  // What one row or stripe hands to the next as X: by column for row kernels; for striped ones half a stripe by slot, the
+  // half with the row next to the other stripe.
+  T* line;
   int rows;  // of the read
   int first, last;
   T border;  // forward toMatch(0, j), backward bX(R+1, j)

@@ -77,13 +77,13 @@ struct Striped {
       T* const match = task.match + uint64_t(s) * task.slots * kStripe;
       T* const gap = task.gap + uint64_t(s) * task.slots * kStripe;
       // What the row above the stripe hands down: its X and toMatch of column j.
-      const int64_t step = s ? kStripe : 0;
-      const T* const above_gap = s ? line + (kStripe - 1) * kStripe + kStripe - 1 : &zero;
+      const int64_t step = s ? kStripe : 0, line_step = s ? kLanes : 0;
+      const T* const above_gap = s ? line + (kStripe - 1) * kLanes + kLanes - 1 : &zero;
       const T* const above_match =
           s ? match - task.slots * kStripe + (kStripe - 1) * kStripe + kStripe - 1 : &task.border;
 
       const T* hap[W] = {basesFrom(task, first), basesFrom(task, first - 1)};  // by register
-      Stripe X = all(above_gap[first * step]), Y = load(gap + (first - 1) * kStripe);
+      Stripe X = all(above_gap[first * line_step]), Y = load(gap + (first - 1) * kStripe);
       Stripe diagonal = all(above_match[(first - 1) * step]);
       Stripe next_diagonal = shiftDownRows(load(match + (first - 1) * kStripe), above_match[first * step]);
       auto advance = [&](int64_t slot, auto keep) __attribute__((always_inline)) {
@@ -97,11 +97,11 @@ struct Striped {
         keep(slot, to_match, to_gap);
         store(match + slot * kStripe, to_match);
         store(gap + slot * kStripe, to_gap);
-        store(line + slot * kStripe, down);
+        V::store(line + slot * kLanes, down.r[1]);
         const T* const even = hap[1] - 1;
         hap[1] = hap[0];
         hap[0] = even;
-        X = shiftDownRows(down, above_gap[(slot + 1) * step]);
+        X = shiftDownRows(down, above_gap[(slot + 1) * line_step]);
         Y = to_gap;
         diagonal = next_diagonal;
         next_diagonal = shiftDownRows(to_match, above_match[(slot + 1) * step]);
@@ -132,12 +132,12 @@ struct Striped {
       // What the row below the stripe hands up: its X of column j, and its inMatch of column j + 1, for the slot j + stripe
       // - 1 of the last lane.
       const bool bottom = s == stripes - 1;
-      const int64_t step = bottom ? 0 : kStripe;
-      const T* const below_gap = bottom ? &task.border : line - (kStripe - 1) * kStripe;
+      const int64_t step = bottom ? 0 : kStripe, line_step = bottom ? 0 : kLanes;
+      const T* const below_gap = bottom ? &task.border : line - (kStripe - 1) * kLanes;
       const T* const below_match = bottom ? &zero : match + task.slots * kStripe - (kStripe - 2) * kStripe;
 
       const T* hap[W] = {basesFrom(task, first), basesFrom(task, first - 1)};  // by register
-      Stripe X = all(below_gap[first * step]), Y = load(gap + (first + 1) * kStripe);
+      Stripe X = all(below_gap[first * line_step]), Y = load(gap + (first + 1) * kStripe);
       Stripe diagonal = all(below_match[first * step]);
       Stripe next_diagonal =
           shiftUpRows(load(match + (first + 1) * kStripe), below_match[(first - 1) * step]);
@@ -153,11 +153,11 @@ struct Striped {
         keep(slot, in_match, in_gap);
         store(match + slot * kStripe, in_match);
         store(gap + slot * kStripe, in_gap);
-        store(line + slot * kStripe, up);
+        V::store(line + slot * kLanes, up.r[0]);
         const T* const odd = hap[0] + 1;
         hap[0] = hap[1];
         hap[1] = odd;
-        X = shiftUpRows(up, below_gap[(slot - 1) * step]);
+        X = shiftUpRows(up, below_gap[(slot - 1) * line_step]);
         Y = in_gap;
         diagonal = next_diagonal;
         next_diagonal = shiftUpRows(in_match, below_match[(slot - 2) * step]);
