@@ -1,7 +1,8 @@
 // indel_caller.h - what the reads over a position say of candidate indels there.
 //
 //   haplotypes    the reference 200 bases to each side of the position, with each allele in turn
-//   rows          PairHMM: each read under each haplotype, both cut to the read's span and a small margin
+//   rows          PairHMM: each read, with 3 bases of a soft clip at most, under each haplotype, cut to the read's span
+//                 and a margin of 3 bases and the longest deletion: that far aside lies a read without the gap
 //   likelihoods   of each sample's genotypes, from its rows
 //
 // Coords   zero-based half open; likelihoods are log10.
