@@ -1,7 +1,7 @@
 // assembly_result.h - what the assembly of a region gives: a graph per k-mer size, and the haplotypes of all of them.
 // Owns     everything in it.
 // Threads  one object, one thread.
-// Errors   std::runtime_error with the stated text.
+// Errors   std::runtime_error with the stated text; the set is then as it was.
 #pragma once
 
 #include <map>
@@ -22,23 +22,44 @@ struct AssemblyResult {
   int kmerSize = 0;
 };
 
+// Haplotypes are known by their bases: no two have the same.
 class AssemblyResultSet {
  public:
-  // The reference haplotype comes first and is always there.
+  // The reference haplotype comes first and is always there, as one match against itself. Its locus is the
+  // region to be genotyped at first. Throws "input haplotype == NULL".
   explicit AssemblyResultSet(std::unique_ptr<Haplotype> refHaplotype);
 
+  // A result takes the place of one with the same k-mer size. Throws "input assembly result == NULL".
   void add(std::shared_ptr<AssemblyResult> result);
-  // Adds a haplotype of `result`. One with the bases of another is not kept, but lends it the better score.
-  bool add(std::unique_ptr<Haplotype> haplotype, const std::shared_ptr<AssemblyResult>& result);
+  // Adds a haplotype and, when the set does not have it, the result it came from. Throws "input haplotype ==
+  // NULL", "input assembly result == NULL" and, when find() knows its bases, "SW Error: this haplo has already
+  // been added".
+  void add(std::unique_ptr<Haplotype> haplotype, const std::shared_ptr<AssemblyResult>& result);
+
+  // The haplotype with these bases; null when there is none.
+  Haplotype* find(std::string_view bases) const;
+  // The result that a haplotype of the set came from; null for the reference and for strangers.
+  const AssemblyResult* resultOf(const Haplotype& haplotype) const;
 
   const std::vector<std::unique_ptr<Haplotype>>& haplotypes() const { return haplotypes_; }
-  std::vector<std::unique_ptr<Haplotype>> takeHaplotypes() { return std::move(haplotypes_); }
+  // Leaves the set without haplotypes, fit for destruction alone.
+  std::vector<std::unique_ptr<Haplotype>> takeHaplotypes();
   const Haplotype& refHaplotype() const { return *haplotypes_[0]; }
   const std::map<int, std::shared_ptr<AssemblyResult>>& results() const { return results_; }
-  std::string dump() const;  // for debug output
+
+  // For debugging: lines on what the set holds, and a dot file of the graphs of all k-mer sizes.
+  std::string dump() const;
+  void writeGraphs(const std::string& file_name) const;
+
+  Interval genotypingRegion;
 
  private:
+  struct Entry {
+    Haplotype* haplotype;
+    std::shared_ptr<AssemblyResult> result;
+  };
+
   std::vector<std::unique_ptr<Haplotype>> haplotypes_;
-  std::unordered_map<std::string_view, Haplotype*> byBases_;
+  std::unordered_map<std::string_view, Entry> byBases_;     // looked up, never walked
   std::map<int, std::shared_ptr<AssemblyResult>> results_;  // by k-mer size
 };

@@ -12,9 +12,15 @@
 #include "readdata/bam/bam_record.h"
 #include "readdata/interval/interval.h"
 
-// One difference. Insertions and deletions have the base before them in front of both sequences.
+// One difference: in place of the reference bases `ref` at `position` the haplotype has `alt`. Insertions and
+// deletions have the reference base before them in front of both.
 struct HaplotypeEvent {
-  enum Type : uint8_t { kSNP, kInsertion, kDeletion };
+  enum Type : uint8_t {
+    kSNP,
+    kInsertion,
+    kDeletion,
+    kReplacement,  // an insertion next to a deletion of the same length
+  };
 
   uint32_t position = 0;
   std::string ref, alt;
@@ -22,14 +28,24 @@ struct HaplotypeEvent {
   bool operator==(const HaplotypeEvent&) const = default;
 };
 
-// The events of a haplotype by position. An insertion or deletion whose base before it is a SNP stands as one event of
-// both.
+// The events of a haplotype by position. Neighbouring events are never joined while their positions differ: a
+// SNP in front of the base before an indel, or on the first base behind it, has a record of its own. What
+// falls on one position is one event, the only form in which all of it can be an allele of that position:
+// - an indel whose base before it is a SNP has the base of the haplotype in front of `alt`
+//   (reference ACC with AC deleted behind a changed A: ACC -> G), and is typed as the indel;
+// - an insertion next to a deletion has the bases of both, and is typed by which is longer.
+// Put into the reference, from the last to the first, the events give the bases of the haplotype.
 class EventMap : public std::map<uint32_t, HaplotypeEvent> {
  public:
-  // Walks the cigar of `bases` against `reference`, which begins at `referenceStart` of the contig; the haplotype begins
-  // at `offset` in it. An insertion or deletion with nothing in front of it in the reference is left out.
+  // Takes the place of what was there: the events that walking the cigar of `bases` against `reference` meets.
+  // The reference begins at `referenceStart` of the contig, the first base of the haplotype at `offset` in it.
+  // An indel at the very start of the reference, with no base in front of it, is left out. Bases are compared as bytes. Throws
+  // std::runtime_error when the cigar leads out of one of the sequences.
   void build(std::string_view bases, const Cigar& cigar, std::string_view reference, uint32_t referenceStart,
              uint32_t offset);
+
+ private:
+  void addIndel(uint32_t position, std::string_view ref, std::string_view alt);
 };
 
 struct Haplotype {
@@ -42,5 +58,6 @@ struct Haplotype {
   int32_t kmerSize = 0;        // of the graph it came from
   EventMap eventMap;
 
-  std::string text() const;  // for debug output
+  // For debug output. The locus is one-based inclusive, isRef 'T' or 'F', the score in thousandths.
+  std::string text() const;
 };
