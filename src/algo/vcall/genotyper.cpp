@@ -49,13 +49,14 @@ Genotyper::Genotyper(DriverContext* context, int count, const char* const args[]
 }
 
 void Genotyper::addOptions(OptionParser& parser) {
-  addCommonOptions(parser, "Emit mode: variant, confident or all (default: variant)");
+  addAnnotationOption(parser);
   parser.add({"var_type", required_argument, 0, "Variant type to call: snp, indel or both (default: snp)"},
              [this](const char* value) {
                if (!parseVariantType(value, param_.var_type))
                  throw std::invalid_argument(name + ": invalid variant type");
                return true;
              });
+  addEmitOptions(parser, "Emit mode: variant, confident or all (default: variant)");
   parser.add({"min_base_qual", required_argument, 0, "Minimum base quality to consider (default: 17)"},
              [this](const char* value) {
                if (!parseNumber(value, 0, 255, param_.min_base_qual))
@@ -67,6 +68,7 @@ void Genotyper::addOptions(OptionParser& parser) {
       throw std::invalid_argument(name + ": invalid ploidy " + value);
     return true;
   });
+  addFileOptions(parser);
 }
 
 std::string Genotyper::usage() const {

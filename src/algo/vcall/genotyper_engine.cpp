@@ -191,7 +191,6 @@ void Genotyper::Engine::calcIndel(uint32_t position, const GivenAlleles::Record&
   double qual = std::numeric_limits<double>::quiet_NaN();
   const int kept = calculate(site_, &qual);
   if (kept < 0 && position_has_record && !hasGiven()) return;  // says no more than the record of the SNP
-  if (!hasGiven()) IndelCaller::trim(site_);
   if (kept != 0)
     emitVariant(site_, qual);
   else if (hasGiven() && emit_mode_ == VariantCallAlgo::kAll)

@@ -144,21 +144,3 @@ void IndelCaller::likelihoods(Site& site, size_t alleles) {
     for (double& value : sample.gl) value = std::round((value - best) * -10) * -0.1;
   }
 }
-
-void IndelCaller::trim(Site& site) {
-  int32_t shared = site.ref.length - 1;
-  bool any = false;
-  for (const Allele& alt : site.alts) {
-    if (alt.length == 0) continue;
-    any = true;
-    int32_t equal = 0;
-    while (equal < std::min(shared, alt.length - 1) &&
-           alt.bases[alt.length - 1 - equal] == site.ref.bases[site.ref.length - 1 - equal])
-      ++equal;
-    shared = equal;
-  }
-  if (!any || shared <= 0) return;
-  site.ref.length -= shared;
-  for (Allele& alt : site.alts)
-    if (alt.length > 0) alt.length -= shared;
-}

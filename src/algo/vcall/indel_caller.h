@@ -36,10 +36,6 @@ class IndelCaller {
   // How many alternates a site may have, so that there are no more than kMaxGenotypes genotypes; at least 1.
   static size_t maxAlternates(uint32_t ploidy);
 
-  // Cuts the bases that REF and all alternates that stay share at their ends, all but the first: for the time between
-  // VariantCallAlgo::Engine::calculate(), which drops alleles, and emitVariant().
-  static void trim(Site& site);
-
  private:
   void likelihoods(Site& site, size_t alleles);
 

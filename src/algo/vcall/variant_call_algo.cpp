@@ -62,7 +62,16 @@ VariantCallAlgo::~VariantCallAlgo() = default;
 
 // ---- options ----
 
-void VariantCallAlgo::addCommonOptions(OptionParser& parser, const char* emit_mode_help) {
+void VariantCallAlgo::addAnnotationOption(OptionParser& parser) {
+  parser.add({"annotation", required_argument, 0, "Annotations to include, or exclude using '!' prefix"},
+             [this](const char* value) {
+               for (std::string& piece : split(value, ','))
+                 if (!piece.empty()) annotations_.push_back(std::move(piece));
+               return true;
+             });
+}
+
+void VariantCallAlgo::addEmitOptions(OptionParser& parser, const char* emit_mode_help) {
   const auto addConfidence = [&](const char* option, const char* help, double& field) {
     parser.add({option, required_argument, 0, help}, [this, option, &field](const char* value) {
       if (!parseConfidence(value, field))
@@ -70,12 +79,6 @@ void VariantCallAlgo::addCommonOptions(OptionParser& parser, const char* emit_mo
       return true;
     });
   };
-  parser.add({"annotation", required_argument, 0, "Annotations to include, or exclude using '!' prefix"},
-             [this](const char* value) {
-               for (std::string& piece : split(value, ','))
-                 if (!piece.empty()) annotations_.push_back(std::move(piece));
-               return true;
-             });
   addConfidence("call_conf", "Call confidence level (default: 30)", call_conf_);
   addConfidence("emit_conf", "Emit confidence level (default: 30)", emit_conf_);
   parser.add({"emit_mode", required_argument, 0, emit_mode_help}, [this](const char* value) {
@@ -84,6 +87,9 @@ void VariantCallAlgo::addCommonOptions(OptionParser& parser, const char* emit_mo
     emit_mode_text_ = value;
     return true;
   });
+}
+
+void VariantCallAlgo::addFileOptions(OptionParser& parser) {
   parser.addText("given", 0, "Call only the variants given in a vcf file", given_file_);
   parser.addText("dbsnp", 'd', "dbSNP file", dbsnp_file_);
   parser.addFlag("merge", 0, nullptr, merge_);

@@ -44,10 +44,11 @@ class VariantCallAlgo : public Algo {
   VariantCallAlgo(DriverContext* context, int count, const char* const args[]);
   ~VariantCallAlgo() override;
 
-  // Binds annotation, call_conf, emit_conf, emit_mode, given, dbsnp and merge, in the order of the help text. What the
-  // callers differ in comes as texts. A value that cannot be is thrown as std::invalid_argument while parsing.
-  // gq_bands_text_ is bound by the caller that has mode gvcf.
-  void addCommonOptions(OptionParser& parser, const char* emit_mode_help);
+  // Bind options, in groups that each caller's help text puts between its own. A value that cannot be is thrown as
+  // std::invalid_argument while parsing.
+  void addAnnotationOption(OptionParser& parser);                         // annotation
+  void addEmitOptions(OptionParser& parser, const char* emit_mode_help);  // call_conf, emit_conf, emit_mode
+  void addFileOptions(OptionParser& parser);                              // given, dbsnp; hidden: merge
   // Takes the positional arguments, checks the common options and the run's inputs, and sets mode_mask and wanted_,
   // which the caller may change until init(). The usage texts are thrown as std::invalid_argument; an unknown annotation
   // is told on standard error and dropped.

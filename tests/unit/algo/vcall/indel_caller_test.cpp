@@ -107,22 +107,4 @@ TEST_F(IndelCallerTest, WhatCannotBeEvaluated) {
   for (const GenotypeLikelihoods& sample : site.likelihoods) EXPECT_TRUE(sample.gl.empty());
 }
 
-TEST_F(IndelCallerTest, TrimsWhatDroppedAllelesNeeded) {
-  const std::string ref = "GCATCAT", alts[] = {"GCAT", "G", "GAAACATCAT"};
-  auto trimmed = [&](std::vector<int> drop) {
-    site = {};
-    site.ref = {ref.data(), int32_t(ref.size())};
-    for (const std::string& alt : alts) site.alts.push_back({alt.data(), int32_t(alt.size())});
-    for (const int i : drop) site.alts[size_t(i)].length = 0;
-    IndelCaller::trim(site);
-    std::string text(site.ref.bases, size_t(site.ref.length));
-    for (const Allele& alt : site.alts) text += " " + std::string(alt.bases, size_t(alt.length));
-    return text;
-  };
-  EXPECT_EQ(trimmed({}), "GCATCAT GCAT G GAAACATCAT");
-  EXPECT_EQ(trimmed({1}), "GCAT G  GAAACAT");
-  EXPECT_EQ(trimmed({0, 1}), "G   GAAA");
-  EXPECT_EQ(trimmed({0, 1, 2}), "GCATCAT   ");
-}
-
 }  // namespace

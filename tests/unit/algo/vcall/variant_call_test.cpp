@@ -25,7 +25,9 @@ class Caller final : public VariantCallAlgo {
   Caller(DriverContext* context, std::vector<const char*> args, bool gvcf)
       : VariantCallAlgo(context, int(args.size()), args.data()) {
     OptionParser parser;
-    addCommonOptions(parser, "Emit mode");
+    addAnnotationOption(parser);
+    addEmitOptions(parser, "");
+    addFileOptions(parser);
     parser.addText("gq_bands", 0, "", gq_bands_text_);
     std::vector<const char*> positional;
     parser.parse(int(args.size()), args.data(), positional);
