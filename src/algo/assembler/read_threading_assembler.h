@@ -12,44 +12,46 @@
 #include <string>
 #include <vector>
 
+#include "algo/assembler/assembly_read.h"
 #include "algo/assembler/assembly_result.h"
-#include "algo/assembler/seq_graph.h"
-
-// A read as the assembler takes it. Sequences of one sample follow one another.
-struct AssemblyRead {
-  const char* bases = nullptr;
-  const uint8_t* quals = nullptr;
-  int32_t length = 0;
-  int32_t sample = 0;
-};
 
 class ReadThreadingAssembler {
  public:
-  enum DebugFlag : uint32_t { kWriteDot = 2 };
+  enum DebugFlag : uint32_t {
+    kWriteDot = 2,              // dot files of each step, in the working folder
+    kKeepThreadingGraphs = 32,  // and of threading
+  };
 
-  bool debugGraphs = false;
+  bool debugGraphs = false;  // tells on standard error what becomes of each size
   uint32_t debugFlags = 0;
   bool recoverDanglingHeads = true;
-  int minBranchLength = 4;
-  int pruneFactor = 2;
-  bool allowRepeatKmersInRef = false;
+  int minBranchLength = 4;             // of a dangling path
+  int pruneFactor = 2;                 // reads of one sample that make a path credible; 0 takes all
+  bool allowRepeatKmersInRef = false;  // repeats in the reference alone do not refuse a size
   std::vector<int> kmerSizes = {10, 25};
-  bool kmerSizesForced = false;
+  bool kmerSizesForced = false;  // no other sizes are tried
   int pruneSampleCount = 1;
   bool dropUnconnectedPaths = true;
   bool simplifyGraph = true;
   int minBaseQual = 10;
   int maxHaplotypes = 128;  // per graph
 
-  // `refHaplotype` holds the region's reference with its locus. Never fails for what the reads are: at worst the set has
-  // the reference alone.
+  // `refHaplotype` holds the region's reference in upper case, with its locus. Never fails for what the reads are: at
+  // worst the set has the reference alone. Without a graph from kmerSizes the largest of them + 10, + 20, .. + 60 are
+  // tried until one gives a graph; the last may have cycles and non-unique k-mers.
   std::unique_ptr<AssemblyResultSet> assemble(std::span<const AssemblyRead> reads,
                                               const Haplotype& refHaplotype) const;
 
-  // The graph for one k-mer size; with a null graph in it when the size is refused. Throws std::runtime_error.
+  // The graph for one k-mer size; kFailed with a null graph when the size is refused, or above the reference's length.
+  // Throws std::runtime_error, for k < 1 "bad minkKmerSize".
   std::shared_ptr<AssemblyResult> createGraph(std::span<const AssemblyRead> reads,
                                               const Haplotype& refHaplotype, int k, bool allowLowComplexity,
                                               bool allowCycles) const;
 
   std::string text() const;
+
+ private:
+  // Adds the haplotypes of a size to `set`; false when there is no graph.
+  bool addSize(std::span<const AssemblyRead> reads, const Haplotype& refHaplotype, int k, bool allowAll,
+               AssemblyResultSet& set) const;
 };

@@ -1,0 +1,165 @@
+#include "algo/assembler/read_threading_assembler.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdexcept>
+
+#include "assembly_reads.h"
+
+namespace {
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+Haplotype haplotypeOf(const std::string& bases) {
+  Haplotype haplotype;
+  haplotype.bases = bases;
+  haplotype.isRef = true;
+  haplotype.locus = {"chr1", 1000, 1000 + uint32_t(bases.size())};
+  return haplotype;
+}
+
+std::vector<int> sizesOf(const AssemblyResultSet& set) {
+  std::vector<int> sizes;
+  for (const auto& [k, result] : set.results()) sizes.push_back(k);
+  return sizes;
+}
+
+std::vector<std::string> basesOf(const AssemblyResultSet& set) {
+  std::vector<std::string> bases;
+  for (const auto& haplotype : set.haplotypes()) bases.push_back(haplotype->bases);
+  return bases;
+}
+
+// What createGraph() says of a size that it refuses.
+std::string refusal(const AssemblyReads& reads, const std::string& reference, int k) {
+  ReadThreadingAssembler assembler;
+  assembler.debugGraphs = true;
+  testing::internal::CaptureStderr();
+  const auto told = assembler.createGraph(reads, haplotypeOf(reference), k, false, false);
+  const std::string text = testing::internal::GetCapturedStderr();
+  assembler.debugGraphs = false;
+  EXPECT_EQ(told->graph, nullptr);
+  EXPECT_EQ(assembler.createGraph(reads, haplotypeOf(reference), k, false, false)->graph, nullptr);
+  EXPECT_NE(assembler.createGraph(reads, haplotypeOf(reference), k, true, true)->graph, nullptr);
+  return text;
+}
+
+class Assembler : public testing::Test {
+ protected:
+  Assembler() : random(29), a(randomSequence(random, 100)), b(randomSequence(random, 100)) {}
+
+  std::mt19937 random;
+  std::string a, b;
+  ReadThreadingAssembler assembler;
+};
+
+TEST_F(Assembler, RefusesCyclesAndRepeats) {
+  AssemblyReads reads;
+  reads.add(b + a);
+  EXPECT_EQ(refusal(reads, a + b, 25),
+            "Not using kmer size of 25 in read threading assembler because it contains a cycle\n");
+  AssemblyReads repeat;
+  repeat.add(a.substr(0, 35) + otherBase(b.back()) + a.substr(0, 25));
+  repeat.add(b.substr(20, 40));
+  const std::string text = refusal(repeat, b + a, 25);
+  EXPECT_THAT(text, HasSubstr("using 25 kmer size for this assembly with the following non-uniques\n"
+                              "nonUniqueKmers:\nKmer{" +
+                              a.substr(0, 25) + "}\n"));
+  EXPECT_THAT(text,
+              HasSubstr("Not using kmer size of in read threading assembler because it does not produce "
+                        "a graph with enough complexity\n"));
+}
+
+TEST_F(Assembler, TriesLargerSizes) {
+  const AssemblyReads none;
+  const std::string repeat = a.substr(0, 30);
+  const Haplotype reference = haplotypeOf(repeat + b + repeat);
+  EXPECT_THAT(sizesOf(*assembler.assemble(none, haplotypeOf(a + b))), ElementsAre(10, 25));
+  EXPECT_THAT(sizesOf(*assembler.assemble(none, reference)), ElementsAre(35));
+  EXPECT_THAT(sizesOf(*assembler.assemble(none, haplotypeOf(a + a))), ElementsAre(85));
+  AssemblyReads cycle;
+  cycle.add(b + a, 3);
+  EXPECT_THAT(sizesOf(*assembler.assemble(cycle, haplotypeOf(a + b))), ElementsAre(85));
+
+  assembler.kmerSizesForced = true;
+  const auto set = assembler.assemble(none, reference);
+  EXPECT_THAT(sizesOf(*set), ElementsAre());
+  EXPECT_THAT(basesOf(*set), ElementsAre(reference.bases));
+}
+
+TEST_F(Assembler, SizesThatCannotBe) {
+  const AssemblyReads none;
+  EXPECT_EQ(assembler.createGraph(none, haplotypeOf("ACGTACG"), 8, false, false)->graph, nullptr);
+  try {
+    assembler.createGraph(none, haplotypeOf(a), 0, false, false);
+    FAIL();
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "bad minkKmerSize");
+  }
+  assembler.kmerSizes = {-3, 0, 2147483647, 25};
+  EXPECT_THAT(sizesOf(*assembler.assemble(none, haplotypeOf(a))), ElementsAre(25));
+  EXPECT_EQ(assembler.text(), "ReadThreadingAssembler{kmerSizes=[-3,0,2147483647,25]}");
+  assembler.kmerSizes = {2147483647};
+  EXPECT_THAT(sizesOf(*assembler.assemble(none, haplotypeOf(a))), ElementsAre());
+  EXPECT_THAT(basesOf(*assembler.assemble(none, haplotypeOf(""))), ElementsAre(""));
+}
+
+TEST_F(Assembler, SequencesWithoutStructure) {
+  for (const char* unit : {"N", "A", "AC", "ACG"}) {
+    std::string bases;
+    while (bases.size() < 300) bases += unit;
+    AssemblyReads reads;
+    reads.add(bases.substr(0, 150), 50);
+    reads.add(bases.substr(0, 70) + "T" + bases.substr(0, 70), 50);
+    const auto set = assembler.assemble(reads, haplotypeOf(bases));
+    EXPECT_THAT(sizesOf(*set), ElementsAre(85)) << unit;
+    EXPECT_EQ(basesOf(*set)[0], bases);
+  }
+}
+
+// Two haplotypes at depth 10 each, with errors in single reads.
+TEST_F(Assembler, FindsPlantedHaplotypes) {
+  int clean = 0;
+  for (int n = 0; n < 150; ++n) {
+    const std::string reference = randomSequence(random, 250 + random() % 200);
+    std::string haplotype = reference;
+    for (size_t at = 60 + random() % 40; at + 60 < haplotype.size(); at += 20 + random() % 80) {
+      const size_t kind = random() % 4;
+      const std::string inserted = randomSequence(random, 1 + random() % 25);
+      if (kind == 0) haplotype.insert(at, inserted);
+      if (kind == 1) haplotype.erase(at, 1 + random() % 25);
+      if (kind >= 2) haplotype[at] = otherBase(haplotype[at]);
+    }
+    AssemblyReads reads;
+    reads.cover(reference, 100, 10);
+    reads.cover(haplotype, 100, 10);
+    std::string wrong = haplotype.substr(random() % 100, 100);
+    wrong[45] = otherBase(wrong[45]);
+    reads.add(wrong);
+    const auto result = assembler.createGraph(reads, haplotypeOf(reference), 25, false, false);
+    ASSERT_NE(result->graph, nullptr);
+    EXPECT_TRUE(spells(*result->graph, reference, true));
+    EXPECT_TRUE(spells(*result->graph, haplotype)) << reference << "\n" << haplotype;
+    const auto bases = basesOf(*assembler.assemble(reads, haplotypeOf(reference)));
+    EXPECT_EQ(bases[0], reference);
+    EXPECT_THAT(bases, testing::Contains(haplotype));
+    clean += bases.size() <= (haplotype == reference ? 1u : 2u);
+  }
+  // Haplotypes with several differences may recombine where reads do not tell; errors in one read may not add any.
+  RecordProperty("regions_without_others", clean);
+}
+
+TEST_F(Assembler, DropsSingleErrors) {
+  AssemblyReads reads;
+  reads.cover(a + b, 60, 6);
+  for (size_t at = 20; at < 40; ++at) {
+    std::string bases = (a + b).substr(at * 3, 60);
+    bases[at] = otherBase(bases[at]);
+    reads.add(bases);
+  }
+  EXPECT_THAT(basesOf(*assembler.assemble(reads, haplotypeOf(a + b))), ElementsAre(a + b));
+  assembler.pruneFactor = 0;
+  EXPECT_GT(assembler.assemble(reads, haplotypeOf(a + b))->haplotypes().size(), 20u);
+}
+
+}  // namespace
