@@ -141,9 +141,12 @@ void VCFHeader::addCommandLine(const std::string& algo, const std::string& comma
   gmtime_r(&now, &utc);
   char date[32];
   strftime(date, sizeof date, "\"%FT%TZ\"", &utc);
-  std::string text = '"' + command_line + '"';
-  for (char& c : text)
-    if (c == '\n' || c == '\r') c = ' ';  // an argument may hold what would break the line
+  std::string text = "\"";
+  for (const char c : command_line) {  // an argument may hold what would break the line
+    if (c == '"' || c == '\\') text += '\\';
+    text += c == '\n' || c == '\r' ? ' ' : c;
+  }
+  text += '"';
   addDef("TorvesinCommandLine." + algo, algo,
          {{"Version", std::string("\"") + version_text() + '"'}, {"Date", date}, {"CommandLine", text}});
 }

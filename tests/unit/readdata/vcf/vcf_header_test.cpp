@@ -175,12 +175,12 @@ TEST(VCFHeader, ContigsByAssemblyInFileOrder) {
 
 TEST(VCFHeader, CommandLine) {
   VCFHeader header;
-  header.addCommandLine("Genotyper", "driver -r x.fa --algo Genotyper a\nb,c");
+  header.addCommandLine("Genotyper", "driver -r x.fa --algo Genotyper a\nb,c\"\\");
   EXPECT_THAT(print(header),
               testing::ContainsRegex(
                   "\n##TorvesinCommandLine.Genotyper=<ID=Genotyper,Version=\"torvesin-genomics-201611.03\","
                   "Date=\"20[0-9][0-9]-[0-9][0-9]-[0-9][0-9]T[0-9:]*Z\","
-                  "CommandLine=\"driver -r x.fa --algo Genotyper a b,c\">\n"));
+                  "CommandLine=\"driver -r x.fa --algo Genotyper a b,c\\\\\"\\\\\\\\\">\n"));
   for (const auto& [epoch, year] : {std::pair("1000000000", "Date=\"2001-09-09T01:46:40Z\""),
                                     {"1e9", "Date=\"20[2-9]"},
                                     {"-1", "Date=\"20[2-9]"},
