@@ -27,7 +27,8 @@ inline GRAPH::SeqGraph seqGraph(const std::vector<std::string>& vertices,
   return graph;
 }
 
-// Vertices of one to three of two letters, about `degree` edges out of each, to later ones alone unless `cyclic`.
+// Vertices of one to three of two letters, about `degree` edges out of each, to later ones alone unless
+// `cyclic`.
 inline GRAPH::SeqGraph randomGraph(std::mt19937& random, int vertices, double degree, bool cyclic) {
   std::vector<std::string> bases;
   for (int v = 0; v < vertices; ++v) {

@@ -1,4 +1,4 @@
-// assembly_result.h - what the assembly of a region gives: a graph per k-mer size, and the haplotypes of all of them.
+// assembly_result.h - what the assembly of a region gives: a graph per k-mer size, and the haplotypes of all.
 // Owns     everything in it.
 // Threads  one object, one thread.
 // Errors   std::runtime_error with the stated text; the set is then as it was.
@@ -31,9 +31,9 @@ class AssemblyResultSet {
 
   // A result takes the place of one with the same k-mer size. Throws "input assembly result == NULL".
   void add(std::shared_ptr<AssemblyResult> result);
-  // Adds a haplotype and, when the set does not have it, the result it came from. Throws "input haplotype ==
-  // NULL", "input assembly result == NULL" and, when find() knows its bases, "SW Error: this haplo has already
-  // been added".
+  // Adds a haplotype and, when the set does not have it, the result it came from. Throws "input haplotype
+  // == NULL", "input assembly result == NULL" and, when find() knows its bases, "SW Error: this haplo has
+  // already been added".
   void add(std::unique_ptr<Haplotype> haplotype, const std::shared_ptr<AssemblyResult>& result);
 
   // The haplotype with these bases; null when there is none.

@@ -1,11 +1,11 @@
 // best_path_search.h - the likeliest paths of a sequence graph as haplotypes.
-// Score    log10 of the product, over the edges of a path, of the edge's share of the weight out of its vertex; the
-//          weight of an edge is its multiplicity, at least 0.5. Compared as lround(score * 1e8).
+// Score    log10 of the product, over the edges of a path, of the edge's share of the weight out of its
+//          vertex; the weight of an edge is its multiplicity, at least 0.5. Compared as lround(score * 1e8).
 // Ties     along the reference first, then in the order of the edges.
-// Cycles   edges that close a cycle are no part of any path, though of the weight out of their vertex: those that lead
-//          to a vertex still open in a depth-first walk from refSource, which takes the reference's edges first
-//          and others in their order. None of the reference's own is among them. A path ends where it first
-//          meets refSink.
+// Cycles   edges that close a cycle are no part of any path, though of the weight out of their vertex: those
+//          that lead to a vertex still open in a depth-first walk from refSource, which takes the reference's
+//          edges first and others in their order. None of the reference's own is among them. A path ends
+//          where it first meets refSink.
 // Cost     limit x edges x log, in time; limit x vertices, in memory: paths share their tails. No recursion.
 // Threads  one graph, one thread.
 #pragma once

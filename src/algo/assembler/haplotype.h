@@ -32,15 +32,15 @@ struct HaplotypeEvent {
 // SNP in front of the base before an indel, or on the first base behind it, has a record of its own. What
 // falls on one position is one event, the only form in which all of it can be an allele of that position:
 // - an indel whose base before it is a SNP has the base of the haplotype in front of `alt`
-//   (reference ACC with AC deleted behind a changed A: ACC -> G), and is typed as the indel;
+//   (reference ACC, A changed to G and CC deleted: ACC -> G), and is typed as the indel;
 // - an insertion next to a deletion has the bases of both, and is typed by which is longer.
 // Put into the reference, from the last to the first, the events give the bases of the haplotype.
 class EventMap : public std::map<uint32_t, HaplotypeEvent> {
  public:
-  // Takes the place of what was there: the events that walking the cigar of `bases` against `reference` meets.
-  // The reference begins at `referenceStart` of the contig, the first base of the haplotype at `offset` in it.
-  // An indel at the very start of the reference, with no base in front of it, is left out. Bases are compared as bytes. Throws
-  // std::runtime_error when the cigar leads out of one of the sequences.
+  // Takes the place of what was there: the events that walking the cigar of `bases` against `reference`
+  // meets. The reference begins at `referenceStart` of the contig, the first base of the haplotype at
+  // `offset` in it. An indel at the very start of the reference, with no base in front of it, is left out. Bases are
+  // compared as bytes. Throws std::runtime_error when the cigar leads out of one of the sequences.
   void build(std::string_view bases, const Cigar& cigar, std::string_view reference, uint32_t referenceStart,
              uint32_t offset);
 

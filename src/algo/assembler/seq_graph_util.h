@@ -1,10 +1,10 @@
 // seq_graph_util.h - simplification of a sequence graph.
-// Paths    no step changes the set of sequences that paths from refSource to refSink spell, nor that of all paths
-//          from a source to a sink, but for the removal of what is not between the reference's ends.
+// Paths    no step changes the set of sequences that paths from refSource to refSink spell, nor that of all
+//          paths from a source to a sink, but for the removal of what is not between the reference's ends.
 // Ends     refSource stays the first vertex of a path and refSink the last, and follow what becomes of them.
 // Order    all depends on the order of vertices and edges in the graph alone.
-// Cost     a cycle is near linear in the bases and edges of the graph: every split saves bases, every merge a vertex,
-//          and only vertices around a change are looked at again. No recursion.
+// Cost     a cycle is near linear in the bases and edges of the graph: every split saves bases, every merge a
+//          vertex, and only vertices around a change are looked at again. No recursion.
 // Threads  one graph, one thread.
 #pragma once
 
@@ -43,8 +43,8 @@ class SeqGraphUtil {
   // The vertices that lead to the same one and nowhere else, by their last base: the suffix that those with
   // the same base share is moved to a new vertex. Not when they are all equal.
   static bool splitSuffixes(GRAPH::SeqGraph& graph);
-  // The vertices that lead to the same one and nowhere else, and have the same bases, become one. Sources only
-  // with sources.
+  // The vertices that lead to the same one and nowhere else, and have the same bases, become one. Sources
+  // only with sources.
   static bool mergeSuffixes(GRAPH::SeqGraph& graph);
 
  private:

@@ -77,7 +77,7 @@ TEST(BestPaths, EdgesThatCloseCyclesAreLeftOut) {
   }
 }
 
-// A reference of `length` bases with a SNP, an insertion and a deletion as bubbles, all with the multiplicity given.
+// A reference of `length` bases with a SNP, an insertion and a deletion as bubbles of the multiplicity given.
 struct Region {
   explicit Region(size_t length, int multiplicity = 3) {
     std::mt19937 random(9);
