@@ -67,6 +67,17 @@ class PathLists {
     size_t first = 0, end = 0;  // in paths_, best first
     State state = State::kNew;
   };
+  struct Head {  // of the paths that go along one edge, the best that is left
+    double first;
+    size_t path, end;
+    double score = 0;
+    long key = 0;
+
+    void weigh(const std::vector<Path>& paths, double all) {
+      score = first + paths[path].score - all;
+      key = std::lround(score * 1e8);
+    }
+  };
   struct Frame {
     VertexId vertex;
     std::vector<EdgeId> edges;  // closing ones are taken out
@@ -100,28 +111,28 @@ class PathLists {
     }
   }
 
+  // Merges the lists behind the edges. Paths behind one edge keep their order.
   void makeList(const Frame& frame) {
     List& made = list(frame.vertex);
     made.state = State::kDone;
     made.first = paths_.size();
-    if (frame.vertex == graph_.refSink) {
-      if (limit_ != 0) paths_.push_back({0, frame.vertex, kEnd});
-    } else {
-      candidates_.clear();
-      const double all = weightOut(graph_, frame.vertex);
-      for (const EdgeId e : frame.edges) {
-        const List& rest = list(graph_.target(e));
-        const double first = std::log10(weight(graph_.edge(e)));
-        for (size_t i = rest.first; i < rest.end; ++i) {
-          const double score = first + paths_[i].score - all;
-          candidates_.emplace_back(std::lround(score * 1e8), Path{score, frame.vertex, i});
-        }
-      }
-      auto better = [](const auto& a, const auto& b) { return a.first > b.first; };
-      if (!std::is_sorted(candidates_.begin(), candidates_.end(), better))
-        std::stable_sort(candidates_.begin(), candidates_.end(), better);
-      candidates_.resize(std::min(candidates_.size(), limit_), {0, Path{0, kNone, kEnd}});
-      for (const auto& [key, path] : candidates_) paths_.push_back(path);
+    if (frame.vertex == graph_.refSink && limit_ != 0) paths_.push_back({0, frame.vertex, kEnd});
+    const double all = weightOut(graph_, frame.vertex);
+    heads_.clear();
+    for (const EdgeId e : frame.edges) {
+      const List& rest = list(graph_.target(e));
+      if (rest.first == rest.end) continue;
+      heads_.push_back({std::log10(weight(graph_.edge(e))), rest.first, rest.end});
+      heads_.back().weigh(paths_, all);
+    }
+    while (!heads_.empty() && paths_.size() - made.first < limit_) {
+      const auto best = std::max_element(heads_.begin(), heads_.end(),
+                                         [](const Head& a, const Head& b) { return a.key < b.key; });
+      paths_.push_back({best->score, frame.vertex, best->path});
+      if (++best->path != best->end)
+        best->weigh(paths_, all);
+      else
+        heads_.erase(best);
     }
     made.end = paths_.size();
   }
@@ -130,7 +141,7 @@ class PathLists {
   const size_t limit_;
   std::vector<List> lists_;
   std::vector<Path> paths_;
-  std::vector<std::pair<long, Path>> candidates_;
+  std::vector<Head> heads_;
 };
 
 // False when the path cannot be used.

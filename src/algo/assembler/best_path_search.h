@@ -6,7 +6,7 @@
 //          that lead to a vertex still open in a depth-first walk from refSource, which takes the reference's
 //          edges first and others in their order. None of the reference's own is among them. A path ends
 //          where it first meets refSink.
-// Cost     limit x edges x log, in time; limit x vertices, in memory: paths share their tails. No recursion.
+// Cost     limit x edges in time, limit x vertices in memory: paths share their tails. No recursion.
 // Threads  one graph, one thread.
 #pragma once
 

@@ -39,8 +39,8 @@ class EventMap : public std::map<uint32_t, HaplotypeEvent> {
  public:
   // Takes the place of what was there: the events that walking the cigar of `bases` against `reference`
   // meets. The reference begins at `referenceStart` of the contig, the first base of the haplotype at
-  // `offset` in it. An indel at the very start of the reference, with no base in front of it, is left out. Bases are
-  // compared as bytes. Throws std::runtime_error when the cigar leads out of one of the sequences.
+  // `offset` in it. An indel at the very start of the reference, with no base in front of it, is left out.
+  // Bases are compared as bytes. Throws std::runtime_error when the cigar leads out of one of the sequences.
   void build(std::string_view bases, const Cigar& cigar, std::string_view reference, uint32_t referenceStart,
              uint32_t offset);
 
