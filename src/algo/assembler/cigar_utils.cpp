@@ -37,6 +37,25 @@ bool spell(const CigarElements& cigar, const char* ref, size_t refLen, const cha
   return true;
 }
 
+// Sequences of one length with so few mismatches that every alignment with a gap, or off the diagonal, scores
+// less than one without. Both have A, C, G and T only: others may match the padding, or what they are not.
+bool differsByFewBases(const char* ref, const char* alt, size_t length) {
+  constexpr int32_t match = SMITHWATERMAN::haplotypeAlignScores[0];
+  constexpr int32_t mismatch = SMITHWATERMAN::haplotypeAlignScores[1];
+  constexpr int32_t open = SMITHWATERMAN::haplotypeAlignScores[2];
+  constexpr int kFew = 2;
+  // An insertion and a deletion of one base; a gap next to an end, and a base beside the padding.
+  static_assert(kFew * (match - mismatch) < match - 2 * open);
+  static_assert(kFew * (match - mismatch) < match - open + (match - mismatch));
+  auto plain = [](char base) { return base == 'A' || base == 'C' || base == 'G' || base == 'T'; };
+  int mismatches = 0;
+  for (size_t i = 0; i < length; ++i) {
+    if (!plain(ref[i]) || !plain(alt[i])) return false;
+    if (ref[i] != alt[i] && ++mismatches > kFew) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 bool computeCigar(const char* ref, size_t refLen, const char* alt, size_t altLen, CigarElements& cigar) {
@@ -46,6 +65,11 @@ bool computeCigar(const char* ref, size_t refLen, const char* alt, size_t altLen
     if (std::max(refLen, altLen) > SMITHWATERMAN::SmithWaterman::kMaxLength) return false;
     appendElement(cigar, static_cast<uint32_t>(refLen), kOpD);
     appendElement(cigar, static_cast<uint32_t>(altLen), kOpI);
+    return true;
+  }
+  if (refLen == altLen && refLen <= SMITHWATERMAN::SmithWaterman::kMaxLength &&
+      differsByFewBases(ref, alt, refLen)) {
+    appendElement(cigar, static_cast<uint32_t>(refLen), kOpM);
     return true;
   }
   const std::string padded_ref = kPad + std::string(ref, refLen) + kPad;

@@ -87,6 +87,25 @@ TEST(ComputeCigar, IsABestAlignmentOfEndToEndHaplotypes) {
   }
 }
 
+// These are not aligned: the answer is known.
+TEST(ComputeCigar, FewMismatchesAreWhatAnAlignmentGives) {
+  const std::string padding(10, 'N');
+  std::mt19937 random(18);
+  for (int n = 0; n < 20000; ++n) {
+    const size_t length = 1 + random() % 24;
+    const std::string unit = randomBases(random, 1 + random() % 4, 3);
+    std::string ref;
+    while (ref.size() < length) ref += unit;
+    std::string alt = ref;
+    for (int edits = 0; edits < 2; ++edits) alt[random() % alt.size()] = "ACGT"[random() % 4];
+    SMITHWATERMAN::SWPairwiseAlignment aligner;
+    aligner.align((padding + ref + padding).data(), ref.size() + 20, (padding + alt + padding).data(),
+                  alt.size() + 20, SMITHWATERMAN::haplotypeAlignScores, SMITHWATERMAN::OVERHANG_CLIP);
+    ASSERT_EQ(cigarText(aligner.result().cigar), std::to_string(ref.size() + 20) + "M") << ref << " " << alt;
+    ASSERT_EQ(computed(ref, alt), std::to_string(ref.size()) + "M");
+  }
+}
+
 TEST(TrimCigar, KeepsBasesOfTheReadAndGapsBesideThem) {
   const struct {
     const char* whole;
