@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <vector>
 
-using GRAPH::kNone;
 using GRAPH::VertexId;
 
 bool hasCycle(const GRAPH::SeqKmerGraph& graph) {

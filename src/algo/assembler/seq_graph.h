@@ -33,7 +33,8 @@ struct SeqStringVertex {
 };
 
 struct MultiSampleKmerVertex {
-  std::string_view kmer;  // points into a sequence that outlives the graph
+  // Points into a sequence that outlives the graph. Those in front of a recovered head have its first bases only.
+  std::string_view kmer;
   int32_t readCount = 0;
 
   char lastBase() const { return kmer.back(); }

@@ -119,8 +119,7 @@ TEST_F(Assembler, SequencesWithoutStructure) {
 
 // Two haplotypes at depth 10 each, with errors in single reads.
 TEST_F(Assembler, FindsPlantedHaplotypes) {
-  int clean = 0;
-  for (int n = 0; n < 150; ++n) {
+  for (int n = 0; n < 100; ++n) {
     const std::string reference = randomSequence(random, 250 + random() % 200);
     std::string haplotype = reference;
     for (size_t at = 60 + random() % 40; at + 60 < haplotype.size(); at += 20 + random() % 80) {
@@ -143,10 +142,7 @@ TEST_F(Assembler, FindsPlantedHaplotypes) {
     const auto bases = basesOf(*assembler.assemble(reads, haplotypeOf(reference)));
     EXPECT_EQ(bases[0], reference);
     EXPECT_THAT(bases, testing::Contains(haplotype));
-    clean += bases.size() <= (haplotype == reference ? 1u : 2u);
   }
-  // Haplotypes with several differences may recombine where reads do not tell; errors in one read may not add any.
-  RecordProperty("regions_without_others", clean);
 }
 
 TEST_F(Assembler, DropsSingleErrors) {
