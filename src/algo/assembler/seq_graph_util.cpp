@@ -143,8 +143,8 @@ bool mergeTailsOf(SeqGraph& graph, VertexId top, std::vector<VertexId>& again) {
 
 // Makes one vertex of `equal`, which all lead to the same one. Returns it.
 VertexId mergeEqual(SeqGraph& graph, const std::vector<VertexId>& equal) {
-  const bool has_source = std::find(equal.begin(), equal.end(), graph.refSource) != equal.end();
-  const VertexId kept = has_source ? graph.refSource : equal[0];
+  const bool has_ref = std::find(equal.begin(), equal.end(), graph.refSource) != equal.end();
+  const VertexId kept = has_ref ? graph.refSource : equal[0];
   for (const VertexId v : equal) {
     if (v == kept) continue;
     SimpleEdge& out = graph.edge(graph.outEdges(kept)[0]);
@@ -209,9 +209,7 @@ bool SeqGraphUtil::splitSuffixes(SeqGraph& graph) {
 bool SeqGraphUtil::mergeSuffixes(SeqGraph& graph) {
   return visitUntilStable(graph, [&](VertexId bottom, std::vector<VertexId>& again) {
     auto key = [&](VertexId v) {
-      // refSource, should it have in-edges, is like no other.
-      const int kind = !graph.isSource(v) && v == graph.refSource ? 2 : graph.isSource(v) ? 1 : 0;
-      return std::pair<int, std::string_view>(kind, graph.vertex(v).bases);
+      return std::pair<bool, std::string_view>(graph.isSource(v), graph.vertex(v).bases);
     };
     auto less = [&](VertexId a, VertexId b) { return key(a) < key(b); };
     forEachGroup(middlesAbove(graph, bottom, less), less,

@@ -66,6 +66,9 @@ TEST(BestPaths, EdgesThatCloseCyclesAreLeftOut) {
   const auto paths = BestPathSearch::findBestPaths(graph, 100);
   EXPECT_EQ(bases(paths), (std::vector<std::string>{"ACGT", "AGT"}));
   EXPECT_NEAR(paths[0].score, std::log10(0.5 / 8), 1e-12);
+  // What can be reached behind refSink, too, is not closed by it.
+  const SeqGraph behind = seqGraph({"A", "C", "T"}, {{0, 2, 2, true}, {0, 1, 1}, {1, 2, 1}, {2, 1, 9}});
+  EXPECT_EQ(bases(BestPathSearch::findBestPaths(behind, 9)), (std::vector<std::string>{"AT", "ACT"}));
 
   std::mt19937 random(8);
   for (int round = 0; round < 300; ++round) {

@@ -65,6 +65,10 @@ TEST(SeqGraphUtil, EqualVerticesAboveOneAreMerged) {
       {{0, 1, 1, true}, {0, 2, 2}, {1, 3, 1, true}, {2, 4, 2}, {3, 6, 1, true}, {4, 6, 2}, {5, 6, 4}});
   EXPECT_TRUE(SeqGraphUtil::mergeSuffixes(graph));
   EXPECT_EQ(edgesText(graph), "A>C*1! A>G*2 C>TT*1! G>TT*2 TT>A*3! TT>A*4");  // not a source with others
+  graph = seqGraph({"AA", "AA", "C"}, {{1, 2, 2}, {0, 2, 1, true}});
+  EXPECT_TRUE(SeqGraphUtil::mergeSuffixes(graph));
+  EXPECT_EQ(edgesText(graph), "AA>C*3!");
+  EXPECT_TRUE(hasRefEnds(graph));
 }
 
 TEST(SeqGraphUtil, SimplificationKeepsWhatPathsSpell) {
