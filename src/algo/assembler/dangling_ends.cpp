@@ -160,13 +160,19 @@ int32_t DanglingEnds::alignedLength(const std::string& reference, size_t window,
                  SMITHWATERMAN::OVERHANG_LEADING_GAP);
   const CigarElements& cigar = aligner_.result().cigar;
   if (cigar.empty() || cigar.size() > 3 || *cigar.back().second != kOpM) return 0;
-  size_t r = 0, b = 0, mismatches = 0;
+  size_t r = 0, b = 0, mismatches = 0, matches_at_end = 0;
   for (const auto& [length, op] : cigar) {
+    matches_at_end = 0;
     if (*op == kOpM)
-      for (size_t i = 0; i < length; ++i) mismatches += reference[r + i] != bases[b + i];
+      for (size_t i = 0; i < length; ++i) {
+        const bool match = reference[r + i] == bases[b + i];
+        mismatches += !match;
+        matches_at_end = match ? matches_at_end + 1 : 0;
+      }
     if (op->consumesReference) r += length;
     if (op->consumesRead) b += length;
   }
-  if (mismatches > std::max<size_t>(1, bases.size() / 4) || reference[r - 1] != bases[b - 1]) return 0;
-  return static_cast<int32_t>(r);
+  const size_t wanted = std::clamp<size_t>(bases.size() - 1, 1, kMinMatch);
+  const bool good = mismatches <= std::max<size_t>(1, bases.size() / 4) && matches_at_end >= wanted;
+  return good ? static_cast<int32_t>(r) : 0;
 }

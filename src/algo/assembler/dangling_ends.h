@@ -5,10 +5,11 @@
 //          least minBranchLength long, and at most kMaxLength. An end from which others of that weight go on is none.
 // Match    the bases of the path are aligned with the reference from where they part, which may go on kMaxGap bases
 //          longer; if that gives nothing, with as many bases of the reference: in a long stretch a short path finds its
-//          bases in scattered places, for gaps are cheap. Accepted are alignments of at most three elements, the last one M, whose last pair of bases matches,
-//          with mismatches at a quarter of the bases at most, or one. A difference needs three matching bases or more
-//          behind it, thus, which is little; chimeric ends and adapters have none. A deletion may be kMaxGap long, an
-//          insertion as long as the path holds with its other bases.
+//          bases in scattered places, for gaps are cheap. Accepted are alignments of at most three elements, the last
+//          one M, with kMinMatch matching bases at the end, or all but one of a shorter path, and mismatches at a
+//          quarter of the bases at most, or one. A difference needs kMinMatch bases of a read behind it, thus; chimeric
+//          ends and adapters have none. A deletion may be kMaxGap long, an insertion as long as the path holds with its
+//          other bases.
 // Merge    an edge without isRef to the reference behind the last base; a tail that ends with the reference's last base
 //          joins there. A head begins with k - 1 bases that no vertex of its own adds: they come as new vertices, but
 //          for those at its begin that match the reference. In the first k bases of the reference there is no vertex to
@@ -26,7 +27,7 @@
 
 class DanglingEnds {
  public:
-  static constexpr int kMaxLength = 300, kMaxGap = 300, kMaxAlignments = 2000;
+  static constexpr int kMaxLength = 300, kMaxGap = 300, kMinMatch = 3, kMaxAlignments = 2000;
 
   // The graph has no edges of the reference but those of one path from refSource, and outlives the object.
   DanglingEnds(GRAPH::SeqKmerGraph& graph, int pruneFactor, int minBranchLength);

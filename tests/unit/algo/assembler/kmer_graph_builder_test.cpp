@@ -42,6 +42,8 @@ TEST(KMerFactory, KnowsWhatASetOfStringsKnows) {
       ASSERT_EQ(factory.find(bases.data() + i, hash.value(), i).mark, mark);
     }
     EXPECT_EQ(factory.size(), known.size());
+    const std::string other(size_t(k), 'N'), another(size_t(k), 'R');  // with one hash
+    EXPECT_NE(&factory.find(other.data(), 7, 1), &factory.find(another.data(), 7, 1));
   }
 }
 

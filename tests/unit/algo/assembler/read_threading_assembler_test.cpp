@@ -145,6 +145,18 @@ TEST_F(Assembler, FindsPlantedHaplotypes) {
   }
 }
 
+TEST_F(Assembler, DropsWhatIsNotBetweenTheEnds) {
+  AssemblyReads reads;
+  reads.add(a.substr(50) + randomSequence(random, 60), 2);
+  reads.add(randomSequence(random, 60), 2);
+  assembler.simplifyGraph = false;
+  const auto result = assembler.createGraph(reads, haplotypeOf(a + b), 25, false, false);
+  EXPECT_EQ(result->status, AssemblyResult::kWithHaplotypes);
+  EXPECT_EQ(result->graph->vertexCount(), 200u - 25 + 1);
+  assembler.dropUnconnectedPaths = false;
+  EXPECT_GT(assembler.createGraph(reads, haplotypeOf(a + b), 25, false, false)->graph->vertexCount(), 250u);
+}
+
 TEST_F(Assembler, DropsSingleErrors) {
   AssemblyReads reads;
   reads.cover(a + b, 60, 6);
