@@ -4,6 +4,7 @@
 // Threads  a task belongs to one thread at a time: the one that assembles it, then the walker.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -21,14 +22,15 @@ struct AssemblyTask {
   const char* contig = "";
   ActiveRegion activeInterval;   // records begin in it
   ActiveRegion paddedInterval;   // of the assembly
-  ActiveRegion trimmedInterval;  // what the variants need
+  ActiveRegion trimmedInterval;  // what the variants need; paddedInterval when there are none
   bool inactive = false;         // a gap between regions: reference confidence alone
-  bool skipFlag = false;         // nothing to call
-  ReferenceWindow reference;     // of paddedInterval
+  bool skipFlag = false;         // no haplotype has a variant that begins in activeInterval
+  ReferenceWindow reference;     // of paddedInterval, upper case; trimming leaves it as it is
   std::vector<Read*> fetched;    // reads over paddedInterval, their letters and gap qualities decoded
-  std::vector<ReadClip> reads;   // of assemble(): clipped to trimmedInterval
-  std::vector<std::unique_ptr<Haplotype>>
-      haplotypes;      // the reference first, then by bases; over trimmedInterval
+  std::vector<ReadClip> reads;   // of assemble(): clipped to trimmedInterval, by their start
+  // The reference first, then by bases; no two have the same. Over trimmedInterval: alignmentStart is where that begins
+  // in `reference`, and the cigar begins and ends with matched bases.
+  std::vector<std::unique_ptr<Haplotype>> haplotypes;
   GivenAlleles given;  // of a run with a given file
 };
 
@@ -37,23 +39,46 @@ struct AssemblyParam {
   int pruneFactor = 2;
   std::vector<int> kmerSizes = {10, 25};
   bool kmerSizesForced = false;
-  int assembleMode = 1;  // 0 and 1, 3: read threading
-  int resampleDepth = 10000, resampleReadLen = 100;
+  int assembleMode = 1;                              // 0 and 1, 3: read threading
+  int resampleDepth = 10000, resampleReadLen = 100;  // depth 0 and less: no sampling
   int trimSoftClip = 0;
   bool hasGiven = false;
 };
 
-// The work on a task that any thread may do.
+// The work on a task that any thread may do. What a region may cost is bounded:
+// - a sample keeps as many reads as would cover the region resampleDepth times were they of resampleReadLen bases; the
+//   assembler sees at most kAssemblyDepth of that estimate;
+// - at most kMaxHaplotypes stay, by score;
+// - reads x haplotypes is kept below kMaxCells base pairs: first by leaving out haplotypes, down to kFewHaplotypes, then
+//   by leaving out reads.
+// Which reads go is drawn by a generator that depends on the contig and the region alone.
 // Threads  constant: several threads may assemble at once.
 class RegionAssembler {
  public:
+  static constexpr int kAssemblyDepth = 1000;
+  static constexpr size_t kMaxHaplotypes = 128, kFewHaplotypes = 16;
+  static constexpr double kMaxCells = 4e9;
+  static constexpr int kMinReadBases = 10;  // of a read inside an interval, for it to stay
+
+  // `sampleOfGroup`: by Read::read_group.
   RegionAssembler(AssemblyParam param, std::vector<int32_t> sampleOfGroup);
 
   // From kNew to kAssembled: clips and samples the reads, assembles, sorts and trims the haplotypes, clips the reads to
-  // what is left. Of a failed assembly the reference haplotype alone remains.
+  // what is left. Of a failed assembly the reference haplotype alone remains. A task that is inactive gets no reads and
+  // no haplotypes.
   void assemble(AssemblyTask& task) const;
 
  private:
+  using Haplotypes = std::vector<std::unique_ptr<Haplotype>>;
+
+  // How many reads of a sample make up `depth`; all for 0 and less.
+  size_t readLimit(const AssemblyTask& task, int depth) const;
+  void clipReads(const std::vector<Read*>& reads, ActiveRegion interval, std::vector<ReadClip>& clips) const;
+  // The haplotypes over paddedInterval, the reference among them. The choice of the assembler is made here.
+  Haplotypes findHaplotypes(const AssemblyTask& task) const;
+  Haplotypes threadReads(const AssemblyTask& task, const Haplotype& reference) const;
+
   AssemblyParam param_;
   std::vector<int32_t> sample_of_group_;
+  size_t samples_ = 0;
 };
