@@ -27,22 +27,30 @@ class IndelCaller {
   // Makes the site of `record`, whose REF is the reference at `position`: alleles, likelihoods and rows. `reads` overlap
   // the position or begin right behind it; they become the site's pileup. `sample_of_group` is by Read::read_group.
   // False when an allele reaches beyond what is known of the reference, or when there is no alternate.
+  // Reads with hundreds of inserted bases beside the position are left out: their rows would take memory without bound.
   // A sample without usable reads has an empty likelihood vector. Alternates beyond maxAlternates() are left out.
   bool prepare(uint32_t position, const GivenAlleles::Record& record, const ReferenceWindow& window,
                const std::vector<Read*>& reads, std::span<const int32_t> sample_of_group, Site& site);
 
-  static constexpr size_t kMaxGenotypes = 1000;
+  static constexpr size_t kMaxGenotypes = 1000, kMaxAlternates = 50;
 
-  // How many alternates a site may have, so that there are no more than kMaxGenotypes genotypes; at least 1.
+  // How many alternates a site may have, so that there are no more than kMaxGenotypes genotypes; at least 1, and
+  // kMaxAlternates at most.
   static size_t maxAlternates(uint32_t ploidy);
 
  private:
-  void likelihoods(Site& site, size_t alleles);
+  // The steps of prepare().
+  bool setHaplotypes(uint32_t position, const GivenAlleles::Record& record, const ReferenceWindow& window);
+  void clipReads(uint32_t position, const std::vector<Read*>& reads,
+                 std::span<const int32_t> sample_of_group);
+  void evaluate();
 
   uint32_t ploidy_, min_base_qual_;
   size_t samples_, max_alternates_;
   PairHMM hmm_;
   GivenAlleles::Record record_;
+  uint32_t low_ = 0, high_ = 0;    // what the haplotypes span of the reference
+  uint32_t longest_deletion_ = 0;  // bases
   std::vector<std::string> haplotypes_;
   std::vector<ReadClip> clips_;
   std::vector<double> values_;

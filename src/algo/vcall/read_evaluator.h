@@ -1,6 +1,8 @@
 // read_evaluator.h - the likelihoods of a region's reads under its haplotypes, and where each read lies on the reference
 // by the haplotype that explains it best. Both in chunks that other threads may take.
-// Threads  one object per walker; see thread_coop for the waits.
+// Coords   zero-based half open.
+// Threads  constant: one object may serve several walkers. A call works on, or waits for, its own chunks, which are
+//          leaves of the pool; it must hold no lock that a task of the pool takes.
 #pragma once
 
 #include <memory>
@@ -13,18 +15,27 @@
 
 class ReadEvaluator {
  public:
-  // `chunkSize` cells at most go into one call; 0: no chunks.
+  // `chunkSize` cells at most go into one call, but for what fills up a row; 0: no chunks. Without a pool (null) the
+  // chunks are the caller's own. `hmm` and `pool` must outlive the evaluator.
   ReadEvaluator(const PairHMM& hmm, thread_coop* pool, int chunkSize);
 
-  // reads x haplotypes, log10; NaN in front of a read that fits none.
-  void calcLikelihoods(const AssemblyTask& task, std::vector<double>& rows) const;
+  // reads x haplotypes, log10 and finite, the same values whatever the chunks; NaN in front of a read that fits none or
+  // has no bases. With `debug` the number of chunks is told on standard error.
+  void calcLikelihoods(const AssemblyTask& task, std::vector<double>& rows, bool debug = false) const;
 
-  // The task's reads as aligned through their best haplotypes; a read without a single best one stays as it is. `made`
-  // owns what is new, and `clips` has the reads of the task with the new ones in place.
+  // The task's reads, in its order, as aligned through their best haplotypes. A read stays as it is when no haplotype is
+  // ahead of all others by kInformativeMargin, or when the way through its haplotype does not lead onto the reference of
+  // the task. `made` owns what is new; it refers to the reads of the task, which must outlive it.
+  //
+  // What a clip leaves out of a read keeps the CIGAR that it had where that joins the new one without a gap, and else is
+  // soft-clipped.
   void realign(const AssemblyTask& task, const std::vector<double>& rows,
                std::vector<std::unique_ptr<RealignedRead>>& made, std::vector<Read*>& aligned) const;
 
  private:
+  // Rows of one chunk.
+  size_t chunkRows(const AssemblyTask& task) const;
+
   const PairHMM& hmm_;
   thread_coop* pool_;
   int chunk_size_;

@@ -1,0 +1,308 @@
+#include "algo/vcall/read_evaluator.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <exception>
+#include <limits>
+#include <string_view>
+#include <utility>
+
+#include "algo/assembler/cigar_utils.h"
+#include "algo/assembler/smith_waterman.h"
+#include "algo/vcall/model/genotype_assignment.h"
+#include "algo/vcall/model/genotype_from_rows.h"
+#include "base/timer.h"
+
+namespace {
+
+// Calls work(first, last) for all of [0, count) in pieces of `size`. A piece goes to the pool when a worker there has
+// nothing else to do, the others are done here. Returns when all are done; an exception of a piece is thrown then.
+template <typename Work>
+void inChunks(thread_coop* pool, size_t count, size_t size, const Work& work) {
+  std::vector<std::future<void>> given;
+  std::exception_ptr failure;
+  auto guarded = [&failure](const auto& step) {
+    try {
+      step();
+    } catch (...) {
+      if (!failure) failure = std::current_exception();
+    }
+  };
+  for (size_t first = 0; first < count; first += size) {
+    const size_t last = std::min(count, first + size);
+    guarded([&] {
+      if (last < count && pool && pool->wantsTask())
+        given.push_back(pool->submit([&work, first, last] { work(first, last); }));
+      else
+        work(first, last);
+    });
+  }
+  for (std::future<void>& future : given) pool->waitFor(future);  // none may run on when this is left
+  for (std::future<void>& future : given) guarded([&future] { future.get(); });
+  if (failure) std::rethrow_exception(failure);
+}
+
+// The haplotype ahead of all others, -1 without one.
+int bestHaplotype(const double* row, size_t haplotypes) {
+  if (haplotypes == 0 || std::isnan(row[0])) return -1;
+  const size_t best = size_t(std::max_element(row, row + haplotypes) - row);
+  for (size_t h = 0; h < haplotypes; ++h)
+    if (h != best && !(row[best] - row[h] >= kInformativeMargin)) return -1;
+  return int(best);
+}
+
+// A CIGAR with the place of its first aligned base.
+struct Placed {
+  CigarElements cigar;
+  uint64_t start = 0;
+};
+
+// The read's bases against the haplotype. False when they do not align.
+bool alignToHaplotype(std::string_view read, std::string_view haplotype, Placed& placed) {
+  // Most reads are of one haplotype letter by letter. No other alignment scores as high, and of equal ones the aligner
+  // takes the last.
+  if (const size_t at = haplotype.rfind(read); at != haplotype.npos) {
+    placed = {{{uint32_t(read.size()), &kOpM}}, at};
+    return true;
+  }
+  if ((read.size() + 1) * (haplotype.size() + 1) > SMITHWATERMAN::SmithWaterman::kMaxCells ||
+      std::max(read.size(), haplotype.size()) > SMITHWATERMAN::SmithWaterman::kMaxLength)
+    return false;
+  SMITHWATERMAN::SWPairwiseAlignment aligner;
+  aligner.align(haplotype.data(), haplotype.size(), read.data(), read.size(),
+                SMITHWATERMAN::haplotypeAlignScores, SMITHWATERMAN::OVERHANG_CLIP);
+  const SMITHWATERMAN::AlignmentResult& result = aligner.result();
+  if (!result.status.aligned || result.alignmentOffset < 0) return false;
+  placed = {result.cigar, uint64_t(result.alignmentOffset)};
+  return cigarReadLength(placed.cigar) == read.size();
+}
+
+// Walks a CIGAR of the haplotype against the reference, base by base of the haplotype.
+class HaplotypeWalk {
+ public:
+  explicit HaplotypeWalk(const Cigar& cigar) : cigar_(cigar) {}
+
+  // Passes what the haplotype lacks of the reference in front of its next base; bases of the reference.
+  uint32_t passDeletions() {
+    uint32_t passed = 0;
+    for (; at_ < cigar_.size() && (!consumesRead(cigar_[at_]) || left() == 0); ++at_, used_ = 0)
+      if (consumesReference(cigar_[at_]) && !consumesRead(cigar_[at_])) passed += cigarLength(cigar_[at_]);
+    return passed;
+  }
+  // The next bases, all in the reference or none: at most `limit`, 0 at the end.
+  uint32_t take(uint32_t limit, bool& inReference) {
+    if (at_ >= cigar_.size()) return 0;
+    const uint32_t count = std::min(limit, left());
+    inReference = consumesReference(cigar_[at_]);
+    used_ += count;
+    return count;
+  }
+
+ private:
+  uint32_t left() const { return cigarLength(cigar_[at_]) - used_; }
+
+  const Cigar& cigar_;
+  size_t at_ = 0;
+  uint32_t used_ = 0;  // of the element
+};
+
+// From read against haplotype, and haplotype against reference, to read against reference. `start` is the reference's
+// position of the haplotype's first base or first deletion. False when the haplotype ends before the read does, or when
+// no base of the read lies on the reference.
+bool compose(const Placed& onHaplotype, const Cigar& haplotype, uint64_t start, Placed& onReference) {
+  HaplotypeWalk walk(haplotype);
+  CigarElements& cigar = onReference.cigar;
+  cigar.clear();
+  uint64_t position = start;  // on the reference
+  bool in_reference = false;
+  for (uint64_t before = onHaplotype.start; before > 0;) {
+    position += walk.passDeletions();
+    const uint32_t count = walk.take(uint32_t(std::min<uint64_t>(before, UINT32_MAX)), in_reference);
+    if (count == 0) return false;
+    before -= count;
+    if (in_reference) position += count;
+  }
+  bool begun = false;  // with a base on the reference
+  uint32_t gap = 0;    // of the reference, since the last base of the read
+  for (const auto& [length, op] : onHaplotype.cigar) {
+    if (!op->consumesReference) {
+      if (gap > 0 && begun && *op == kOpI) appendElement(cigar, std::exchange(gap, 0), kOpD);
+      appendElement(cigar, length, *op);
+      continue;
+    }
+    for (uint32_t left = length; left > 0;) {
+      gap += walk.passDeletions();
+      const uint32_t count = walk.take(left, in_reference);
+      if (count == 0) return false;
+      left -= count;
+      if (!op->consumesRead) {
+        if (in_reference) gap += count;
+        continue;
+      }
+      if (!begun)
+        position += gap;
+      else
+        appendElement(cigar, gap, kOpD);
+      gap = 0;
+      if (in_reference && !begun) {
+        onReference.start = position;
+        begun = true;
+      }
+      appendElement(cigar, count, in_reference ? kOpM : kOpI);
+    }
+  }
+  return begun;
+}
+
+bool hasIndels(const CigarElements& cigar) {
+  return std::any_of(cigar.begin(), cigar.end(),
+                     [](const CigarElement& e) { return *e.second == kOpI || *e.second == kOpD; });
+}
+
+// Moves indels to the left; a deletion that comes to the start of the read only moves the read.
+bool leftAlign(const ReferenceWindow& reference, std::string_view read, Placed& placed) {
+  const uint64_t end = placed.start + cigarReferenceLength(placed.cigar);
+  if (placed.start < reference.start || end > reference.end()) return false;
+  if (!hasIndels(placed.cigar)) return true;
+  placed.cigar =
+      CigarUtils::leftAlignCigarSequentially(placed.cigar, reference.bases.data(), reference.bases.size(),
+                                             read.data(), read.size(), placed.start - reference.start, 0);
+  for (size_t i = 0; i < placed.cigar.size() && *placed.cigar[i].second != kOpM; ++i) {
+    if (*placed.cigar[i].second != kOpD) continue;
+    placed.start += placed.cigar[i].first;
+    placed.cigar.erase(placed.cigar.begin() + ptrdiff_t(i));
+    break;
+  }
+  return true;
+}
+
+// The part of a read's CIGAR in front of, or behind, a base; `position` is where the reference stands at the cut. False
+// for an operator that has no place here.
+bool cutCigar(const Read& read, int64_t base, bool front, CigarElements& part, uint64_t& position) {
+  position = read.start;
+  int64_t offset = 0;
+  for (uint32_t i = 0; i < read.n_cigar; ++i) {
+    const uint32_t word = read.cigarWord(i), length = cigarLength(word);
+    if (cigarOp(word) > CIGAR_X) return false;
+    const CigarOperator& op = kCigarOperators[cigarOp(word)];
+    const bool cut = offset < base;  // some of the element lies in front
+    const uint32_t before = !cut              ? 0
+                            : op.consumesRead ? uint32_t(std::min<int64_t>(length, base - offset))
+                                              : length;
+    appendElement(part, front ? before : length - before, op);
+    if (op.consumesReference) position += before;
+    if (op.consumesRead) offset += before;
+  }
+  return true;
+}
+
+bool isClip(const CigarElement& element) {
+  return *element.second == kOpS || *element.second == kOpH;
+}
+
+// What stands beside the new alignment of a clip: the old elements when they are clips alone or `joins`, else the bases
+// as a clip, with the hard clip at the read's end.
+CigarElements besides(const CigarElements& old, bool joins) {
+  if (joins || std::all_of(old.begin(), old.end(), isClip)) return old;
+  CigarElements clips;
+  if (*old.front().second == kOpH) clips.push_back(old.front());
+  appendElement(clips, uint32_t(cigarReadLength(old)), kOpS);
+  if (*old.back().second == kOpH) clips.push_back(old.back());
+  return clips;
+}
+
+// The alignment of the whole read from that of its clip.
+bool complete(const ReadClip& clip, Placed& placed) {
+  const Read& read = *clip.read;
+  CigarElements front, back;
+  uint64_t front_end = 0, back_start = 0;
+  if (!cutCigar(read, clip.readStart, true, front, front_end) ||
+      !cutCigar(read, clip.readEnd, false, back, back_start))
+    return false;
+  const uint64_t end = placed.start + cigarReferenceLength(placed.cigar);
+  const bool front_joins = front_end == placed.start && !isClip(placed.cigar.front());
+  const bool back_joins = back_start == end && !isClip(placed.cigar.back());
+  if (front_joins) placed.start -= cigarReferenceLength(front);
+  CigarElements all = besides(front, front_joins);
+  for (const auto& [length, op] : placed.cigar) appendElement(all, length, *op);
+  for (const auto& [length, op] : besides(back, back_joins)) appendElement(all, length, *op);
+  placed.cigar = std::move(all);
+  return cigarReadLength(placed.cigar) == size_t(read.length) && placed.start <= INT32_MAX;
+}
+
+bool isAlignedSo(const Read& read, uint32_t start, const Cigar& cigar) {
+  if (read.start != start || read.n_cigar != cigar.size()) return false;
+  for (uint32_t i = 0; i < read.n_cigar; ++i)
+    if (read.cigarWord(i) != cigar[i]) return false;
+  return true;
+}
+
+// Null when the read is to stay as it is.
+std::unique_ptr<RealignedRead> realignRead(const AssemblyTask& task, const ReadClip& clip,
+                                           const Haplotype& haplotype) {
+  if (clip.length() <= 0) return nullptr;
+  const std::string_view bases(clip.read->getBases() + clip.readStart, size_t(clip.length()));
+  Placed on_haplotype, placed;
+  if (!alignToHaplotype(bases, haplotype.bases, on_haplotype) ||
+      !compose(on_haplotype, haplotype.cigar, task.trimmedInterval.start, placed) ||
+      !leftAlign(task.reference, bases, placed) || !complete(clip, placed))
+    return nullptr;
+  Cigar words = CigarUtils::toWords(placed.cigar);
+  const auto start = uint32_t(placed.start);
+  if (isAlignedSo(*clip.read, start, words)) return nullptr;
+  return std::make_unique<RealignedRead>(*clip.read, start, std::move(words));
+}
+
+}  // namespace
+
+ReadEvaluator::ReadEvaluator(const PairHMM& hmm, thread_coop* pool, int chunkSize)
+    : hmm_(hmm), pool_(pool), chunk_size_(chunkSize) {}
+
+size_t ReadEvaluator::chunkRows(const AssemblyTask& task) const {
+  const size_t reads = std::max<size_t>(task.reads.size(), 1);
+  const size_t haplotypes = std::max<size_t>(task.haplotypes.size(), 1);
+  if (chunk_size_ <= 0 || reads * haplotypes <= size_t(chunk_size_)) return reads;
+  return (size_t(chunk_size_) + haplotypes - 1) / haplotypes;
+}
+
+void ReadEvaluator::calcLikelihoods(const AssemblyTask& task, std::vector<double>& rows, bool debug) const {
+  static Timer* const pairhmm_timer = timer("pairhmm");
+  const size_t reads = task.reads.size(), haplotypes = task.haplotypes.size(), size = chunkRows(task);
+  rows.assign(reads * haplotypes, 0);
+  if (rows.empty()) return;
+  for (size_t r = 0; r < reads; ++r)
+    if (task.reads[r].length() <= 0) rows[r * haplotypes] = std::numeric_limits<double>::quiet_NaN();
+  std::vector<Allele> alleles(haplotypes);
+  for (size_t h = 0; h < haplotypes; ++h) {
+    const std::string& bases = task.haplotypes[h]->bases;
+    alleles[h] = {bases.data(), int32_t(bases.size()), 0, task.haplotypes[h]->isRef};
+  }
+  if (debug && size < reads)
+    fprintf(stderr, "CHUNK %s:%u-%u R%luxH%lu split into %lu chunks\n", task.contig,
+            task.activeInterval.start + 1, task.activeInterval.end, reads, haplotypes,
+            (reads + size - 1) / size);
+  inChunks(pool_, reads, size, [&](size_t first, size_t last) {
+    TimerScope scope(pairhmm_timer);
+    hmm_.calcLikelihood(task.reads, alleles, rows.data(), unsigned(first), unsigned(last));
+    makeRowsFinite({rows.data() + first * haplotypes, (last - first) * haplotypes});
+  });
+}
+
+void ReadEvaluator::realign(const AssemblyTask& task, const std::vector<double>& rows,
+                            std::vector<std::unique_ptr<RealignedRead>>& made,
+                            std::vector<Read*>& aligned) const {
+  static Timer* const realign_timer = timer("realign");
+  const size_t reads = task.reads.size(), haplotypes = task.haplotypes.size();
+  made.clear();
+  made.resize(reads);
+  aligned.resize(reads);
+  inChunks(pool_, reads, chunkRows(task), [&](size_t first, size_t last) {
+    TimerScope scope(realign_timer);
+    for (size_t r = first; r < last; ++r) {
+      const int best = bestHaplotype(rows.data() + r * haplotypes, haplotypes);
+      if (best >= 0) made[r] = realignRead(task, task.reads[r], *task.haplotypes[size_t(best)]);
+      aligned[r] = made[r] ? made[r].get() : task.reads[r].read;
+    }
+  });
+}
