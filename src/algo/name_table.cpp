@@ -28,8 +28,8 @@ void NameTable::reset(size_t count) {
 }
 
 int32_t NameTable::takeOrPut(const char* name, uint32_t hash, int32_t number) {
-  Slot* taken =
-      nullptr;  // the first on the way; used again, so that many pairs of one name do not fill the table
+  // The first on the way; used again, so that many pairs of one name do not fill the table.
+  Slot* taken = nullptr;
   for (size_t i = hash & mask_;; i = (i + 1) & mask_) {
     Slot& slot = slots_[i];
     if (slot.content == kFree) {

@@ -1,6 +1,7 @@
 #include "base/text.h"
 
 #include <cctype>
+#include <charconv>
 #include <cstdio>
 #include <stdexcept>
 
@@ -58,5 +59,14 @@ bool scanUnsigned(const char*& cursor, uint64_t limit, uint64_t& value) {
     sum = sum > (limit - digit) / 10 || digit > limit ? limit + 1 : sum * 10 + digit;
   }
   value = sum;
+  return true;
+}
+
+bool parseInteger(std::string_view text, int64_t low, int64_t high, int64_t& value) {
+  int64_t number;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || stop != end || number < low || number > high) return false;
+  value = number;
   return true;
 }

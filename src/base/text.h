@@ -24,3 +24,6 @@ std::map<std::string, std::string> parseKeyValues(std::string_view text);
 // digits. False, with `cursor` behind the white space, when there are no digits. A number above `limit` is
 // stored as limit + 1, and so shows itself; `limit` is below 2^64 - 1.
 bool scanUnsigned(const char*& cursor, uint64_t limit, uint64_t& value);
+
+// Whether all of `text` is a decimal number in [low, high], with a '-' in front of it or no sign. Sets `value` only then.
+bool parseInteger(std::string_view text, int64_t low, int64_t high, int64_t& value);

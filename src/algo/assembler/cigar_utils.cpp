@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "algo/assembler/smith_waterman.h"
+#include "base/bases.h"
 #include "base/text.h"
 
 namespace CigarUtils {
@@ -47,10 +48,9 @@ bool differsByFewBases(const char* ref, const char* alt, size_t length) {
   // An insertion and a deletion of one base; a gap next to an end, and a base beside the padding.
   static_assert(kFew * (match - mismatch) < match - 2 * open);
   static_assert(kFew * (match - mismatch) < match - open + (match - mismatch));
-  auto plain = [](char base) { return base == 'A' || base == 'C' || base == 'G' || base == 'T'; };
   int mismatches = 0;
   for (size_t i = 0; i < length; ++i) {
-    if (!plain(ref[i]) || !plain(alt[i])) return false;
+    if (!isBase(ref[i]) || !isBase(alt[i])) return false;
     if (ref[i] != alt[i] && ++mismatches > kFew) return false;
   }
   return true;

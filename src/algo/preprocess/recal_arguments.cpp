@@ -1,6 +1,6 @@
 #include "algo/preprocess/recal_arguments.h"
 
-#include <charconv>
+#include "base/text.h"
 
 namespace {
 
@@ -91,10 +91,8 @@ bool RecalArguments::set(const std::string& name, const std::string& value) {
   }
   const Number* entry = findEntry(kNumbers, name);
   if (!entry) return false;
-  int number = 0;
-  const char* end = value.data() + value.size();
-  auto [stop, error] = std::from_chars(value.data(), end, number);
-  if (error != std::errc() || stop != end || number < entry->least || number > entry->most) return false;
-  this->*entry->field = number;
+  int64_t number;
+  if (!parseInteger(value, entry->least, entry->most, number)) return false;
+  this->*entry->field = int(number);
   return true;
 }

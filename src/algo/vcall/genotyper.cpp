@@ -1,8 +1,6 @@
 // genotyper.cpp - options and start of Genotyper.
 #include "algo/vcall/genotyper.h"
 
-#include <cerrno>
-#include <cstdlib>
 #include <stdexcept>
 #include <strings.h>
 
@@ -12,12 +10,9 @@
 
 namespace {
 
-// A whole number in [low, high].
-bool parseNumber(const char* text, long low, long high, uint32_t& value) {
-  char* rest;
-  errno = 0;
-  const long number = strtol(text, &rest, 10);
-  if (rest == text || *rest || errno != 0 || number < low || number > high) return false;
+bool parseNumber(const char* text, uint32_t low, uint32_t high, uint32_t& value) {
+  int64_t number;
+  if (!parseInteger(text, low, high, number)) return false;
   value = uint32_t(number);
   return true;
 }

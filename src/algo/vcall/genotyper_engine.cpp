@@ -145,10 +145,10 @@ BaseList Genotyper::Engine::givenAlternates(uint32_t position, uint8_t ref) cons
   const auto found = given_.snps.find(position);
   if (found == given_.snps.end()) return alts;
   for (const GivenAlleles::Record& record : found->second) {
-    if (SNPLookupTable::baseIndex(record.ref[0]) != ref) continue;
+    if (baseIndex(record.ref[0]) != ref) continue;
     for (const std::string& alt : record.alts) {
-      const uint8_t base = SNPLookupTable::baseIndex(alt[0]);
-      if (base != SNPLookupTable::kNoBase && base != ref) alts.add(base);
+      const uint8_t base = baseIndex(alt[0]);
+      if (base != kNoBase && base != ref) alts.add(base);
     }
   }
   return alts;
@@ -156,8 +156,8 @@ BaseList Genotyper::Engine::givenAlternates(uint32_t position, uint8_t ref) cons
 
 // Whether a record was written.
 bool Genotyper::Engine::calcSNP(uint32_t position) {
-  const uint8_t ref = SNPLookupTable::baseIndex(window_.at(position));
-  if (ref == SNPLookupTable::kNoBase) return false;
+  const uint8_t ref = baseIndex(window_.at(position));
+  if (ref == kNoBase) return false;
   BaseList alts;
   if (hasGiven() && (alts = givenAlternates(position, ref)).count == 0) return false;
   const bool all = emit_mode_ == VariantCallAlgo::kAll;

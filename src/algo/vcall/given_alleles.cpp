@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <unordered_set>
 
 #include "base/text.h"
 
@@ -49,15 +50,16 @@ void GivenAlleles::load(VCFCache& cache, uint32_t start, uint32_t end) {
     Record record;
     // The reference may have letters for several bases, which are written as N.
     if (!toUpper(line.column(VCFLine::kRef), "ABCDGHKMNRSTUVWY", record.ref)) continue;
+    std::unordered_set<std::string> taken;
     for (const std::string& word : split(line.column(VCFLine::kAlt), ',')) {
       std::string alt;
-      if (toUpper(word, "ACGTN", alt) && alt != record.ref &&
-          std::find(record.alts.begin(), record.alts.end(), alt) == record.alts.end())
+      if (toUpper(word, "ACGTN", alt) && alt != record.ref && taken.insert(alt).second)
         record.alts.push_back(std::move(alt));
     }
     if (record.alts.empty()) continue;
     cutCommonSuffix(record);
     auto& records = isSNP(record) ? snps : others;
-    records[static_cast<uint32_t>(line.pos)].push_back(std::move(record));
+    auto& here = records[static_cast<uint32_t>(line.pos)];
+    if (here.empty() || here.back() != record) here.push_back(std::move(record));
   }
 }

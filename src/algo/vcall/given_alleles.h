@@ -14,10 +14,13 @@
 struct GivenAlleles {
   struct Record {
     std::string ref;                // upper case, common suffix cut, at least one base
-    std::vector<std::string> alts;  // upper case; letters A, C, G, T, N only
+    std::vector<std::string> alts;  // upper case; letters A, C, G, T, N only; distinct
+
+    bool operator==(const Record&) const = default;
   };
-  std::map<uint32_t, std::vector<Record>> snps,
-      others;  // by position; SNPs: reference and all alternates of one base
+  // By position, in the order of the file; a record that repeats the one before it is left out. SNPs: the reference and
+  // all alternates are one base.
+  std::map<uint32_t, std::vector<Record>> snps, others;
 
   bool empty() const { return snps.empty() && others.empty(); }
   void clear();

@@ -6,6 +6,7 @@
 #include <tuple>
 
 #include "algo/vcall/read_window.h"
+#include "base/bases.h"
 
 namespace {
 
@@ -14,10 +15,6 @@ constexpr uint32_t kLeastCount = 5;   // of insertions or of deletions at a plac
 constexpr uint32_t kContigMargin = 80;
 constexpr size_t kClipFlank = 8;        // bases beyond an insertion that a clip must agree with
 constexpr size_t kMatchedAlleles = 32;  // insertions of a place that clips are matched against
-
-bool plainBases(std::string_view text) {
-  return text.find_first_not_of("ACGT") == std::string_view::npos;
-}
 
 // An I or D of one read, as far to the left as the reference allows. An allele with its reads.
 struct Indel {
@@ -136,10 +133,11 @@ class Discovery {
     }
   }
 
-  // Clips whose insertion may lie in the region; where the adapter was cut there is none.
+  // Clips whose insertion may lie in the region; where the adapter was cut there is none. One of no bases is none.
   void addClip(Read& read, ReadWindow span, uint32_t length, bool right) {
     const uint32_t border = right ? read.end : read.start;
-    if (border != (right ? span.end : span.start) || border <= start_ || length > uint32_t(read.length))
+    if (border != (right ? span.end : span.start) || border <= start_ || length == 0 ||
+        length > uint32_t(read.length))
       return;
     if (right ? span.start >= end_ : border > end_) return;
     clips_.push_back({border, right, right ? span.start : border - 1, &read, length});
@@ -221,7 +219,7 @@ class Discovery {
   }
 
   bool isPlain(const Indel& allele) const {
-    return plainBases(allele.inserted) && plainBases({window_.from(allele.anchor), allele.deleted + 1});
+    return allBases(allele.inserted) && allBases({window_.from(allele.anchor), allele.deleted + 1});
   }
 
   // The alternates behind the anchor base, over the longest deletion.

@@ -9,13 +9,6 @@
 
 namespace {
 
-constexpr std::array<uint8_t, 256> makeBaseIndex() {
-  std::array<uint8_t, 256> index{};
-  index.fill(SNPLookupTable::kNoBase);
-  for (uint8_t i = 0; i < 4; i++) index[uint8_t("ACGT"[i])] = i;
-  return index;
-}
-
 // Of a base of some quality: the probability to be read when it was sequenced, and when one other base was.
 struct ReadBase {
   double right, wrong;
@@ -27,8 +20,6 @@ ReadBase readBase(size_t quality) {
 }
 
 }  // namespace
-
-const std::array<uint8_t, 256> SNPLookupTable::kBaseIndex = makeBaseIndex();
 
 void SNPLookupTable::Free::operator()(double* block) const {
   std::free(block);

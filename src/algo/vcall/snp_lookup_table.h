@@ -15,10 +15,11 @@
 #include <memory>
 #include <vector>
 
+#include "base/bases.h"
+
 class SNPLookupTable {
  public:
   static constexpr double kPcrError = 1e-4;
-  static constexpr uint8_t kNoBase = 4;
   // Above this the rows of all qualities fill hundreds of megabytes.
   static constexpr uint32_t kMaxPloidy = 50;
 
@@ -33,10 +34,7 @@ class SNPLookupTable {
   uint8_t allelesOf(uint32_t genotype) const { return alleles_[genotype]; }
   uint32_t homozygous(uint8_t base) const { return homozygous_[base]; }
 
-  // Index in "ACGT", kNoBase for every other byte.
-  static uint8_t baseIndex(char base) { return kBaseIndex[static_cast<uint8_t>(base)]; }
-
-  // `base` may be kNoBase. Null for a base that is not counted: that one, and qualities below minQual.
+  // `base` is a baseIndex(), and may be kNoBase. Null for a base that is not counted: that one, and qualities below minQual.
   const double* row(uint8_t quality, uint8_t base) const { return rows_[quality * kRowsPerQuality + base]; }
   // Bases are below kNoBase. At quality 0 a read gives no observation.
   const double* pairRow(uint8_t quality1, uint8_t quality2, uint8_t base1, uint8_t base2) const {
@@ -47,7 +45,6 @@ class SNPLookupTable {
 
  private:
   static constexpr size_t kQualities = 256, kRowsPerQuality = 8, kPairStride = 10;
-  static const std::array<uint8_t, 256> kBaseIndex;
 
   struct Free {
     void operator()(double* block) const;

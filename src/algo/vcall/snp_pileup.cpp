@@ -134,17 +134,17 @@ void SNPPileup::addBases(Read& read, uint32_t position, int32_t offset, uint32_t
   double* cell = sums + size_t(position - start_) * stride;
   if (stride == kDiploidStride) {
     for (uint32_t i = 0; i < count; ++i, cell += kDiploidStride)
-      if (const double* row = table_.row(std::min(quals[i], cap), SNPLookupTable::baseIndex(bases[i])))
+      if (const double* row = table_.row(std::min(quals[i], cap), baseIndex(bases[i])))
         addDiploidRow(cell, row);
   } else {
     for (uint32_t i = 0; i < count; ++i, cell += stride)
-      if (const double* row = table_.row(std::min(quals[i], cap), SNPLookupTable::baseIndex(bases[i])))
+      if (const double* row = table_.row(std::min(quals[i], cap), baseIndex(bases[i])))
         addRow(cell, row, stride);
   }
 }
 
 const double* SNPPileup::rowOf(const Read& read, int32_t offset) const {
-  return table_.row(std::min(read.quals[offset], read.mapq), SNPLookupTable::baseIndex(read.bases[offset]));
+  return table_.row(std::min(read.quals[offset], read.mapq), baseIndex(read.bases[offset]));
 }
 
 // Where one of them has no base that is a letter, the other counts alone.
@@ -167,15 +167,15 @@ void SNPPileup::addPair(Read& earlier, Read& later, Span overlap, double* sums) 
     uint8_t base[2], qual[2];
     for (int r = 0; r < 2; ++r) {
       const int32_t offset = offsets[r][i];
-      base[r] = offset < 0 ? SNPLookupTable::kNoBase : SNPLookupTable::baseIndex(reads[r]->bases[offset]);
+      base[r] = offset < 0 ? kNoBase : baseIndex(reads[r]->bases[offset]);
       qual[r] = offset < 0 ? 0 : table_.pairQuality(std::min(reads[r]->quals[offset], reads[r]->mapq));
     }
     const double* row = nullptr;
-    if (base[0] != SNPLookupTable::kNoBase && base[1] != SNPLookupTable::kNoBase)
+    if (base[0] != kNoBase && base[1] != kNoBase)
       row = table_.pairRow(qual[0], qual[1], base[0], base[1]);
     else
       for (int r = 0; r < 2; ++r)
-        if (base[r] != SNPLookupTable::kNoBase) row = rowOf(*reads[r], offsets[r][i]);
+        if (base[r] != kNoBase) row = rowOf(*reads[r], offsets[r][i]);
     if (row) addDiploidRow(cell, row);
   }
 }

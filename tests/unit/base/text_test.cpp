@@ -49,6 +49,17 @@ TEST(Text, NumbersAboveTheLimitShowThemselves) {
   }
 }
 
+TEST(Text, IntegersInARange) {
+  int64_t value = 7;
+  for (const char* bad : {"", "-", "+1", " 1", "1 ", "1x", "0x1", "-6", "6", "9223372036854775808"})
+    EXPECT_FALSE(parseInteger(bad, -5, 5, value)) << bad;
+  EXPECT_EQ(value, 7);
+  EXPECT_TRUE(parseInteger("-5", -5, 5, value));
+  EXPECT_EQ(value, -5);
+  EXPECT_TRUE(parseInteger("9223372036854775807", 0, INT64_MAX, value));
+  EXPECT_EQ(value, INT64_MAX);
+}
+
 TEST(Text, NumbersAgreeWithTheLibrary) {
   std::mt19937_64 random(5);
   for (int i = 0; i < 20000; ++i) {

@@ -4,6 +4,7 @@
 #include <span>
 
 #include "algo/vcall/model/site_context.h"
+#include "base/bases.h"
 
 inline bool isKept(const Allele& alternate) {
   return alternate.length > 0;
@@ -43,7 +44,7 @@ inline std::span<const SiteRead> coveringReads(const SiteContext& context) {
 }
 inline bool covers(const SiteRead& read, const SiteContext& context) {
   if (context.pileup.empty() && context.hasRows()) return read.allele >= 0;
-  return read.base == 'A' || read.base == 'C' || read.base == 'G' || read.base == 'T';
+  return isBase(read.base);
 }
 
 // A sample that has a genotype.

@@ -22,10 +22,13 @@ std::vector<double> log10AllelePriors(double heterozygosity, int numChr) {
 
 const std::vector<double>& AllelePriors::getPriors(int numChr, bool isSNP) {
   auto& cache = isSNP ? snp_ : indel_;
-  auto found = cache.find(numChr);
-  if (found == cache.end())
-    found =
-        cache.emplace(numChr, log10AllelePriors(isSNP ? kSNPHeterozygosity : kIndelHeterozygosity, numChr))
-            .first;
-  return found->second;
+  if (const auto found = cache.find(numChr); found != cache.end()) return found->second;
+  if (cached_ >= kMaxCached) {
+    snp_.clear();
+    indel_.clear();
+    cached_ = 0;
+  }
+  cached_ += size_t(numChr) + 1;
+  const double heterozygosity = isSNP ? kSNPHeterozygosity : kIndelHeterozygosity;
+  return cache.emplace(numChr, log10AllelePriors(heterozygosity, numChr)).first->second;
 }

@@ -3,6 +3,7 @@
 // Source   the neutral site frequency spectrum, theta / i for i copies.
 #pragma once
 
+#include <cstddef>
 #include <unordered_map>
 #include <vector>
 
@@ -14,9 +15,13 @@ class AllelePriors {
  public:
   static constexpr double kSNPHeterozygosity = 0.001, kIndelHeterozygosity = 0.000125;
 
-  // log10AllelePriors(); the reference stays valid.
+  // log10AllelePriors(); the reference is valid until the next call. The cache is emptied at kMaxCached values: of a
+  // large cohort each site may have another number of chromosomes.
   const std::vector<double>& getPriors(int numChr, bool isSNP);
 
  private:
+  static constexpr size_t kMaxCached = size_t(1) << 22;
+
   std::unordered_map<int, std::vector<double>> snp_, indel_;
+  size_t cached_ = 0;  // values in both
 };

@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "algo/vcall/model/genotype_index.h"
+#include "base/bases.h"
 
 namespace {
 constexpr size_t kMaxWrittenGenotypes = 100;
@@ -30,28 +31,13 @@ struct KeptAlleles {
   size_t alts() const { return kept.size() - 1; }
 };
 
-int baseIndex(char base) {
-  switch (base) {
-    case 'A':
-      return 0;
-    case 'C':
-      return 1;
-    case 'G':
-      return 2;
-    case 'T':
-      return 3;
-    default:
-      return -1;
-  }
-}
-
 // The allele that a base stands for: that of the reference and of alternates that replace one base.
 std::array<int32_t, 4> alleleOfBase(const Site& site) {
   std::array<int32_t, 4> table;
   table.fill(-1);
   auto put = [&table](char base, int32_t allele) {
-    int b = baseIndex(char(toupper(static_cast<unsigned char>(base))));
-    if (b >= 0 && table[size_t(b)] < 0) table[size_t(b)] = allele;
+    const uint8_t b = baseIndex(char(toupper(static_cast<unsigned char>(base))));
+    if (b != kNoBase && table[b] < 0) table[b] = allele;
   };
   if (site.ref.length > 0) put(*site.ref.bases, 0);
   for (size_t i = 0; i < site.alts.size(); ++i) {
@@ -177,7 +163,7 @@ void countReads(const Site& site, std::span<const SiteRead> rows, std::span<cons
   for (const SiteRead& r : site.rows ? rows : pileup)
     if (r.allele >= 0 && size_t(r.sample) < calls.size()) ++calls[size_t(r.sample)].adDepth[size_t(r.allele)];
   for (const SiteRead& r : pileup)
-    if (baseIndex(r.base) >= 0 && size_t(r.sample) < calls.size()) ++calls[size_t(r.sample)].depth;
+    if (isBase(r.base) && size_t(r.sample) < calls.size()) ++calls[size_t(r.sample)].depth;
   // A read without a base at the position, or beyond it, may still tell the alleles apart: it counts, too.
   for (GenotypeCall& call : calls) {
     int32_t informative = 0;
@@ -194,8 +180,7 @@ void collectPileup(const Site& site, std::span<const int32_t> sampleOf, std::vec
   for (Read* read : *site.pileup) {
     const size_t group = size_t(read->read_group);
     SiteRead r = siteRead(read, group < sampleOf.size() ? sampleOf[group] : -1, site.position);
-    const int base = baseIndex(r.base);
-    if (base >= 0) r.allele = alleles[size_t(base)];
+    if (isBase(r.base)) r.allele = alleles[baseIndex(r.base)];
     reads.push_back(r);
   }
 }

@@ -35,6 +35,7 @@ TEST(GivenAlleles, WhatIsTaken) {
   add(14, "CAGAG", "CAG,TAGAG");        // common suffix
   add(15, "TTT", "TT", "PASS");
   add(15, "CAT", "GAT");  // a SNP in the end
+  add(15, "C", "G");      // the same again
   add(16, "AC", "GT");
   add(17, "R1", "C");
   add(18, "M", "C");

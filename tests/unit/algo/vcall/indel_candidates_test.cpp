@@ -154,6 +154,10 @@ TEST_F(IndelCandidatesTest, ClipsCountForTheInsertionsTheyFit) {
             }),
             1u);
   EXPECT_THAT(find()[149], ElementsAre("C", "CCAGTG"));
+  EXPECT_EQ(with([&] {
+              for (int i = 0; i < 9; ++i) left(""), add(130, "20M0S", contig.substr(130, 20));
+            }),
+            0u);
 }
 
 // Reads that carry some of a few indels of one reference, each put at any of its places.

@@ -51,7 +51,7 @@ TEST(SNPLookupTable, WhatIsNotCounted) {
   EXPECT_EQ(table.row(16, 0), nullptr);
   EXPECT_NE(table.row(17, 0), nullptr);
   for (char letter : {'N', 'a', '=', 'R', '\0'})
-    EXPECT_EQ(table.row(40, SNPLookupTable::baseIndex(letter)), nullptr) << letter;
+    EXPECT_EQ(table.row(40, baseIndex(letter)), nullptr) << letter;
   for (int g = 0; g < 10; ++g) EXPECT_EQ(table.pairRow(0, 0, 1, 2)[g], 0);
   EXPECT_EQ(SNPLookupTable(0, 17, false).stride(), 2u);
 }

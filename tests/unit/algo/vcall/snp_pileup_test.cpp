@@ -110,7 +110,7 @@ TEST(SNPPileup, IsTheSumOverReadsAndPairs) {
           fragments[reads.all[i]->name + (alone ? "/" + std::to_string(i) : "")].push_back(base);
       }
       for (const auto& [name, bases] : fragments) {
-        const auto index = [&](size_t i) { return SNPLookupTable::baseIndex(bases[i].base); };
+        const auto index = [&](size_t i) { return baseIndex(bases[i].base); };
         const double* row = bases.size() == 1
                                 ? table.row(bases[0].qual, index(0))
                                 : table.pairRow(bases[0].qual, bases[1].qual, index(0), index(1));

@@ -49,11 +49,5 @@ TEST(GenotypeIndex, Limits) {
   EXPECT_EQ(GenotypeIndex::count(0, 3), 1u);
   EXPECT_EQ(GenotypeIndex::count(4000000000u, 2), 2147483647u);
   EXPECT_EQ(GenotypeIndex::count(100, 100), 2147483647u);
-  GenotypeIndex g(2, 3);
-  EXPECT_DEATH(g.set(0, -1), "c >= 0");
-  GenotypeIndex large(100, 100);
-  large.set(0, 0);
-  large.set(99, 100);
-  EXPECT_DEATH(large.recalc(), "index >= 0");
 }
 }  // namespace
