@@ -83,6 +83,7 @@ TEST_F(IndelCallerTest, ReadsWithoutAGapSpeakForTheirAllele) {
   add(1100, "201M30D173M", ref(1100, 1200) + left + right);
   for (uint32_t i = 0; i < 3; ++i) plain(1245 + 10 * i);
   plain(1302);  // begins too late
+  add(1290, "5I20M999I20M5I", std::string(1049, 'A'));
   IndelCaller caller(2, 17, 3);
   ASSERT_TRUE(prepare(caller, {ref(1300, 1331), {"G"}}));
   ASSERT_EQ(site.rows->reads.size(), 7u);
