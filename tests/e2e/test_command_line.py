@@ -36,6 +36,7 @@ def usage(driver):
         "  AlignmentStat\n"
         "  Dedup\n"
         "  Genotyper\n"
+        "  Haplotyper\n"
         "  LocusCollector\n"
         "  QualCal\n"
         "  ReadWriter\n"

@@ -16,9 +16,9 @@ class Haplotyper final : public VariantCallAlgo {
 
   struct Param : AssemblyParam {
     uint32_t ploidy = 2;
-    int maxAltAlleles = 0;  // 0: by the ploidy
+    int maxAltAlleles = 0;  // 0 stands for what init() derives from the ploidy
     int pcrModel = PairHMM::kConservative;
-    int phasing = -1;  // -1: by mode and ploidy
+    int phasing = -1;  // -1: by mode and ploidy, settled by the constructor
     int phmmChunkSize = 12800;
     std::string phmmParam;
   };
@@ -34,6 +34,17 @@ class Haplotyper final : public VariantCallAlgo {
 
  private:
   void addOptions(OptionParser& parser);
+  void addAssemblyOptions(OptionParser& parser);
+  void addFeatureOptions(OptionParser& parser);
+  // Bind an option whose value must lie in [low, high].
+  template <typename Integer>
+  void addRanged(OptionParser& parser, const char* option, const char* help, int64_t low, int64_t high,
+                 Integer& field);
+  void addCheckedInteger(OptionParser& parser, const char* option, int64_t low, int64_t high);
+  void addCheckedRatio(OptionParser& parser, const char* option);
+  void parseKmerSizes(const char* text);
+  void settlePhasing();
+  void setUpLikelihoods();
   std::string usage() const;
 
   Param param_;

@@ -139,17 +139,18 @@ class VariantCallAlgo::Engine : public Algo::Engine {
   int32_t sampleOf(const Read& read) const { return vcall().sample_of_group_[size_t(read.read_group)]; }
   bool hasGiven() const { return given_cache_ != nullptr; }
 
+  // The two halves of emitVariant(). A record that waits between them needs its bases kept, for it does not own them.
+  void makeRecord(const Site& site, double qual, VariantContext& record);
+  void writeRecord(const VariantContext& record);
+
   double call_conf_, emit_conf_;
   int emit_mode_;
   AlleleCountResult model_;
   std::unique_ptr<VCFCache> given_cache_;  // null without a given file
 
  private:
-  // A record is made, then written: one that waits between needs its bases kept, for it does not own them.
-  void makeRecord(const Site& site, double qual, VariantContext& record);
   void setAlleles(const Site& site, VariantContext& record) const;
   void setId(VariantContext& record);
-  void writeRecord(const VariantContext& record);
   template <typename Work>
   void writeTemp(Work work);
 
