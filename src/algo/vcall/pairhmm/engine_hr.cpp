@@ -14,6 +14,7 @@ void EngineHR<T>::setPosition(int length, int pos, int baseQual, int insQual, in
   const auto& tables = phredTables<T>();
   if (pos == 0) {
     this->newRead();
+    endless_gap_ = false;
     // Vector kernels go on to the end of their last block of up to 16 rows.
     for (size_t i = static_cast<size_t>(length) + 1, end = i + 16; i <= end; ++i) {
       mm_[i] = xm_[i] = my_[i] = yy_[i] = match_emission_[i] = mismatch_[i] = 0;
@@ -21,6 +22,7 @@ void EngineHR<T>::setPosition(int length, int pos, int baseQual, int insQual, in
     }
   }
   const size_t i = static_cast<size_t>(pos) + 1;
+  if (pos > 0 && uint8_t(gcp) == 0) endless_gap_ = true;
   mm_[i] = tables.stayMatched(uint8_t(insQual), uint8_t(delQual));
   xm_[i] = 1 - tables.pow10Neg[uint8_t(gcp)];
   mx_[i] = tables.pow10Neg[uint8_t(insQual)];

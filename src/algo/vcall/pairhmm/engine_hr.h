@@ -13,4 +13,5 @@ class EngineHR : public HalfTables<T> {
  protected:
   // By row; read position p is row p + 1, and row R + 1 and those behind it are the made-up ones.
   AlignedBuffer<T> mm_, xm_, mx_, xx_, my_, yy_, match_emission_, mismatch_;
+  bool endless_gap_ = false;  // a position of the read has a gcp of 0, so an xm of 0
 };

@@ -67,6 +67,10 @@ std::unique_ptr<PairHMM::Engine> makeEngine(std::string_view name) {
   return nullptr;
 }
 
+void PairHMM::checkEngine() {
+  makeThreadEngines();
+}
+
 const ThreadEngines& threadEngines() {
   thread_local const ThreadEngines engines = makeThreadEngines();
   return engines;

@@ -23,14 +23,32 @@ T baseCode(uint8_t base) {
 
 }  // namespace
 
+// The kernels weigh X(i, j) and Y(i, j) by xm[i+1], so that they go to M with a factor of 1. What comes in, mx and my, is
+// multiplied by the weight, and xx by that of its row over that of the row above. The backward table is divided by the
+// weights, which comes to the same factors. Row R and below, from where nothing goes to M, have weight 1.
+template <typename T>
+void EngineHRVector<T>::foldGapClosing(int R) {
+  for (auto* folded : {&folded_mx_, &folded_xx_, &folded_my_}) folded->reserve(this->rows_ + 1);
+  T above = this->xm_[1];
+  for (size_t i = 1, end = size_t(R) + 16; i <= end; ++i) {
+    const T weight = i < size_t(R) ? this->xm_[i + 1] : T(1);
+    folded_mx_[i] = this->mx_[i] * weight;
+    folded_my_[i] = this->my_[i] * weight;
+    folded_xx_[i] = i > 1 ? this->xx_[i] * (weight / above) : T(0);
+    above = weight;
+  }
+}
+
 template <typename T>
 double EngineHRVector<T>::score(int readLen, const uint8_t* read, int hapLen, const uint8_t* hap,
                                 bool debug) {
+  if (this->endless_gap_) return EngineHR<T>::score(readLen, read, hapLen, hap, debug);
   const int R = readLen;
   const auto columns = this->nextHaplotype(hap, hapLen);
   const auto stripe = static_cast<size_t>(kernel_.stripe);
   const size_t half = stripe / 2, slots = this->slots_, stripes = (size_t(R) + stripe - 1) / stripe;
   if (this->fresh_) {
+    foldGapClosing(R);
     read_codes_.reserve(this->rows_ + 1);
     hap_codes_.reserve(2 * slots);
     for (int i = 1; i <= R; ++i) read_codes_[size_t(i)] = baseCode<T>(read[i - 1]);
@@ -54,9 +72,9 @@ double EngineHRVector<T>::score(int readLen, const uint8_t* read, int hapLen, co
   task.slots = slots;
   task.line = this->line_.data() + this->kPad * half;
   task.rows = R;
-  task.mm = this->mm_.data(), task.xm = this->xm_.data();
-  task.mx = this->mx_.data(), task.xx = this->xx_.data();
-  task.my = this->my_.data(), task.yy = this->yy_.data();
+  task.mm = this->mm_.data(), task.yy = this->yy_.data();
+  task.mx = folded_mx_.data(), task.xx = folded_xx_.data(), task.my = folded_my_.data();
+  task.xm = nullptr;
   task.match_emission = this->match_emission_.data(), task.mismatch = this->mismatch_.data();
   task.row_numbers = nullptr;
   task.read = read_codes_.data(), task.hap = nullptr;

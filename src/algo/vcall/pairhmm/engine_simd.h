@@ -14,8 +14,11 @@ class EngineHRVector : public EngineHR<T> {
   explicit EngineHRVector(const StripedKernel<T>& kernel) : kernel_(kernel) {}
 
  private:
+  void foldGapClosing(int R);
+
   const StripedKernel<T>& kernel_;
   AlignedBuffer<T> read_codes_, hap_codes_;
+  AlignedBuffer<T> folded_mx_, folded_xx_, folded_my_;
 };
 
 template <typename T>

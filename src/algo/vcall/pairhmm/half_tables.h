@@ -110,14 +110,15 @@ class HalfTables : public PairHMM::Engine {
     }
     const double enter_right = static_cast<double>(start()) * enter;
     const size_t f = forwardSlot(c.cut), b = backwardSlot(c.cut + 1, c.length);
-    double crossing = enter_right * started_[right];
+    double matches = 0, gaps = 0;
     for (int i = 1; i < R; ++i) {
-      crossing += static_cast<double>(match_[cell(i, f)]) * match_[cell(i + 1, b)];
-      crossing += static_cast<double>(gap_[cell(i, f)]) * gap_[cell(i, b)];
+      matches += static_cast<double>(match_[cell(i, f)]) * match_[cell(i + 1, b)];
+      gaps += static_cast<double>(gap_[cell(i, f)]) * gap_[cell(i, b)];
     }
-    const double total = ended_[c.cut] + crossing / kInitialScale;
+    const double total = ended_[c.cut] + (enter_right * started_[right] + matches + gaps) / kInitialScale;
     if (debug) trace(c, R, enter, cell, emission, total);
-    return std::log10(total / c.length * max_hap_) - std::log10(static_cast<double>(kInitialScale));
+    static const double log10_scale = std::log10(static_cast<double>(kInitialScale));
+    return std::log10(total / c.length * max_hap_) - log10_scale;
   }
 
   int max_hap_ = 0;

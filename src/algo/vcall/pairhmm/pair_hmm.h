@@ -24,6 +24,10 @@ class PairHMM {
   // A debugIndex that traces nothing.
   static constexpr int kNoTrace = INT32_MAX;
 
+  // Throws std::runtime_error when the variable `phmm` names an engine that is unknown or that the processor cannot run:
+  // for the time before threads start, whose first call would throw the same.
+  static void checkEngine();
+
   explicit PairHMM(std::unique_ptr<Model> model);  // of models.h
   ~PairHMM();
 

@@ -15,7 +15,8 @@ struct KernelTask {
   int rows;  // of the read
   int first, last;
   T border;  // forward toMatch(0, j), backward bX(R+1, j)
-  // By row, from 1 on: for striped kernels to the end of the last stripe, with made-up rows; null for row kernels, which
+  // By row, from 1 on: for striped kernels to the end of the last stripe, with made-up rows, and with xm (null) worked
+  // into mx, xx and my so that X and Y go to M with a factor of 1; all null for row kernels, which
   // take the same numbers, in this order, from row_numbers[8 * row].
   const T *mm, *xm, *mx, *xx, *my, *yy, *match_emission, *mismatch;
   const T* row_numbers;

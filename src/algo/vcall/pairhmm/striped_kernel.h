@@ -46,11 +46,11 @@ struct Striped {
   static Stripe fromRow(int row) { return {V::fromLane((row + 1) / 2), V::fromLane(row / 2)}; }
 
   struct Rows {
-    Stripe mm, xm, mx, xx, my, yy, mismatch, difference, read;
+    Stripe mm, mx, xx, my, yy, mismatch, difference, read;
 
     Rows(const KernelTask<T>& task, int above) {  // `above` is the row before the stripe's first
-      mm = loadRows(task.mm + above + 2), xm = loadRows(task.xm + above + 2);
-      mx = loadRows(task.mx + above + 2), xx = loadRows(task.xx + above + 2);
+      mm = loadRows(task.mm + above + 2), mx = loadRows(task.mx + above + 2);
+      xx = loadRows(task.xx + above + 2);
       my = loadRows(task.my + above + 1), yy = loadRows(task.yy + above + 1);
       mismatch = loadRows(task.mismatch + above + 1);
       const Stripe match = loadRows(task.match_emission + above + 1);
@@ -90,7 +90,7 @@ struct Striped {
         Stripe to_match, to_gap, down;
         FOR_LANES {
           const Reg M = V::mul(diagonal.r[w], rows.emission(hap[w], w));
-          to_match.r[w] = V::add(V::mul(M, rows.mm.r[w]), V::mul(V::add(X.r[w], Y.r[w]), rows.xm.r[w]));
+          to_match.r[w] = V::add(V::mul(M, rows.mm.r[w]), V::add(X.r[w], Y.r[w]));
           to_gap.r[w] = V::add(V::mul(M, rows.my.r[w]), V::mul(Y.r[w], rows.yy.r[w]));
           down.r[w] = V::add(V::mul(M, rows.mx.r[w]), V::mul(X.r[w], rows.xx.r[w]));
         }
@@ -144,11 +144,10 @@ struct Striped {
       auto advance = [&](int64_t slot, auto keep) __attribute__((always_inline)) {
         Stripe in_match, in_gap, up;
         FOR_LANES {
-          const Reg entered = V::mul(rows.xm.r[w], diagonal.r[w]);
           const Reg gaps = V::add(V::mul(rows.mx.r[w], X.r[w]), V::mul(rows.my.r[w], Y.r[w]));
           in_match.r[w] = V::mul(rows.emission(hap[w], w), V::add(V::mul(rows.mm.r[w], diagonal.r[w]), gaps));
-          in_gap.r[w] = V::add(entered, V::mul(rows.yy.r[w], Y.r[w]));
-          up.r[w] = V::add(entered, V::mul(rows.xx.r[w], X.r[w]));
+          in_gap.r[w] = V::add(diagonal.r[w], V::mul(rows.yy.r[w], Y.r[w]));
+          up.r[w] = V::add(diagonal.r[w], V::mul(rows.xx.r[w], X.r[w]));
         }
         keep(slot, in_match, in_gap);
         store(match + slot * kStripe, in_match);

@@ -1,5 +1,6 @@
 #include "algo/vcall/pairhmm/pair_hmm.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <gmock/gmock.h>
@@ -133,6 +134,53 @@ TEST(PairHMM, RescuesInDouble) {
     withEngine(name, [&] { row = likelihoods(indelHmm(), fixture, alleles); });
     EXPECT_NEAR(row[0], expected[0], 1e-6) << name;
     EXPECT_NEAR(row[1], expected[1], 1e-3) << name;
+  }
+}
+
+// Rows taken by many threads in random order, between matrices of other sizes: each as on a fresh thread.
+TEST(PairHMM, RowsDoNotDependOnTheThread) {
+  std::mt19937 random(23);
+  struct Matrix {
+    std::vector<std::unique_ptr<Fixture>> reads;
+    std::vector<std::string> haps;
+    std::vector<ReadClip> clips;
+    std::vector<Allele> alleles;
+    std::vector<double> rows, expected;
+  };
+  std::vector<Matrix> matrices(6);
+  std::vector<std::pair<Matrix*, unsigned>> jobs;
+  const PairHMM hmm = indelHmm();
+  for (Matrix& m : matrices) {
+    std::string hap(20 + random() % 400, 0);
+    for (char& c : hap) c = "ACGT"[random() % 4];
+    for (size_t a = 0; a < 4; ++a) m.haps.push_back(hap), hap.erase(random() % (hap.size() - 4), a + 1);
+    for (const auto& bases : m.haps) m.alleles.push_back(allele(bases));
+    for (unsigned r = 0; r < 8; ++r) {
+      std::string read = m.haps[0].substr(0, 1 + random() % (m.haps[0].size() - 1));
+      for (size_t k = r % 2 * 40; k > 0; --k) read[random() % read.size()] = "ACGTN"[random() % 5];
+      m.reads.push_back(std::make_unique<Fixture>(read));
+      m.clips.push_back(m.reads.back()->clip);
+      jobs.emplace_back(&m, r);
+    }
+    m.rows.resize(32), m.expected.resize(32);
+    for (unsigned r = 0; r < 8; ++r)
+      std::thread([&] { hmm.calcLikelihood(m.clips, m.alleles, m.expected.data(), r, r + 1); }).join();
+  }
+  for (int round = 0; round < 5; ++round) {
+    std::shuffle(jobs.begin(), jobs.end(), random);
+    std::vector<std::thread> threads;
+    for (size_t t = 0; t < 4; ++t)
+      threads.emplace_back([&, t] {
+        for (size_t k = t; k < jobs.size(); k += 4) {
+          auto [m, r] = jobs[k];
+          hmm.calcLikelihood(m->clips, m->alleles, m->rows.data(), r, r + 1);
+        }
+      });
+    for (auto& thread : threads) thread.join();
+    for (Matrix& m : matrices) {
+      EXPECT_EQ(m.rows, m.expected);
+      std::fill(m.rows.begin(), m.rows.end(), 0);
+    }
   }
 }
 
