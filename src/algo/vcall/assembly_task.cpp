@@ -1,9 +1,11 @@
 #include "algo/vcall/assembly_task.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <numeric>
+#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -37,6 +39,22 @@ bool before(const ReadClip& a, const ReadClip& b) {
 
 bool isBase(char letter) {
   return letter == 'A' || letter == 'C' || letter == 'G' || letter == 'T';
+}
+
+constexpr uint16_t kStrandBits = FLAG_REVERSE | FLAG_MATE_REVERSE;
+
+// The soft-clipped bases in front and behind.
+std::pair<int64_t, int64_t> softClips(const Read& read) {
+  std::pair<int64_t, int64_t> clips{0, 0};
+  bool body = false;
+  for (uint32_t i = 0; i < read.n_cigar; ++i) {
+    const uint32_t word = read.cigarWord(i);
+    if (cigarOp(word) == CIGAR_S)
+      (body ? clips.second : clips.first) += cigarLength(word);
+    else
+      body = body || cigarOp(word) != CIGAR_H;
+  }
+  return clips;
 }
 
 std::unique_ptr<Haplotype> makeReference(const AssemblyTask& task) {
@@ -146,6 +164,18 @@ size_t RegionAssembler::readLimit(const AssemblyTask& task, int depth) const {
   return size_t(std::ceil(depth * length / std::max(param_.resampleReadLen, 1)));
 }
 
+bool RegionAssembler::clipOne(Read& read, ActiveRegion interval, bool trim, ReadClip& clip) const {
+  if (trim) {
+    interval.start = std::max(interval.start, read.start);
+    interval.end = std::min(interval.end, read.end);
+  }
+  const int32_t sample = clip.sample;
+  const bool left = clipRead(read, adapterFreeWindow(read), interval.start, interval.end, clip) &&
+                    clip.length() >= kMinReadBases;
+  clip.sample = sample;
+  return left;
+}
+
 void RegionAssembler::clipReads(const std::vector<Read*>& reads, ActiveRegion interval,
                                 std::vector<ReadClip>& clips) const {
   clips.clear();
@@ -153,17 +183,35 @@ void RegionAssembler::clipReads(const std::vector<Read*>& reads, ActiveRegion in
     if (read->mapq < param_.minMapQual) continue;
     const auto group = size_t(read->read_group);
     if (group >= sample_of_group_.size() || sample_of_group_[group] < 0) continue;
-    ActiveRegion span = interval;
-    if (param_.trimSoftClip != 0) {
-      span.start = std::max(span.start, read->start);
-      span.end = std::min(span.end, read->end);
-    }
     ReadClip clip;
-    if (!clipRead(*read, adapterFreeWindow(*read), span.start, span.end, clip)) continue;
-    if (clip.length() < kMinReadBases) continue;
     clip.sample = sample_of_group_[group];
-    clips.push_back(clip);
+    if (clipOne(*read, interval, param_.trimSoftClip != 0, clip)) clips.push_back(clip);
   }
+  std::stable_sort(clips.begin(), clips.end(), before);
+  if (param_.trimSoftClip == 0) trimCopies(interval, clips);
+}
+
+// Copies of one fragment that are clipped alike say one thing, and it is seldom true: what a fragment was ligated or
+// copied wrongly to. The first of them keeps its clip.
+void RegionAssembler::trimCopies(ActiveRegion interval, std::vector<ReadClip>& clips) const {
+  using Copy = std::array<int64_t, 8>;
+  std::set<Copy> known;
+  bool trimmed = false;
+  for (ReadClip& clip : clips) {
+    const Read& read = *clip.read;
+    const bool is_paired = (read.flag & (FLAG_PAIRED | FLAG_MATE_UNMAPPED)) == FLAG_PAIRED;
+    const auto [front, back] = softClips(read);
+    if (!is_paired || front + back == 0) continue;
+    if (known
+            .insert({clip.sample, read.start, read.end, front, back, read.flag & kStrandBits, read.mate_start,
+                     read.tlen})
+            .second)
+      continue;
+    if (!clipOne(*clip.read, interval, true, clip)) clip.read = nullptr;
+    trimmed = true;
+  }
+  if (!trimmed) return;
+  std::erase_if(clips, [](const ReadClip& clip) { return !clip.read; });
   std::stable_sort(clips.begin(), clips.end(), before);
 }
 
