@@ -186,13 +186,13 @@ bool cutCigar(const Read& read, int64_t base, bool front, CigarElements& part, u
     const uint32_t word = read.cigarWord(i), length = cigarLength(word);
     if (cigarOp(word) > CIGAR_X) return false;
     const CigarOperator& op = kCigarOperators[cigarOp(word)];
-    const bool cut = offset < base;  // some of the element lies in front
+    const bool cut = offset < base || (offset == 0 && cigarOp(word) == CIGAR_H);  // some of it lies in front
     const uint32_t before = !cut              ? 0
                             : op.consumesRead ? uint32_t(std::min<int64_t>(length, base - offset))
                                               : length;
     appendElement(part, front ? before : length - before, op);
     if (op.consumesReference) position += before;
-    if (op.consumesRead) offset += before;
+    if (op.consumesRead) offset += length;
   }
   return true;
 }
