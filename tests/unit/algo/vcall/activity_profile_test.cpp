@@ -135,7 +135,8 @@ Reads randomReads(std::mt19937& rng, const std::string& reference, int fragments
                                 "20S20M60D20M1N5M6D"};
   std::vector<std::pair<int, ReadBuilder>> made;
   for (int fragment = 0; fragment < fragments; ++fragment) {
-    const int start = int(rng() % 300), distance = int(rng() % 90), tlen = distance + int(rng() % 70);
+    const int start = 20 + int(rng() % 300), distance = int(rng() % 90) - 20;
+    const int tlen = std::max(distance + int(rng() % 70), 1);
     for (int end = 0; end < 2; ++end) {
       const int own = end ? start + distance : start, other = end ? start : start + distance;
       const Cigar cigar = parseCigar(cigars[rng() % 4 ? 0 : rng() % std::size(cigars)]);
