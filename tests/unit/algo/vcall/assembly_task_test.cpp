@@ -119,8 +119,8 @@ TEST(RegionAssembler, FindsPlantedVariants) {
   for (const ReadClip& clip : region.task.reads) EXPECT_LE(clip.length(), 41);
 
   EXPECT_EQ(planted(region.with(201, 2, "")), (Texts{"", "200ATG>A "}));
-  EXPECT_EQ(region.task.trimmedInterval.start, kStart + 50);
-  EXPECT_EQ(region.task.trimmedInterval.end, kStart + 353);
+  EXPECT_EQ(region.task.trimmedInterval.start, kStart + 75);
+  EXPECT_EQ(region.task.trimmedInterval.end, kStart + 325);
   EXPECT_EQ(planted(region.with(201, 0, "GGACC")), (Texts{"", "200A>AGGACC "}));
 
   std::string several = region.with(240, 4, "");
