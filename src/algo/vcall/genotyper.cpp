@@ -5,6 +5,7 @@
 #include <strings.h>
 
 #include "algo/vcall/genotyper_engine.h"
+#include "algo/vcall/pairhmm/pair_hmm.h"
 #include "base/text.h"
 #include "base/timer.h"
 
@@ -41,6 +42,7 @@ Genotyper::Genotyper(DriverContext* context, int count, const char* const args[]
   if (parser.parse(count, args, positional) != OptionParser::kOk)
     throw std::invalid_argument(name + ": unknown option");
   settle(positional, false);
+  if (!merge_ && param_.callsIndels()) PairHMM::checkEngine();
 }
 
 void Genotyper::addOptions(OptionParser& parser) {

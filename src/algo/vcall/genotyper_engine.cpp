@@ -99,7 +99,6 @@ void Genotyper::Engine::fetchReads(uint32_t start, uint32_t end) {
   TimerScope scope(reads_timer);
   reads_.clear();
   context->reads->fetch(start, callsIndels() ? end + 1 : end, kExcluded | read_flags, reads_);
-  std::erase_if(reads_, [](const Read* read) { return read->read_group < 0; });
 }
 
 void Genotyper::Engine::findIndels(uint32_t start, uint32_t end) {

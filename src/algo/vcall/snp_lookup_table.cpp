@@ -1,5 +1,6 @@
 #include "algo/vcall/snp_lookup_table.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <new>
@@ -55,12 +56,13 @@ void SNPLookupTable::listGenotypes() {
   stride_ = ploidy_ == 0 ? 2 : (genotypes() + 1) & ~1u;
 }
 
-// A genotype's value depends on its copies of the observed base alone.
+// A genotype's value depends on its copies of the observed base alone. Quality 0 has no row: the base would be known to
+// be wrong, and that is not what is meant by it.
 void SNPLookupTable::fillRows() {
   block_ = allocate(kQualities * 4 * stride_);
   std::vector<double> byCopies(ploidy_ + 1);
   const double copied = ploidy_ == 2 ? 1 - kPcrError : 1, miscopied = ploidy_ == 2 ? kPcrError / 3 : 0;
-  for (size_t quality = minQual_; quality < kQualities; quality++) {
+  for (size_t quality = std::max(minQual_, 1u); quality < kQualities; quality++) {
     const ReadBase read = readBase(quality);
     const double same = copied * read.right + 3 * miscopied * read.wrong;
     const double other = miscopied * read.right + (copied + 2 * miscopied) * read.wrong;

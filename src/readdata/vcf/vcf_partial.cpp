@@ -20,7 +20,7 @@ std::unique_ptr<GenomeIndex> VCFWriter::loadPartialIndex(const std::string& part
     index_->setContigs(loaded->contigs);
   }
   const GenomeIndex &own = *index_, &other = *loaded;
-  if (typeid(own) != typeid(other)) fail("Incompatible temp file format");
+  if (typeid(own) != typeid(other)) fail("Incompatible temp file format of " + partialPath);
   return loaded;
 }
 
@@ -30,7 +30,9 @@ std::unique_ptr<IOHandle> VCFWriter::openPartial(const std::string& partialPath)
   if (!handle) fail("failed to open file " + partialPath + ", " + reason);
   // A plain stream would read any bytes.
   const bool compressed = dynamic_cast<const BGZFHandle*>(stream_.get()) != nullptr;
-  if (compressed != BGZFHandle::is_bgzf(partialPath.c_str())) fail("Incompatible temp file format");
+  if (compressed != BGZFHandle::is_bgzf(partialPath.c_str()))
+    fail("Incompatible temp file format of " + partialPath +
+         (compressed ? ": not compressed" : ": compressed"));
   return handle;
 }
 
