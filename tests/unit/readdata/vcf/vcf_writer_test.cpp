@@ -178,7 +178,8 @@ TEST_P(VCFWriterTest, RefusesPartialFilesThatAreNoGood) {
   }
   VCFWriter other("W");
   other.open(folder_.path(compressed() ? "other.vcf" : "other.vcf.gz"));
-  EXPECT_EQ(failureOf([&] { other.merge(good); }), "W: Incompatible temp file format");
+  EXPECT_EQ(failureOf([&] { other.merge(good); }).substr(0, 36 + good.size()),
+            "W: Incompatible temp file format of " + good);
 }
 
 TEST_P(VCFWriterTest, TellsWhatFailed) {
