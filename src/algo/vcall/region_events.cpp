@@ -6,6 +6,7 @@
 #include <map>
 #include <numeric>
 #include <string_view>
+#include <utility>
 
 #include "algo/vcall/model/genotype_from_rows.h"
 #include "base/bases.h"

@@ -1,5 +1,7 @@
 #include "algo/vcall/read_evaluator.h"
 
+#include <cmath>
+#include <cstring>
 #include <deque>
 #include <gtest/gtest.h>
 #include <random>
@@ -100,7 +102,6 @@ TEST_F(ReadEvaluatorTest, ValuesDoNotDependOnChunks) {
     EXPECT_EQ(0, memcmp(naive.data(), want.data() + r * 7, 7 * sizeof(double)));
   }
   thread_coop pool;
-  std::promise<void> done;
   for (int i = 0; i < 3; ++i) pool.addWorker([] {});
   std::vector<Read*> same;
   ReadEvaluator(hmm, nullptr, 0).realign(task, want, made, same);

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <gmock/gmock.h>
 #include <random>
+#include <tuple>
 
 #include "algo/vcall/model/genotype_index.h"
 #include "read_builder.h"
