@@ -31,14 +31,22 @@ RegionPipeline::~RegionPipeline() {
 }
 
 void RegionPipeline::addTask(std::unique_ptr<AssemblyTask> task) {
-  auto entry = std::make_shared<Entry>();
-  entry->task = std::move(task);
-  if (entry->task->state == AssemblyTask::kNew && pool_ && pool_->wantsTask())
+  queue_.push_back(std::make_shared<Entry>());
+  queue_.back()->task = std::move(task);
+  offer();
+  while (!queue_.empty() && !mayWait(*queue_.front())) callFirst();
+}
+
+// Hands tasks to the pool as long as it has nothing else to do.
+void RegionPipeline::offer() {
+  if (!pool_) return;
+  for (const auto& entry : queue_) {
+    if (entry->done.valid() || entry->task->state != AssemblyTask::kNew) continue;
+    if (!pool_->wantsTask()) return;
     entry->done = pool_->submit([entry, &assembler = assembler_] {
       if (entry->claim()) assembler.assemble(*entry->task);
     });
-  queue_.push_back(std::move(entry));
-  while (!queue_.empty() && !mayWait(*queue_.front())) callFirst();
+  }
 }
 
 // The first task waits while another thread has it, unless the queue has grown too long.
@@ -59,6 +67,7 @@ void RegionPipeline::callFirst() {
     assembler_.assemble(*entry->task);
   }
   entry->done = {};
+  offer();
   call_(*entry->task);
   entry->task->state = AssemblyTask::kCalled;
   entry->task.reset();

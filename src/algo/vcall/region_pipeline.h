@@ -28,6 +28,7 @@ class RegionPipeline {
  private:
   struct Entry;
 
+  void offer();
   bool mayWait(const Entry& entry) const;
   void callFirst();
 
