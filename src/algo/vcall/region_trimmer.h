@@ -15,7 +15,7 @@ namespace RegionTrimmer {
 
 using Haplotypes = std::vector<std::unique_ptr<Haplotype>>;
 
-inline constexpr uint32_t kSNPPadding = 20, kIndelPadding = 150;      // around the variants
+inline constexpr uint32_t kSNPPadding = 20, kIndelPadding = 150;     // around the variants
 inline constexpr uint32_t kExtension = 25, kExtensionOfGiven = 300;  // of the active interval, at most
 
 // The span of the events that begin in `active`, padded: by kIndelPadding when one of them is no SNP, but not further
