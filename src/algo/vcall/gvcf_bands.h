@@ -46,7 +46,7 @@ class BandCollector {
   std::vector<int32_t> bounds_;
   GVCFWriter* writer_ = nullptr;
   GQBlock head_, open_;
-  uint32_t written_ = 0;              // all before has a record or a block
+  uint32_t written_ = 0;  // all before has a record or a block
   uint32_t shardStart_ = 0, shardEnd_ = 0, lastRecordStart_ = 0;
   bool anyRecord_ = false, anyBlock_ = false;  // before the open block
 };
