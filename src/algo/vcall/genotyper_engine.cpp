@@ -196,9 +196,10 @@ void Genotyper::Engine::calcIndel(uint32_t position, const GivenAlleles::Record&
     emitReference(qual);
 }
 
-// The record of a site without data.
+// The record of a site without data. Rows are of alleles that it does not have.
 void Genotyper::Engine::emitReference(double qual) {
   site_.alts.clear();
+  site_.rows = nullptr;
   emitVariant(site_, qual);
 }
 

@@ -300,7 +300,8 @@ void Haplotyper::Engine::calcSite(const AssemblyTask& task, EventSite event) {
   double qual = std::numeric_limits<double>::quiet_NaN();
   if (calculate(site_, &qual) == 0) {
     if (!hasGiven() || emit_mode_ != kAll) return;
-    site_.alts.clear();  // the record of a site without data
+    site_.alts.clear();  // the record of a site without data: rows are of alleles that it does not have
+    site_.rows = nullptr;
   }
   makeRecord(site_, qual, held.record);
   held_.push_back(std::move(held));
