@@ -34,14 +34,7 @@ Genotyper::Genotyper(DriverContext* context, int count, const char* const args[]
     : VariantCallAlgo(context, count, args) {
   OptionParser parser;
   addOptions(parser);
-  if (context->mode == DriverContext::kHelp) {
-    giveHelp(usage(), parser);
-    return;
-  }
-  std::vector<const char*> positional;
-  if (parser.parse(count, args, positional) != OptionParser::kOk)
-    throw std::invalid_argument(name + ": unknown option");
-  settle(positional, false);
+  if (!readArguments(parser, usage(), count, args, false)) return;
   if (!merge_ && param_.callsIndels()) PairHMM::checkEngine();
 }
 

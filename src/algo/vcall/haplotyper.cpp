@@ -39,14 +39,7 @@ Haplotyper::Haplotyper(DriverContext* context, int count, const char* const args
     : VariantCallAlgo(context, count, args) {
   OptionParser parser;
   addOptions(parser);
-  if (context->mode == DriverContext::kHelp) {
-    giveHelp(usage(), parser);
-    return;
-  }
-  std::vector<const char*> positional;
-  if (parser.parse(count, args, positional) != OptionParser::kOk)
-    throw std::invalid_argument(name + ": unknown option");
-  settle(positional, true);
+  if (!readArguments(parser, usage(), count, args, true)) return;
   settlePhasing();
   setUpLikelihoods();
   param_.hasGiven = !given_file_.empty();

@@ -95,6 +95,19 @@ void VariantCallAlgo::addFileOptions(OptionParser& parser) {
   parser.addFlag("merge", 0, nullptr, merge_);
 }
 
+bool VariantCallAlgo::readArguments(OptionParser& parser, const std::string& usage, int count,
+                                    const char* const args[], bool gvcf_allowed) {
+  if (context->mode == DriverContext::kHelp) {
+    giveHelp(usage, parser);
+    return false;
+  }
+  std::vector<const char*> positional;
+  if (parser.parse(count, args, positional) != OptionParser::kOk)
+    throw std::invalid_argument(name + ": unknown option");
+  settle(positional, gvcf_allowed);
+  return true;
+}
+
 void VariantCallAlgo::settle(const std::vector<const char*>& positional, bool gvcf_allowed) {
   const auto refuse = [this](const std::string& text) { throw std::invalid_argument(name + text); };
   const bool gvcf = emit_mode_ == kGvcf;

@@ -49,6 +49,9 @@ class VariantCallAlgo : public Algo {
   void addAnnotationOption(OptionParser& parser);                         // annotation
   void addEmitOptions(OptionParser& parser, const char* emit_mode_help);  // call_conf, emit_conf, emit_mode
   void addFileOptions(OptionParser& parser);                              // given, dbsnp; hidden: merge
+  // Gives the help that was asked for, and returns false; else parses the arguments and settles what is common.
+  bool readArguments(OptionParser& parser, const std::string& usage, int count, const char* const args[],
+                     bool gvcf_allowed);
   // Takes the positional arguments, checks the common options and the run's inputs, and sets mode_mask and wanted_,
   // which the caller may change until init(). The usage texts are thrown as std::invalid_argument; an unknown annotation
   // is told on standard error and dropped.
