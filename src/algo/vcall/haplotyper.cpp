@@ -168,6 +168,7 @@ void Haplotyper::settlePhasing() {
 }
 
 void Haplotyper::setUpLikelihoods() {
+  if (!merge_) PairHMM::checkEngine();
   hmm_ = std::make_unique<PairHMM>(std::make_unique<HaploModel>(param_.pcrModel));
   if (param_.phmmParam.empty()) return;
   bool valid;
