@@ -1,5 +1,6 @@
 #include "base/crash.h"
 
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -60,6 +61,9 @@ void install_crash_handlers() {
 }
 
 void exit_worker(const char* text) {
+  // What stops one thread, a full disk for instance, often stops the others in the same moment: the first one tells.
+  static std::atomic_flag told = ATOMIC_FLAG_INIT;
+  while (told.test_and_set()) pause();
   fprintf(stderr, "%s\n", text);
   fflush(stderr);
   _exit(-1);
