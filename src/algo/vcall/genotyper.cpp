@@ -58,6 +58,7 @@ void Genotyper::addOptions(OptionParser& parser) {
       throw std::invalid_argument(name + ": invalid ploidy " + value);
     return true;
   });
+  addGivenOption(parser);
   addFileOptions(parser);
 }
 

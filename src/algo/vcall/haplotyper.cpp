@@ -50,6 +50,8 @@ Haplotyper::Haplotyper(DriverContext* context, int count, const char* const args
     for (AnnotationField field : {AnnotationField::AC, AnnotationField::AF, AnnotationField::AN,
                                   AnnotationField::QD, AnnotationField::MQ0})
       wanted_.remove(field);
+  if (!merge_) debug_ = DebugPositions::ofEnvironment();
+  if (!debug_.empty()) debug_.check(*context->reference);
 }
 
 // ---- options ----
@@ -90,6 +92,7 @@ void Haplotyper::addOptions(OptionParser& parser) {
   parser.addText("phmm_param", 0, nullptr, param_.phmmParam);
   addAssemblyOptions(parser);
   addFeatureOptions(parser);
+  addGivenOption(parser);
   addFileOptions(parser);
 }
 

@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <strings.h>
 #include <unistd.h>
+#include <utility>
 
 #include "base/log_math.h"
 #include "base/text.h"
@@ -89,8 +90,11 @@ void VariantCallAlgo::addEmitOptions(OptionParser& parser, const char* emit_mode
   });
 }
 
-void VariantCallAlgo::addFileOptions(OptionParser& parser) {
+void VariantCallAlgo::addGivenOption(OptionParser& parser) {
   parser.addText("given", 0, "Call only the variants given in a vcf file", given_file_);
+}
+
+void VariantCallAlgo::addFileOptions(OptionParser& parser) {
   parser.addText("dbsnp", 'd', "dbSNP file", dbsnp_file_);
   parser.addFlag("merge", 0, nullptr, merge_);
 }
@@ -116,19 +120,24 @@ void VariantCallAlgo::settle(const std::vector<const char*>& positional, bool gv
   gq_bands_ = parseGQBands(gq_bands_text_);
   if (gq_bands_.empty()) refuse(": invalid GQ bands " + gq_bands_text_);
   if (!merge_) {
-    if (!context->reference && !context->reads) refuse(": missing reference and bam input");
+    const bool lacks_reads = needsReads() && !context->reads;
+    if (!context->reference && lacks_reads) refuse(": missing reference and bam input");
     if (!context->reference) refuse(": missing reference");
-    if (!context->reads) refuse(": missing bam input");
+    if (lacks_reads) refuse(": missing bam input");
   }
   if (positional.empty() || !*positional[0]) refuse(": missing output file");
   output_ = positional[0];
   partials_.assign(positional.begin() + 1, positional.end());
   if (merge_)
     requireMergeRun(partials_.size());
-  else if (!partials_.empty())
-    refuse(": extra argument after output");
+  else
+    takeFurtherArguments(std::exchange(partials_, {}));
   mode_mask |= merge_ ? kNonTraversal : kSharded;
   settleAnnotations();
+}
+
+void VariantCallAlgo::takeFurtherArguments(const std::vector<std::string>& arguments) {
+  if (!arguments.empty()) throw std::invalid_argument(name + ": extra argument after output");
 }
 
 void VariantCallAlgo::settleAnnotations() {
@@ -170,6 +179,7 @@ void VariantCallAlgo::init() {
   given_ = openVcf(given_file_);
   completeAnnotations();
   VCFHeader header;
+  startHeader(header);
   fillHeader(header);
   writer_ = openOutput(emit_mode_ == kGvcf);
   writer_->writeHeader(header);

@@ -48,7 +48,8 @@ class VariantCallAlgo : public Algo {
   // std::invalid_argument while parsing.
   void addAnnotationOption(OptionParser& parser);                         // annotation
   void addEmitOptions(OptionParser& parser, const char* emit_mode_help);  // call_conf, emit_conf, emit_mode
-  void addFileOptions(OptionParser& parser);                              // given, dbsnp; hidden: merge
+  void addGivenOption(OptionParser& parser);                              // given
+  void addFileOptions(OptionParser& parser);                              // dbsnp; hidden: merge
   // Gives the help that was asked for, and returns false; else parses the arguments and settles what is common.
   bool readArguments(OptionParser& parser, const std::string& usage, int count, const char* const args[],
                      bool gvcf_allowed);
@@ -58,10 +59,18 @@ class VariantCallAlgo : public Algo {
   void settle(const std::vector<const char*>& positional, bool gvcf_allowed);
   // Chromosomes per sample, known when init() runs.
   virtual int ploidy() const { return 2; }
-  // Header lines of the caller itself, added behind the common ones.
+  // Whether the evidence is the run's reads.
+  virtual bool needsReads() const { return true; }
+  // What stands behind the output on the command line, unless it is a --merge run. By default nothing may.
+  virtual void takeFurtherArguments(const std::vector<std::string>& arguments);
+  // Sets samples_, by default with sample_of_group_ from the read groups. First step of init(), before side inputs and
+  // the header; it may still change wanted_.
+  virtual void takeSamples();
+  // Header lines of the caller itself: those that the common ones replace or stand behind, and those behind them.
+  virtual void startHeader(VCFHeader&) {}
   virtual void addHeaderLines(VCFHeader&) {}
 
-  // The samples of the output in column order: the SM of the read groups, sorted.
+  // The samples of the output in column order: of reads the SM of the read groups, sorted.
   std::vector<std::string> samples_;
   std::vector<int32_t> sample_of_group_;  // by Read::read_group
 
@@ -83,7 +92,6 @@ class VariantCallAlgo : public Algo {
   void settleAnnotations();
   void mergePartials();
   bool hasBlocks(const std::string& partial) const;
-  void takeSamples();
   void makeRoomInTables() const;
   std::unique_ptr<VCFCache> openVcf(const std::string& path) const;  // null for an empty path
   std::unique_ptr<VCFWriter> openOutput(bool gvcf) const;
@@ -141,6 +149,9 @@ class VariantCallAlgo::Engine : public Algo::Engine {
   size_t sampleCount() const { return vcall().samples_.size(); }
   int32_t sampleOf(const Read& read) const { return vcall().sample_of_group_[size_t(read.read_group)]; }
   bool hasGiven() const { return given_cache_ != nullptr; }
+
+  // Called for each record when it has its place and alleles, before genotypes and annotations.
+  virtual void startRecord(const Site&, VariantContext&) {}
 
   // The two halves of emitVariant(). A record that waits between them needs its bases kept, for it does not own them.
   void makeRecord(const Site& site, double qual, VariantContext& record);

@@ -129,7 +129,7 @@ int32_t suffixOf(const Allele& allele, const VariantContext& record) {
 int32_t commonSuffix(const VariantContext& record) {
   int32_t common = record.refLength - 1;
   for (const Allele& allele : record.alleles) {
-    if (allele.isSymbolic()) continue;
+    if (allele.isSymbolic() || isSpanningDeletion(allele)) continue;
     const int32_t suffix = suffixOf(allele, record);
     common = std::min(common, allele.length + suffix - 1);
     for (int32_t i = 0; i < common; ++i)
@@ -173,10 +173,10 @@ void VariantCallAlgo::Engine::setAlleles(const Site& site, VariantContext& recor
   record.refLength = site.ref.length;
   for (const Allele& alt : site.alts)
     if (alt.length > 0) record.alleles.push_back(alt);
-  const int32_t common = commonSuffix(record);
+  const int32_t common = site.trims ? commonSuffix(record) : 0;
   if (common > 0) {
     for (Allele& allele : record.alleles) {
-      if (allele.isSymbolic()) continue;
+      if (allele.isSymbolic() || isSpanningDeletion(allele)) continue;
       const int32_t suffix = suffixOf(allele, record);
       allele.refSuffix = std::max(suffix - common, 0);
       allele.length -= std::max(common - suffix, 0);
@@ -192,6 +192,7 @@ void VariantCallAlgo::Engine::makeRecord(const Site& site, double qual, VariantC
   record.chrom = context->shard.contig;
   record.qual = qual;
   setAlleles(site, record);
+  startRecord(site, record);
 
   const bool gvcf = vcall().emit_mode_ == kGvcf;
   pileup_.clear();

@@ -39,6 +39,7 @@ void VariantCallAlgo::fillHeader(VCFHeader& header) {
 void VariantCallAlgo::addContigLines(VCFHeader& header) const {
   const std::string assembly = std::string("assembly=") + assemblyOf(context->reference->path());
   std::vector<VCFHeaderDef>& lines = header.defs["contig"];
+  lines.clear();
   for (const Contig& contig : context->reference->contigs())
     lines.push_back({contig.contig, {"length=" + std::to_string(contig.end), assembly}});
 }

@@ -18,6 +18,11 @@ struct Allele {
   bool isSymbolic() const { return length == 1 && static_cast<uint8_t>(*bases) < 32; }
 };
 
+// Whether it is "*": the place is deleted by a record further up.
+inline bool isSpanningDeletion(const Allele& allele) {
+  return allele.length == 1 && *allele.bases == '*';
+}
+
 inline constexpr char kDeletionCode = 4;  // <*:DEL>
 inline constexpr char kNonRefCode = 14;   // <NON_REF>
 

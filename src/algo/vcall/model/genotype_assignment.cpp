@@ -171,6 +171,14 @@ void countReads(const Site& site, std::span<const SiteRead> rows, std::span<cons
     call.depth = std::max(call.depth, informative);
   }
 }
+
+void takeCounts(const std::vector<SampleCounts>& counts, std::vector<GenotypeCall>& calls) {
+  assert(counts.size() == calls.size());
+  for (size_t s = 0; s < calls.size(); ++s) {
+    calls[s].adDepth = counts[s].ad;
+    calls[s].depth = counts[s].depth;
+  }
+}
 }  // namespace
 
 void collectPileup(const Site& site, std::span<const int32_t> sampleOf, std::vector<SiteRead>& reads) {
@@ -216,6 +224,7 @@ GQStatistics assignGenotypes(const Site& site, std::span<const SiteRead> rows,
   const bool has_reads = site.rows || site.pileup;
   calls.assign(samples.size(), GenotypeCall());
   if (has_reads) countReads(site, rows, pileup, calls);
+  if (site.counts) takeCounts(*site.counts, calls);
   std::vector<StrandCounts> strands;
   if (gvcf && has_reads) strands = countStrands(site, alleles, pileup, samples.size());
 
@@ -253,11 +262,11 @@ GQStatistics assignGenotypes(const Site& site, std::span<const SiteRead> rows,
       std::vector<std::string>& pl = put("PL");
       for (int32_t x : ranking.pl) pl.push_back(std::to_string(int64_t(x) - ranking.best));
     }
-    if (has_reads) {
+    if (!call.adDepth.empty()) {
       std::vector<std::string>& ad = put("AD");
       for (int32_t allele : alleles.kept) ad.push_back(std::to_string(call.adDepth[size_t(allele)]));
-      put("DP").push_back(std::to_string(call.depth));
     }
+    if (call.depth >= 0) put("DP").push_back(std::to_string(call.depth));
     if (!strands.empty()) {
       std::vector<std::string>& sb = put("SB");
       for (int n : strands[s]) sb.push_back(std::to_string(n));

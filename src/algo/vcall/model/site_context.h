@@ -22,6 +22,12 @@ struct ReadLikelihoodRows {
   size_t alleles = 0;              // the reference and every alternate, dropped ones too
 };
 
+// What is known of a sample's reads at a site when they are not at hand.
+struct SampleCounts {
+  std::vector<int32_t> ad;  // by allele, the reference and every alternate, dropped ones too; empty: unknown
+  int32_t depth = -1;       // -1: unknown
+};
+
 // What a caller knows of a site: candidates, likelihoods and the reads behind them.
 struct Site {
   uint32_t position = 0;
@@ -30,7 +36,9 @@ struct Site {
   std::vector<GenotypeLikelihoods> likelihoods;  // per sample of the output, over ref and all alts
   const std::vector<Read*>* pileup = nullptr;    // reads that overlap the position; null: the caller has none
   const ReadLikelihoodRows* rows = nullptr;      // null: the alleles of reads follow from their bases
+  const std::vector<SampleCounts>* counts = nullptr;  // per sample, of a caller that has no reads
   bool isSNP = true;
+  bool trims = true;  // the record loses what all its alleles end in
 };
 
 // What one read says of a site.

@@ -27,6 +27,7 @@ class Caller final : public VariantCallAlgo {
     OptionParser parser;
     addAnnotationOption(parser);
     addEmitOptions(parser, "");
+    addGivenOption(parser);
     addFileOptions(parser);
     parser.addText("gq_bands", 0, "", gq_bands_text_);
     std::vector<const char*> positional;
