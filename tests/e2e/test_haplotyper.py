@@ -1,5 +1,8 @@
 """Haplotyper: beside simulated truth, at any thread count, in parts, as GVCF, and on bad options."""
 
+import os
+import re
+
 import pysam
 import pytest
 
@@ -107,6 +110,33 @@ def test_given_alleles(call, simulated, tmp_path):  # noqa: F811
     assert [(r.pos, r.alts) for r in found] == [(r.pos, r.alts) for r in plain[4:8]]
     everything = records_of(call(folder, "every.vcf.gz", "--given", given, "--emit_mode", "all"))
     assert sorted({r.pos for r in everything}) == sorted([absent, *(r.pos for r in plain[4:8])])
+
+
+def test_debug_positions(run, simulated, tmp_path):  # noqa: F811
+    folder = simulated(depth=30)
+    words = (*inputs(folder), "--algo", "Haplotyper", "--phmm_chunk_size", 20)
+    plain = run("-t", 3, *words, "plain.vcf")
+    assert plain.returncode == 0 and not list(tmp_path.glob("*.dot"))
+    record = next(r for r in records_of(tmp_path / "plain.vcf") if r.contig == "chr1")
+    place, debug = f"chr1:{record.pos}", tmp_path / "debug"
+    debug.mkdir()
+    told = run("-t", 3, *words, tmp_path / "told.vcf", env={**os.environ, "dbgloc": f"chr2:20000,{place}#3"}, cwd=debug)
+    assert same_but_command(tmp_path / "told.vcf") == same_but_command(tmp_path / "plain.vcf")
+    span, counts = r"chr1:\d+-\d+", r"R\d+xH\d+"
+    for trace in (f"extened active region {span}\n", rf"{span}, \d+ reads, doFeatureAssemble=F doHCAssemble=T\n",
+                  r"Using kmer size of \d+ in read threading assembler\n", r"Adding haplotype bases=[ACGT]+,.* from graph with kmer \d+\n",
+                  rf"after hc assembler, got \d+ haplotypes on {span}\n", r"haplotype after assembleReads:\d+\n",
+                  rf"@{span} \+{span} {counts}\n", rf"CHUNK {span} {counts} split into \d+ chunks\n"):
+        assert re.search(trace, told.stderr) and not re.search(trace, plain.stderr), trace
+    graphs = [path.read_text() for path in debug.glob("*.dot")]
+    assert len(graphs) > 20
+    for graph in graphs:
+        assert graph.startswith("digraph assemblyGraphs {\n") and graph.endswith("}\n") and " -> " in graph
+    for text in ("chr1", f"{place}#9", "chr9:1", "chr2:20001", "chr1:1,,chr1:2"):
+        done = run(*words, "out.vcf", env={**os.environ, "dbgloc": text})
+        assert done.returncode not in (0, -6, -11) and done.stderr.startswith("dbgloc: "), (text, done.stderr)
+    done = run(*words, tmp_path / "told.vcf", env={**os.environ, "dbgloc": f"{place}#2"}, cwd="/proc")  # nobody writes there
+    assert done.returncode == 0 and "Failed to write graph chr1:" in done.stderr
 
 
 def test_bad_options(run, simulated):  # noqa: F811

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <numeric>
 #include <set>
 #include <stdexcept>
@@ -133,6 +135,8 @@ void RegionAssembler::assemble(AssemblyTask& task) const {
   task.reads.clear();
   task.haplotypes.clear();
   if (task.inactive || task.reference.bases.empty()) return;
+  std::unique_lock<std::mutex> telling(debugMutex(), std::defer_lock);  // of one region at a time
+  if (task.debugLevel >= kDebugRegions) telling.lock();
   {
     TimerScope scope(clip_timer);
     clipReads(task.fetched, task.paddedInterval, task.reads);
@@ -144,6 +148,8 @@ void RegionAssembler::assemble(AssemblyTask& task) const {
   TimerScope scope(trim_timer);
   acceptUnknownReference(task.haplotypes, task.reference);
   RegionTrimmer::sortUnique(task.haplotypes, kMaxHaplotypes);
+  if (task.debugLevel >= kDebugRegions)
+    fprintf(stderr, "haplotype after assembleReads:%lu\n", task.haplotypes.size());
   task.skipFlag = !RegionTrimmer::variantInterval(task.haplotypes, task.activeInterval, task.paddedInterval,
                                                   param_.hasGiven, task.trimmedInterval);
   if (task.skipFlag) {
@@ -219,11 +225,17 @@ RegionAssembler::Haplotypes RegionAssembler::findHaplotypes(const AssemblyTask& 
   static Timer* assemble_timer = timer("assemble_region");
   TimerScope scope(assemble_timer);
   const std::unique_ptr<Haplotype> reference = makeReference(task);
+  const bool threads_reads = !param_.hasGiven;  // in all modes: there is no feature assembler
+  if (task.debugLevel >= kDebugRegions)
+    fprintf(stderr, "%s:%d-%d, %lu reads, doFeatureAssemble=%c doHCAssemble=%c\n", task.contig,
+            int(task.paddedInterval.start + 1), int(task.paddedInterval.end), task.reads.size(), 'F',
+            threads_reads ? 'T' : 'F');
   try {
-    if (param_.hasGiven)
-      return givenHaplotypes(task.given, task.activeInterval, task.reference, *reference, kMaxHaplotypes);
-    return threadReads(task, *reference);  // of all modes
-  } catch (const std::runtime_error&) {
+    return threads_reads
+               ? threadReads(task, *reference)
+               : givenHaplotypes(task.given, task.activeInterval, task.reference, *reference, kMaxHaplotypes);
+  } catch (const std::runtime_error& error) {
+    if (task.debugLevel >= kDebugRegions) fprintf(stderr, "%s\n", error.what());
     Haplotypes alone;
     alone.push_back(std::make_unique<Haplotype>(*reference));
     return alone;
@@ -246,5 +258,15 @@ RegionAssembler::Haplotypes RegionAssembler::threadReads(const AssemblyTask& tas
   assembler.kmerSizesForced = param_.kmerSizesForced;
   assembler.minBaseQual = int(param_.minBaseQual);
   assembler.maxHaplotypes = int(kMaxHaplotypes);
-  return assembler.assemble(reads, reference)->takeHaplotypes();
+  assembler.debugGraphs = task.debugLevel >= kDebugAssembly;
+  if (task.debugLevel >= kDebugGraphs) assembler.debugFlags |= ReadThreadingAssembler::kWriteDot;
+  if (task.debugLevel >= kDebugThreading)
+    assembler.debugFlags |= ReadThreadingAssembler::kKeepThreadingGraphs;
+  const std::unique_ptr<AssemblyResultSet> set = assembler.assemble(reads, reference);
+  if (task.debugLevel >= kDebugRegions)
+    fprintf(stderr, "after hc assembler, got %d haplotypes on %s:%d-%d\n", int(set->haplotypes().size()),
+            task.contig, int(task.paddedInterval.start + 1), int(task.paddedInterval.end));
+  if (task.debugLevel >= kDebugAssembly) fputs(set->dump().c_str(), stderr);
+  if (task.debugLevel >= kDebugGraphs) set->writeGraphs(toText(reference.locus) + "-assemblyGraphs.dot");
+  return set->takeHaplotypes();
 }

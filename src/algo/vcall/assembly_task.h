@@ -11,6 +11,7 @@
 
 #include "algo/assembler/haplotype.h"
 #include "algo/vcall/activity_tracker.h"
+#include "algo/vcall/debug_positions.h"
 #include "algo/vcall/given_alleles.h"
 #include "algo/vcall/pairhmm/read_clip.h"
 #include "algo/vcall/reference_window.h"
@@ -25,6 +26,7 @@ struct AssemblyTask {
   ActiveRegion trimmedInterval;  // what the variants need; paddedInterval when there are none
   bool inactive = false;         // a gap between regions: reference confidence alone
   bool skipFlag = false;         // no haplotype has a variant that begins in activeInterval
+  int debugLevel = kNoDebug;     // what is told of the way of this task
   ReferenceWindow reference;     // of paddedInterval, upper case; trimming leaves it as it is
   std::vector<Read*> fetched;    // reads over paddedInterval, their letters and gap qualities decoded
   std::vector<ReadClip> reads;   // of assemble(): clipped to trimmedInterval, by their start

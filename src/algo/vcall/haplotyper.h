@@ -7,6 +7,7 @@
 #include <string>
 
 #include "algo/vcall/assembly_task.h"
+#include "algo/vcall/debug_positions.h"
 #include "algo/vcall/pairhmm/pair_hmm.h"
 #include "algo/vcall/variant_call_algo.h"
 
@@ -48,6 +49,7 @@ class Haplotyper final : public VariantCallAlgo {
   std::string usage() const;
 
   Param param_;
+  DebugPositions debug_;
   std::unique_ptr<PairHMM> hmm_;                // constant during the run
   std::unique_ptr<RegionAssembler> assembler_;  // constant during the run
 };

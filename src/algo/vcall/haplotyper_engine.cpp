@@ -6,6 +6,7 @@
 #include <limits>
 #include <stdexcept>
 
+#include "base/text.h"
 #include "base/timer.h"
 
 namespace {
@@ -235,6 +236,7 @@ std::unique_ptr<AssemblyTask> Haplotyper::Engine::newTask(ActiveRegion active) c
   task->contig = context->shard.contig;
   task->activeInterval = active;
   task->paddedInterval = {minus(active.start, kPadding), std::min(active.end + kPadding, contig_end_)};
+  task->debugLevel = haplotyper().debug_.levelIn(task->contig, active.start, active.end);
   return task;
 }
 
@@ -242,6 +244,8 @@ void Haplotyper::Engine::addRegion(ActiveRegion region) {
   auto task = newTask(region);
   covered_ = region.end;
   const ActiveRegion& padded = task->paddedInterval;
+  if (task->debugLevel >= kDebugRegions)
+    debugPrint("extened active region %s:%u-%u\n", task->contig, padded.start + 1, padded.end);
   if (hasGiven()) {
     takeGiven(region, task->given);
     if (task->given.empty()) return;
@@ -261,10 +265,23 @@ void Haplotyper::Engine::addRegion(ActiveRegion region) {
 // ---- calling ----
 
 void Haplotyper::Engine::call(AssemblyTask& task) {
+  if (task.debugLevel >= kDebugRegions) tellCall(task);
   if (!task.inactive && !task.skipFlag) calcRegion(task);
   if (!gvcf_) return;
   calcInactive(task.activeInterval.start, task.activeInterval.end);
   dropConfidence(task.activeInterval.end);
+}
+
+// The active interval, and what of it is not called, or evaluated by so many reads under so many haplotypes.
+void Haplotyper::Engine::tellCall(const AssemblyTask& task) {
+  const ActiveRegion &active = task.activeInterval, &trimmed = task.trimmedInterval;
+  std::string text = format("@%s:%u-%u ", task.contig, active.start + 1, active.end);
+  if (task.inactive || task.skipFlag)
+    text += format("#%s:%u-%u\n", task.contig, active.start + 1, active.end);
+  else
+    text += format("+%s:%u-%u R%luxH%lu\n", task.contig, trimmed.start + 1, trimmed.end, task.reads.size(),
+                   task.haplotypes.size());
+  debugPrint("%s", text.c_str());
 }
 
 void Haplotyper::Engine::calcRegion(AssemblyTask& task) {

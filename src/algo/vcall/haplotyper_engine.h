@@ -56,6 +56,7 @@ class Haplotyper::Engine final : public VariantCallAlgo::Engine {
 
   // Calling.
   void call(AssemblyTask& task);
+  static void tellCall(const AssemblyTask& task);
   void calcRegion(AssemblyTask& task);
   void realignReads(AssemblyTask& task);
   void calcSite(const AssemblyTask& task, EventSite event);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <exception>
 #include <limits>
 #include <string_view>
@@ -266,7 +265,7 @@ size_t ReadEvaluator::chunkRows(const AssemblyTask& task) const {
   return (size_t(chunk_size_) + haplotypes - 1) / haplotypes;
 }
 
-void ReadEvaluator::calcLikelihoods(const AssemblyTask& task, std::vector<double>& rows, bool debug) const {
+void ReadEvaluator::calcLikelihoods(const AssemblyTask& task, std::vector<double>& rows) const {
   static Timer* const pairhmm_timer = timer("pairhmm");
   const size_t reads = task.reads.size(), haplotypes = task.haplotypes.size(), size = chunkRows(task);
   rows.assign(reads * haplotypes, 0);
@@ -278,10 +277,9 @@ void ReadEvaluator::calcLikelihoods(const AssemblyTask& task, std::vector<double
     const std::string& bases = task.haplotypes[h]->bases;
     alleles[h] = {bases.data(), int32_t(bases.size()), 0, task.haplotypes[h]->isRef};
   }
-  if (debug && size < reads)
-    fprintf(stderr, "CHUNK %s:%u-%u R%luxH%lu split into %lu chunks\n", task.contig,
-            task.activeInterval.start + 1, task.activeInterval.end, reads, haplotypes,
-            (reads + size - 1) / size);
+  if (task.debugLevel >= kDebugRegions && size < reads)
+    debugPrint("CHUNK %s:%u-%u R%luxH%lu split into %lu chunks\n", task.contig, task.activeInterval.start + 1,
+               task.activeInterval.end, reads, haplotypes, (reads + size - 1) / size);
   inChunks(pool_, reads, size, [&](size_t first, size_t last) {
     TimerScope scope(pairhmm_timer);
     hmm_.calcLikelihood(task.reads, alleles, rows.data(), unsigned(first), unsigned(last));

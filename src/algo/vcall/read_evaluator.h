@@ -20,8 +20,8 @@ class ReadEvaluator {
   ReadEvaluator(const PairHMM& hmm, thread_coop* pool, int chunkSize);
 
   // reads x haplotypes, log10 and finite, the same values whatever the chunks; NaN in front of a read that fits none or
-  // has no bases. With `debug` the number of chunks is told on standard error.
-  void calcLikelihoods(const AssemblyTask& task, std::vector<double>& rows, bool debug = false) const;
+  // has no bases.
+  void calcLikelihoods(const AssemblyTask& task, std::vector<double>& rows) const;
 
   // The task's reads, in its order, as aligned through their best haplotypes. A read stays as it is when no haplotype is
   // ahead of all others by kInformativeMargin, or when the way through its haplotype does not lead onto the reference of
