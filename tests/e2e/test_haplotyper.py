@@ -148,6 +148,7 @@ def test_bad_options(run, simulated):  # noqa: F811
         ("--min_map_qual", "-1"): "invalid min_map_qual -1",
         ("--max_alt_alleles", "-1"): "invalid max_alt_alleles -1",
         ("--ploidy", "0"): "invalid ploidy 0",
+        ("--ploidy", "20", "--max_alt_alleles", "20"): "invalid max_alt_alleles 20, too many genotypes of ploidy 20",
         ("--pcr_indel_model", "mild"): "invalid PCR indel model mild",
         ("--phasing", "1", "--ploidy", "3"): "phasing is only support for diploid samples",
         ("--kmer_sizes", "10,x"): "kmer size list 10,x",

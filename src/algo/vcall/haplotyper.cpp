@@ -1,6 +1,7 @@
 // haplotyper.cpp - options and start of Haplotyper.
 #include "algo/vcall/haplotyper.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -16,7 +17,8 @@ namespace {
 
 constexpr int64_t kMaxPloidy = 50;
 constexpr int64_t kMaxKmerSize = 1000;
-constexpr size_t kMaxGenotypes = 1024;  // of a site
+constexpr size_t kMaxGenotypes = 1024;      // of a site
+constexpr size_t kMostGenotypes = 1 << 20;  // of a site, when the user says how many alternates it may have
 constexpr int kMinDerivedAlternates = 2;
 
 int parsePcrModel(const char* text) {
@@ -41,6 +43,7 @@ Haplotyper::Haplotyper(DriverContext* context, int count, const char* const args
   addOptions(parser);
   if (!readArguments(parser, usage(), count, args, true)) return;
   settlePhasing();
+  checkGenotypes();
   setUpLikelihoods();
   param_.hasGiven = !given_file_.empty();
   // The one place that knows which assemblers there are.
@@ -168,6 +171,14 @@ void Haplotyper::settlePhasing() {
     throw std::invalid_argument(name + ": phasing is only support for diploid samples");
   if (param_.phasing < 0) param_.phasing = diploid;
   if (!gvcf) param_.phasing = 0;
+}
+
+// A site has fewer alternates than its region has haplotypes, and <NON_REF>.
+void Haplotyper::checkGenotypes() const {
+  const size_t alternates = std::min(size_t(param_.maxAltAlleles), RegionAssembler::kMaxHaplotypes);
+  if (GenotypeIndex::count(param_.ploidy, alternates + 2) > kMostGenotypes)
+    throw std::invalid_argument(format("%s: invalid max_alt_alleles %d, too many genotypes of ploidy %u",
+                                       name.c_str(), param_.maxAltAlleles, param_.ploidy));
 }
 
 void Haplotyper::setUpLikelihoods() {

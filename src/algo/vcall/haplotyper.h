@@ -45,6 +45,7 @@ class Haplotyper final : public VariantCallAlgo {
   void addCheckedRatio(OptionParser& parser, const char* option);
   void parseKmerSizes(const char* text);
   void settlePhasing();
+  void checkGenotypes() const;
   void setUpLikelihoods();
   std::string usage() const;
 
