@@ -217,7 +217,7 @@ GraphPath BestPathSearch::checkGraph(const SeqGraph& graph, const Haplotype& ref
     throw std::runtime_error(
         format("Mismatch between the reference haplotype and the reference path. for graph %s graph = %s "
                "haplotype = %s",
-               format("SeqGraph{kmerSize=%d}", graph.kmerSize).c_str(), path.bases.c_str(),
+               format("ReadThreadingAssembler{kmerSize=%d}", graph.kmerSize).c_str(), path.bases.c_str(),
                refHaplotype.bases.c_str()));
   return path;
 }
