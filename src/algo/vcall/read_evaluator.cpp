@@ -15,6 +15,9 @@
 
 namespace {
 
+// Reads x haplotypes of a piece that an idle thread may take: about a millisecond.
+constexpr size_t kSharedPairs = 1024;
+
 // Calls work(first, last) for all of [0, count) in pieces of `size`. A piece goes to the pool when a worker there has
 // nothing else to do, the others are done here. Returns when all are done; an exception of a piece is thrown then.
 template <typename Work>
@@ -265,6 +268,11 @@ size_t ReadEvaluator::chunkRows(const AssemblyTask& task) const {
   return (size_t(chunk_size_) + haplotypes - 1) / haplotypes;
 }
 
+size_t ReadEvaluator::pieceRows(const AssemblyTask& task) const {
+  const size_t haplotypes = std::max<size_t>(task.haplotypes.size(), 1), rows = chunkRows(task);
+  return pool_ && chunk_size_ > 0 ? std::min(rows, (kSharedPairs + haplotypes - 1) / haplotypes) : rows;
+}
+
 void ReadEvaluator::calcLikelihoods(const AssemblyTask& task, std::vector<double>& rows) const {
   static Timer* const pairhmm_timer = timer("pairhmm");
   const size_t reads = task.reads.size(), haplotypes = task.haplotypes.size(), size = chunkRows(task);
@@ -280,7 +288,7 @@ void ReadEvaluator::calcLikelihoods(const AssemblyTask& task, std::vector<double
   if (task.debugLevel >= kDebugRegions && size < reads)
     debugPrint("CHUNK %s:%u-%u R%luxH%lu split into %lu chunks\n", task.contig, task.activeInterval.start + 1,
                task.activeInterval.end, reads, haplotypes, (reads + size - 1) / size);
-  inChunks(pool_, reads, size, [&](size_t first, size_t last) {
+  inChunks(pool_, reads, pieceRows(task), [&](size_t first, size_t last) {
     TimerScope scope(pairhmm_timer);
     hmm_.calcLikelihood(task.reads, alleles, rows.data(), unsigned(first), unsigned(last));
     makeRowsFinite({rows.data() + first * haplotypes, (last - first) * haplotypes});
@@ -295,7 +303,7 @@ void ReadEvaluator::realign(const AssemblyTask& task, const std::vector<double>&
   made.clear();
   made.resize(reads);
   aligned.resize(reads);
-  inChunks(pool_, reads, chunkRows(task), [&](size_t first, size_t last) {
+  inChunks(pool_, reads, pieceRows(task), [&](size_t first, size_t last) {
     TimerScope scope(realign_timer);
     for (size_t r = first; r < last; ++r) {
       const int best = bestHaplotype(rows.data() + r * haplotypes, haplotypes);

@@ -35,6 +35,8 @@ class ReadEvaluator {
  private:
   // Rows of one chunk.
   size_t chunkRows(const AssemblyTask& task) const;
+  // Of what goes into one call, or to another thread, at a time: less than a chunk, that no thread idles.
+  size_t pieceRows(const AssemblyTask& task) const;
 
   const PairHMM& hmm_;
   thread_coop* pool_;
