@@ -24,4 +24,5 @@ struct DriverContext {
   std::vector<std::string> quality_tables;  // files of -q and --read_filter; main context only
   std::string command_line;                 // argv[0] and the driver's own arguments, up to the first --algo
   thread_coop* pool = nullptr;
+  int thread_count = 1;  // walkers of the run; main context only
 };

@@ -253,6 +253,7 @@ void runSteps(int argc, char* argv[]) {
   context.mode = run.options.mode;
   context.command_line = run.command_line;
   context.pool = &pool;
+  context.thread_count = run.options.thread_count;
   openInputs(run, line.algos.size(), summary);
   context.reference = run.reference.get();
   context.reads = run.reads.get();

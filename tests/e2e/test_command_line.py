@@ -35,6 +35,7 @@ def usage(driver):
         "Available algos:\n"
         "  AlignmentStat\n"
         "  Dedup\n"
+        "  GVCFtyper\n"
         "  Genotyper\n"
         "  Haplotyper\n"
         "  LocusCollector\n"

@@ -13,7 +13,7 @@ TEST(Registry, HoldsExactlyTheAlgorithmsThatWork) {
     EXPECT_EQ(builder->tag, name);
     EXPECT_TRUE(builder->visible());
   }
-  EXPECT_THAT(names, testing::ElementsAre("AlignmentStat", "Dedup", "Genotyper", "Haplotyper",
+  EXPECT_THAT(names, testing::ElementsAre("AlignmentStat", "Dedup", "GVCFtyper", "Genotyper", "Haplotyper",
                                           "LocusCollector", "QualCal", "ReadWriter"));
 }
 

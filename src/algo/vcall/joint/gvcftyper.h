@@ -31,6 +31,7 @@ class GVCFtyper final : public VariantCallAlgo {
  private:
   void addOptions(OptionParser& parser);
   std::string usage() const;
+  void dropRepeatedInputs();
   void chooseAnnotations();
 
   size_t max_alt_alleles_ = 100;
