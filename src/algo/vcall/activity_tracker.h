@@ -19,6 +19,7 @@ struct ActiveRegion {
 class ActivityTracker {
  public:
   static constexpr double kThreshold = 0.002;
+  static constexpr uint32_t kMinRegion = 50, kMaxRegion = 300;
 
   // A Gaussian kernel over -halfWidth..halfWidth, cut where it falls below `floor`, of sum 1.
   ActivityTracker(int halfWidth = 50, double sigma = 17.0, double floor = 1e-5);
@@ -33,7 +34,8 @@ class ActivityTracker {
   // Cuts the next region off, of at most maxSize bases: a longer one at the least activity behind minSize bases. With
   // `last` nothing follows what was added, and regions end where the tracker was advanced to. False when none can be cut
   // yet.
-  bool nextRegion(ActiveRegion& region, bool last, uint32_t minSize = 50, uint32_t maxSize = 300);
+  bool nextRegion(ActiveRegion& region, bool last, uint32_t minSize = kMinRegion,
+                  uint32_t maxSize = kMaxRegion);
 
   // How far an activity may be spread; how far it then matters.
   int window() const { return 49 + static_cast<int>(2 * half_ + 1); }

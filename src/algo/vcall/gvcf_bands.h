@@ -3,6 +3,7 @@
 // Threads  one object per thread.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -37,6 +38,8 @@ class BandCollector {
   // Before a record at [start, end) is written: ends the open block, and the positions up to `end` count as written.
   // Throws std::logic_error for a record that begins inside a block.
   void beforeRecord(uint32_t start, uint32_t end);
+  // Before all others: the positions up to `end` belong to a deletion that the shard before writes.
+  void passOver(uint32_t end) { written_ = std::max(written_, end); }
   void finishShard(GVCFWriter::Result& result);
 
  private:

@@ -13,6 +13,9 @@ namespace {
 
 constexpr uint32_t kExcluded = FLAG_UNMAPPED | FLAG_SECONDARY | FLAG_QC_FAIL | FLAG_DUPLICATE;
 constexpr uint32_t kPadding = 100;  // bases of assembly to each side of an active region
+// Bases before a shard in which an inactive position makes its regions those that any other cut would give. Of a longer
+// run the regions depend on the cut.
+constexpr uint32_t kLookBack = 1000;
 constexpr uint32_t kReferenceBatch = 1 << 16;
 constexpr uint64_t kProfileBytes = 16 << 20;
 constexpr uint64_t kLongestWindow = 4096;
@@ -41,7 +44,8 @@ Haplotyper::Engine::Engine(DriverContext* context, Haplotyper* algo, const Param
       window_limit_(windowLimit(sampleCount(), param.ploidy)),
       profile_(sampleCount(), param.ploidy, param.minBaseQual, param.minMapQual),
       evaluator_(hmm, context->pool, param.phmmChunkSize),
-      pipeline_(assembler, context->pool, [this](AssemblyTask& task) { call(task); }) {
+      pipeline_([&assembler](AssemblyTask& task) { assembler.assemble(task); }, context->pool,
+                [this](AssemblyTask& task) { call(task); }) {
   activity_site_.ref = {kAnyBase, 1, 0, true};
   activity_site_.isSNP = true;
 }
@@ -55,13 +59,17 @@ void Haplotyper::Engine::startShard() {
   const FastaIndexEntry* const entry = context->reference->entry(shard.contig);
   contig_end_ = entry ? entry->length : 0;
   const uint32_t reach = std::max(uint32_t(tracker_.reach()), kPadding);
-  fed_ = minus(shard.start, reach);
-  feed_end_ = uint32_t(std::min<uint64_t>(uint64_t(shard.end) + reach, contig_end_));
+  const uint32_t begin = minus(shard.start, kLookBack);
+  const uint64_t end = uint64_t(shard.end) + ActivityTracker::kMaxRegion + 1;
+  fed_ = minus(begin, reach);
+  feed_end_ = uint32_t(std::min<uint64_t>(end + reach, contig_end_));
   covered_ = shard.start;
+  run_start_ = begin;
+  certain_from_ = begin == 0 ? 0 : UINT32_MAX;
   confidence_ = {};
   confidence_.start = shard.start;
   given_.clear();
-  tracker_.reset(shard.start, shard.end);
+  tracker_.reset(begin, uint32_t(std::min<uint64_t>(end, contig_end_)));
   takeTargets();
   span_start = fed_;
   span_end = std::max(feed_end_, shard.end);
@@ -87,7 +95,7 @@ void Haplotyper::Engine::advance(uint32_t, uint32_t to) {
     cutRegions(last && fed_ == feed_end_);
   }
   if (last) pipeline_.drain();
-  span_start = pipeline_.firstNeeded(minus(std::min(fed_, covered_), kPadding));
+  span_start = pipeline_.firstNeeded(minus(std::min(fed_, tracker_.settledTo()), kPadding));
 }
 
 // ---- activity ----
@@ -112,7 +120,7 @@ void Haplotyper::Engine::fetchReference(uint32_t start, uint32_t end) {
   TimerScope scope(ref_timer);
   const char* const contig = context->shard.contig;
   // What pending regions will need lies before.
-  const uint32_t from = std::min(start, minus(covered_, kPadding));
+  const uint32_t from = std::min(start, minus(tracker_.settledTo(), kPadding));
   if (window_contig_ == contig && from >= window_.start && end <= window_.end()) return;
   const uint32_t size = std::min(std::max(end - from, kReferenceBatch), contig_end_ - from);
   window_contig_ = contig;
@@ -164,18 +172,24 @@ void Haplotyper::Engine::takeGiven(ActiveRegion region, GivenAlleles& taken) {
 
 void Haplotyper::Engine::track(uint32_t start, uint32_t end) {
   static Timer* const active_timer = timer("active");
-  TimerScope scope(active_timer);
-  for (uint32_t position = start; position < end; ++position) {
-    if (hasGiven() && (given_.snps.contains(position) || given_.others.contains(position))) {
-      tracker_.add(position, 1.0, 0);
-      continue;
+  static Timer* const tracker_timer = timer("tracker");
+  active_.clear();
+  {
+    TimerScope scope(active_timer);
+    for (uint32_t position = start; position < end; ++position) {
+      if (hasGiven() && (given_.snps.contains(position) || given_.others.contains(position))) {
+        active_.push_back({position, 1.0, 0});
+        continue;
+      }
+      if (!profile_.isMarked(position)) continue;
+      const double activity = activityAt(position);
+      if (activity <= 0) continue;
+      const double clipped = profile_.meanSoftClip(position);
+      active_.push_back({position, activity, clipped > kMinMeanSoftClip ? int(clipped) : 0});
     }
-    if (!profile_.isMarked(position)) continue;
-    const double activity = activityAt(position);
-    if (activity <= 0) continue;
-    const double clipped = profile_.meanSoftClip(position);
-    tracker_.add(position, activity, clipped > kMinMeanSoftClip ? int(clipped) : 0);
   }
+  TimerScope scope(tracker_timer);
+  for (const auto& [position, activity, clipped] : active_) tracker_.add(position, activity, clipped);
   tracker_.advanceTo(end);
 }
 
@@ -196,11 +210,13 @@ void Haplotyper::Engine::keepConfidence(uint32_t start, uint32_t end) {
   start = std::max(start, context->shard.start);
   end = std::min(end, context->shard.end);
   if (start >= end) return;
-  const size_t count = end - start;
+  const size_t count = end - start, values = param_.ploidy + 1;
   const double* const gl = profile_.likelihoods(0, start);
   const int32_t* const depths = profile_.depths(0, start);
   confidence_.bases.append(window_.from(start), count);
-  confidence_.likelihoods.insert(confidence_.likelihoods.end(), gl, gl + count * (param_.ploidy + 1));
+  // What speaks against the reference and did not become a record is doubt, not evidence of another allele.
+  for (size_t i = 0; i < count * values; ++i)
+    confidence_.likelihoods.push_back(std::min(gl[i], gl[i - i % values]));
   confidence_.depth.insert(confidence_.depth.end(), depths, depths + count);
 }
 
@@ -209,18 +225,22 @@ void Haplotyper::Engine::keepConfidence(uint32_t start, uint32_t end) {
 void Haplotyper::Engine::cutRegions(bool last) {
   static Timer* const region_timer = timer("region");
   TimerScope scope(region_timer);
-  const uint32_t shard_end = context->shard.end;
+  const Shard& shard = context->shard;
+  const uint32_t record_reach = gvcf_ ? kPadding : 0;  // of a deletion: no block lies under it
   ActiveRegion region;
   while (tracker_.nextRegion(region, last)) {
+    if (region.start != run_start_) certain_from_ = std::min(certain_from_, region.start);
+    run_start_ = region.end;
+    if (region.end + record_reach <= shard.start || region.start >= shard.end) continue;
     addGap(region.start);
     addRegion(region);
   }
-  addGap(last ? shard_end : std::min(tracker_.settledTo(), shard_end));
+  addGap(last ? shard.end : tracker_.settledTo());
 }
 
 // The positions up to `end` are inactive.
 void Haplotyper::Engine::addGap(uint32_t end) {
-  end = std::min(end, contig_end_);
+  end = std::min({end, context->shard.end, contig_end_});
   if (end <= covered_) return;
   if (gvcf_) {
     auto task = newTask({covered_, end});
@@ -242,7 +262,7 @@ std::unique_ptr<AssemblyTask> Haplotyper::Engine::newTask(ActiveRegion active) c
 
 void Haplotyper::Engine::addRegion(ActiveRegion region) {
   auto task = newTask(region);
-  covered_ = region.end;
+  covered_ = std::max(covered_, std::min(region.end, context->shard.end));
   const ActiveRegion& padded = task->paddedInterval;
   if (task->debugLevel >= kDebugRegions)
     debugPrint("extened active region %s:%u-%u\n", task->contig, padded.start + 1, padded.end);
@@ -268,8 +288,14 @@ void Haplotyper::Engine::call(AssemblyTask& task) {
   if (task.debugLevel >= kDebugRegions) tellCall(task);
   if (!task.inactive && !task.skipFlag) calcRegion(task);
   if (!gvcf_) return;
-  calcInactive(task.activeInterval.start, task.activeInterval.end);
-  dropConfidence(task.activeInterval.end);
+  const ActiveRegion own = ownPart(task.activeInterval);
+  calcInactive(own.start, own.end);
+  dropConfidence(own.end);
+}
+
+ActiveRegion Haplotyper::Engine::ownPart(ActiveRegion region) const {
+  const Shard& shard = context->shard;
+  return {std::clamp(region.start, shard.start, shard.end), std::clamp(region.end, shard.start, shard.end)};
 }
 
 // The active interval, and what of it is not called, or evaluated by so many reads under so many haplotypes.
@@ -288,8 +314,13 @@ void Haplotyper::Engine::calcRegion(AssemblyTask& task) {
   static Timer* const region_timer = timer("calc_region");
   TimerScope scope(region_timer);
   const GivenAlleles* const given = hasGiven() ? &task.given : nullptr;
-  std::vector<EventSite> sites = collectEvents(task.haplotypes, task.reference, task.activeInterval.start,
-                                               task.activeInterval.end, given);
+  std::vector<EventSite> sites;
+  {
+    static Timer* const build_timer = timer("build_variants");
+    TimerScope build_scope(build_timer);
+    sites = collectEvents(task.haplotypes, task.reference, task.activeInterval.start, task.activeInterval.end,
+                          given);
+  }
   if (sites.empty()) return;
   {
     static Timer* const db_timer = timer("fetch_db");
@@ -358,8 +389,16 @@ void Haplotyper::Engine::describeSite(const EventSite& event) {
 
 void Haplotyper::Engine::writeHeld(const AssemblyTask& task) {
   if (param_.phasing) phaseRecords(held_, task.haplotypes.size(), haplotyper().samples_[0]);
-  uint32_t done = task.activeInterval.start;
+  const Shard& shard = context->shard;
+  // What the shard before writes is known.
+  const bool is_continued = shard.start > shard.entry->start && task.activeInterval.start >= certain_from_;
+  uint32_t done = ownPart(task.activeInterval).start;
   for (const RegionRecord& held : held_) {
+    if (held.record.start >= shard.end) break;
+    if (held.record.start < shard.start) {
+      if (gvcf_ && is_continued) passOver(held.record.end);
+      continue;
+    }
     if (gvcf_ && held.record.start > done) calcInactive(done, held.record.start);
     writeRecord(held.record);
     done = std::max(done, held.record.end);

@@ -1,7 +1,8 @@
 // haplotyper_engine.h - what Haplotyper does on each thread: activity along the shard, the regions cut from it, their
 // calling in order, and in mode gvcf the reference blocks between the records.
 //
-// A region begins and ends in its shard; its reads and what is assembled reach beyond.
+// Regions do not end at a shard's borders: one that lies over a border is done by both shards, and each writes what
+// begins in it. So calls do not depend on how the genome was cut.
 #pragma once
 
 #include <cstdint>
@@ -64,6 +65,7 @@ class Haplotyper::Engine final : public VariantCallAlgo::Engine {
   void describeSite(const EventSite& event);
   void writeHeld(const AssemblyTask& task);
   void calcInactive(uint32_t start, uint32_t end);
+  ActiveRegion ownPart(ActiveRegion region) const;  // what of it lies in the shard
   void dropConfidence(uint32_t before);
 
   const Param& param_;
@@ -78,13 +80,21 @@ class Haplotyper::Engine final : public VariantCallAlgo::Engine {
   std::vector<Span> targets_;  // of the contig, sorted and disjoint; all of it without --interval
   uint32_t contig_end_ = 0;
   uint32_t fed_ = 0, feed_end_ = 0;  // the activity of the shard: how far it is known, and is to be known
-  uint32_t covered_ = 0;             // positions before it belong to a task
+  uint32_t covered_ = 0;             // positions of the shard before it belong to a task
+  uint32_t run_start_ = 0;           // a region that begins here may be part of a longer run
+  uint32_t certain_from_ = 0;        // regions from here on are those of the shard before, too
 
   std::string window_contig_;
   ReferenceWindow window_;
   std::vector<Read*> reads_;
   GivenAlleles given_;  // from the last region on
   Site activity_site_;
+  struct ActivePosition {
+    uint32_t position;
+    double activity;
+    int softClip;  // bases
+  };
+  std::vector<ActivePosition> active_;  // of the window
 
   // Mode gvcf: what the profile said of the positions that no task has taken yet.
   struct Confidence {

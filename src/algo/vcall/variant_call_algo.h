@@ -142,6 +142,9 @@ class VariantCallAlgo::Engine : public Algo::Engine {
   void addRefConfidence(uint32_t start, uint32_t end, const char* refBases, const double* likelihoods,
                         const int32_t* depth, int ploidy);
 
+  // The positions up to `end` are those of a record of the shard before, in mode gvcf; see BandCollector.
+  void passOver(uint32_t end) { bands_.passOver(end); }
+
   // Makes the dbSNP records of [start, end) those that emitVariant() looks among. Before the records of a region.
   void fetchDb(uint32_t start, uint32_t end);
 
