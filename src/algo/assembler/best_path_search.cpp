@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "algo/assembler/cigar_utils.h"
+#include "algo/assembler/smith_waterman.h"
 #include "base/text.h"
 #include "base/timer.h"
 
@@ -145,13 +146,14 @@ class PathLists {
 };
 
 // False when the path cannot be used.
-bool placeOnReference(const Haplotype& reference, Haplotype& haplotype) {
+bool placeOnReference(const Haplotype& reference, Haplotype& haplotype,
+                      SMITHWATERMAN::SWPairwiseAlignment& aligner) {
   static Timer* compute_cigar = timer("assemble_computecigar");
   CigarElements cigar;
   {
     TimerScope scope(compute_cigar);
-    if (!CigarUtils::computeCigar(reference.bases.data(), reference.bases.size(), haplotype.bases.data(),
-                                  haplotype.bases.size(), cigar))
+    if (!CigarUtils::computeCigar(aligner, reference.bases.data(), reference.bases.size(),
+                                  haplotype.bases.data(), haplotype.bases.size(), cigar))
       return false;
   }
   if (cigarReferenceLength(cigar) < BestPathSearch::kMinReferenceBases) return false;
@@ -176,6 +178,7 @@ void BestPathSearch::findBestHaplotypes(const std::shared_ptr<AssemblyResult>& r
   }
   std::vector<GraphPath> paths = {checkGraph(*result->graph, refHaplotype)};
   for (GraphPath& path : findBestPaths(*result->graph, limit)) paths.push_back(std::move(path));
+  SMITHWATERMAN::SWPairwiseAlignment aligner;
   for (GraphPath& path : paths) {
     if (Haplotype* known = set.find(path.bases)) {
       known->score = std::max(known->score, path.score);
@@ -187,7 +190,7 @@ void BestPathSearch::findBestHaplotypes(const std::shared_ptr<AssemblyResult>& r
     haplotype->locus = refHaplotype.locus;
     haplotype->score = path.score;
     haplotype->kmerSize = result->kmerSize;
-    if (!placeOnReference(refHaplotype, *haplotype)) continue;
+    if (!placeOnReference(refHaplotype, *haplotype, aligner)) continue;
     if (debug)
       fprintf(stderr, "Adding haplotype %s from graph with kmer %d\n", haplotype->text().c_str(),
               result->kmerSize);

@@ -59,6 +59,12 @@ bool differsByFewBases(const char* ref, const char* alt, size_t length) {
 }  // namespace
 
 bool computeCigar(const char* ref, size_t refLen, const char* alt, size_t altLen, CigarElements& cigar) {
+  SMITHWATERMAN::SWPairwiseAlignment aligner;
+  return computeCigar(aligner, ref, refLen, alt, altLen, cigar);
+}
+
+bool computeCigar(SMITHWATERMAN::SWPairwiseAlignment& aligner, const char* ref, size_t refLen,
+                  const char* alt, size_t altLen, CigarElements& cigar) {
   cigar.clear();
   if (altLen == 0 || refLen == 0) {
     if (refLen == 0) fprintf(stderr, "Warning in Smith-Waterman: zero ref length\n");
@@ -74,9 +80,9 @@ bool computeCigar(const char* ref, size_t refLen, const char* alt, size_t altLen
   }
   const std::string padded_ref = kPad + std::string(ref, refLen) + kPad;
   const std::string padded_alt = kPad + std::string(alt, altLen) + kPad;
-  SMITHWATERMAN::SWPairwiseAlignment aligner;
   aligner.align(padded_ref.data(), padded_ref.size(), padded_alt.data(), padded_alt.size(),
-                SMITHWATERMAN::haplotypeAlignScores, SMITHWATERMAN::OVERHANG_CLIP);
+                SMITHWATERMAN::haplotypeAlignScores, SMITHWATERMAN::OVERHANG_CLIP,
+                SMITHWATERMAN::ALIGN_END_TO_END);
   const SMITHWATERMAN::AlignmentResult& result = aligner.result();
   if (result.score <= 0) return false;
   for (const auto& element : result.cigar)

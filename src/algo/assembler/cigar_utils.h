@@ -11,12 +11,19 @@
 #include "algo/assembler/cigar_elements.h"
 #include "readdata/bam/bam_record.h"
 
+namespace SMITHWATERMAN {
+class SWPairwiseAlignment;
+}
+
 namespace CigarUtils {
 
 // The CIGAR of `alt` against the whole of `ref`, from end to end; false when the two do not align, with an
 // empty `cigar`. An empty `alt` is one deletion. An empty `ref` is one insertion, told as a warning on
 // standard error. Throws as SMITHWATERMAN::SmithWaterman does.
 bool computeCigar(const char* ref, size_t refLen, const char* alt, size_t altLen, CigarElements& cigar);
+// The same by an aligner that the caller keeps.
+bool computeCigar(SMITHWATERMAN::SWPairwiseAlignment& aligner, const char* ref, size_t refLen,
+                  const char* alt, size_t altLen, CigarElements& cigar);
 
 // The part that covers the bases `start` to `end` of the read, `end` included. Deletions and skips next to
 // these bases stay, at either edge. Consolidated. Throws for operators other than M, I, D, S, N, = and X.

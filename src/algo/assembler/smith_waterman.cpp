@@ -15,6 +15,8 @@ SmithWaterman::~SmithWaterman() = default;
 
 namespace {
 
+constexpr int32_t kFirstBand = 32;  // bases to either side
+
 void check(size_t reference_length, size_t read_length, const Scores& scores) {
   if (reference_length == 0) throw std::runtime_error("strlen(reference) == 0");
   if (read_length == 0) throw std::runtime_error("strlen(read) == 0");
@@ -42,9 +44,8 @@ void SmithWaterman::align(const char* reference, size_t referenceLength, const c
   result_.status = {};
   check(referenceLength, readLength, scores);
 
-  const bool gap_borders = overhangStrategy == OVERHANG_GAP || overhangStrategy == OVERHANG_LEADING_GAP;
-  matrix_->fill(reference, referenceLength, read, readLength, scores, gap_borders, keepsTies());
-  const Cell best = bestCell(overhangStrategy);
+  const Cell best = fillAndFind(reference, referenceLength, read, readLength, scores, overhangStrategy,
+                                (flags & ALIGN_END_TO_END) != 0);
   result_.score = best.score;
   if (best.row > 0 && best.column > 0) {
     result_.status.aligned = true;
@@ -52,6 +53,29 @@ void SmithWaterman::align(const char* reference, size_t referenceLength, const c
     result_.bestColumn = best.column;
   }
   if (!(flags & ALIGN_SCORE_ONLY)) keepPaths(best, overhangStrategy);
+}
+
+// A path on a diagonal so many bases outside of both ends' own leaves out at least so many pairs. Once the best score is
+// above what all other pairs together can give, no path beyond the band comes near it, and those inside are all known.
+SmithWaterman::Cell SmithWaterman::fillAndFind(const char* reference, size_t referenceLength,
+                                               const char* read, size_t readLength, const Scores& scores,
+                                               OverhangStrategy strategy, bool end_to_end) {
+  const bool gap_borders = strategy == OVERHANG_GAP || strategy == OVERHANG_LEADING_GAP;
+  const auto rows = static_cast<int32_t>(referenceLength), columns = static_cast<int32_t>(readLength);
+  const int32_t pairs = std::min(rows, columns), match = scores[0];
+  const auto fill = [&](int32_t beyond) {
+    const Band band = {std::min(0, rows - columns) - beyond, std::max(0, rows - columns) + beyond};
+    matrix_->fill(reference, referenceLength, read, readLength, scores, gap_borders, keepsTies(), band);
+    return bestCell(strategy);
+  };
+  const bool usual_scores = match > 0 && scores[1] <= match && scores[2] <= 0 && scores[3] <= 0;
+  if (!end_to_end || strategy != OVERHANG_CLIP || !usual_scores || pairs <= kFirstBand) return fill(pairs);
+  for (int32_t beyond = kFirstBand;;) {
+    const Cell best = fill(beyond);
+    const int32_t missing = (pairs * match - best.score) / match;  // pairs
+    if (missing <= beyond) return best;
+    beyond = missing;
+  }
 }
 
 void SmithWaterman::keepPaths(Cell best, OverhangStrategy strategy) {

@@ -11,7 +11,8 @@
 // Threads  one thread at a time per object.
 // Errors   std::runtime_error for an empty sequence, for more than kMaxCells cells or kMaxLength bases, and
 //          for scores with which a cell might leave 31 bits.
-// Cost     O(reference x read) time, half a byte of memory per cell.
+// Cost     O(reference x read) time, half a byte of memory per cell. With ALIGN_END_TO_END the time is that of a band
+//          around the diagonals of both ends, as wide as the bases that the score falls short of.
 // Source   Gotoh, An improved algorithm for matching biological sequences (1982); the gaps within a row by a
 //          prefix scan, as in Khajeh-Saeed et al., Acceleration of the Smith-Waterman algorithm using
 //          graphics processors (2010).
@@ -48,6 +49,8 @@ inline constexpr Scores haplotypeAlignScores = {200, -150, -260, -11};
 // Flags of align().
 enum AlignFlag : uint32_t {
   ALIGN_SCORE_ONLY = 1,  // leaves `cigar` empty and `alignmentOffset` 0
+  ALIGN_END_TO_END =
+      2,  // quick where the sequences turn out to be much the same from end to end; of OVERHANG_CLIP
 };
 
 struct AlignmentStatus {
@@ -86,6 +89,8 @@ class SmithWaterman {
     int32_t row, column, score;
   };
 
+  Cell fillAndFind(const char* reference, size_t referenceLength, const char* read, size_t readLength,
+                   const Scores& scores, OverhangStrategy strategy, bool end_to_end);
   virtual Cell bestCell(OverhangStrategy strategy) const = 0;
   virtual bool keepsTies() const { return false; }
   // Path from `best` to a border. With `at_tie` it takes the second choice at the first cell, counted from

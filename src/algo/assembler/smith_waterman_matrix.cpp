@@ -28,7 +28,7 @@ constexpr size_t roundUp(size_t number, size_t step) {
 }  // namespace
 
 void Matrix::fill(const char* reference, size_t reference_length, const char* read, size_t read_length,
-                  const Scores& scores, bool gap_borders, bool keep_ties) {
+                  const Scores& scores, bool gap_borders, bool keep_ties, Band band) {
   const size_t stride = roundUp(read_length, 4);
   const size_t column_cells = roundUp(reference_length + 1, 4);
   const size_t words = reference_length * (stride / 4);
@@ -57,6 +57,7 @@ void Matrix::fill(const char* reference, size_t reference_length, const char* re
           .profile = profile,
           .open = scores[2],
           .extend = scores[3],
+          .band = band,
           .first_column = first_column,
           .last_column = last_column,
           .h = h,

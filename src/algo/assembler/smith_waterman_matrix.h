@@ -17,9 +17,9 @@ namespace SMITHWATERMAN {
 class Matrix {
  public:
   // With `gap_borders` a cell of row 0 or column 0 costs a gap of its length, else nothing. Lengths and
-  // scores have been checked.
+  // scores have been checked. Cells outside of the band have no direction, and no more than a path to them can score.
   void fill(const char* reference, size_t reference_length, const char* read, size_t read_length,
-            const Scores& scores, bool gap_borders, bool keep_ties);
+            const Scores& scores, bool gap_borders, bool keep_ties, Band band);
 
   int32_t rows() const { return static_cast<int32_t>(job_.reference_length); }
   int32_t columns() const { return static_cast<int32_t>(job_.read_length); }

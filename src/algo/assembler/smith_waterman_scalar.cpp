@@ -7,10 +7,11 @@ void fillScalar(const FillJob& job) {
   for (size_t row = 0; row < job.reference_length; ++row) {
     const int32_t* scores =
         job.profile + job.profile_row[static_cast<uint8_t>(job.reference[row])] * job.stride;
-    int32_t diagonal = job.first_column[row];
-    int32_t left = job.first_column[row + 1];
+    const size_t first = firstCell(job, row), end = endWord(job, row);
+    int32_t diagonal = first == 0 ? job.first_column[row] : job.h[first - 1];
+    int32_t left = first == 0 ? job.first_column[row + 1] : kMinusInfinity;
     int32_t insertion = kMinusInfinity;
-    for (size_t word = 0; word < words; ++word) {
+    for (size_t word = first / 4; word < end; ++word) {
       uint32_t directions = 0, ties = 0;
       for (uint32_t k = 0; k < 4; ++k) {
         const size_t j = word * 4 + k;

@@ -38,10 +38,12 @@ void fill(const FillJob& job) {
     const int32_t* scores =
         job.profile + job.profile_row[static_cast<uint8_t>(job.reference[row])] * job.stride;
     uint16_t* directions = job.directions + row * words;
-    __m128i above_before = _mm_set1_epi32(job.first_column[row]);
-    __m128i opened_before = _mm_add_epi32(_mm_set1_epi32(job.first_column[row + 1]), open);
+    const size_t first = firstCell(job, row), end = endWord(job, row);
+    __m128i above_before = _mm_set1_epi32(first == 0 ? job.first_column[row] : h[first - 1]);
+    __m128i opened_before =
+        _mm_add_epi32(first == 0 ? _mm_set1_epi32(job.first_column[row + 1]) : never, open);
     __m128i carry = never;
-    for (size_t word = 0; word < words; ++word) {
+    for (size_t word = first / 4; word < end; ++word) {
       const size_t j = word * 4;
       const __m128i above = load(h + j);
       const __m128i pair = _mm_add_epi32(shiftIn(above, above_before), load(scores + j));

@@ -163,16 +163,47 @@ TEST(SmithWatermanKernel, BothFillTheSameBytes) {
       ties[kernel].resize(words);
     }
     rows[1] = rows[0];
+    const Band band = n % 2 ? Band{-int32_t(random() % 70), int32_t(random() % 70)} : Band{-100, 100};
     for (int kernel = 0; kernel < 2; ++kernel) {
       Rows& r = rows[kernel];
       (kernel == 0 ? fillScalar : fillSse41)(
-          {reference.data(), reference.size(), read.size(), stride, profile_row, r.profile, -3, -1,
+          {reference.data(), reference.size(), read.size(), stride, profile_row, r.profile, -3, -1, band,
            first.data(), last[kernel].data(), r.h, r.e, directions[kernel].data(), ties[kernel].data()});
     }
     ASSERT_EQ(directions[0], directions[1]);
     ASSERT_EQ(ties[0], ties[1]);
     ASSERT_EQ(last[0], last[1]);
     ASSERT_TRUE(std::equal(rows[0].h, rows[0].h + stride, rows[1].h));
+  }
+}
+
+// Sequences of haplotypes, that repeat themselves, and that have little in common.
+TEST(SmithWaterman, ABandChangesNothing) {
+  std::mt19937 random(7);
+  SWPairwiseAlignment banded, whole;
+  for (int n = 0; n < kPairs / 50; ++n) {
+    std::string reference, read;
+    const std::string unit = randomBases(random, 1 + random() % (n % 2 ? 300 : 6), 4);
+    for (const size_t length = 34 + random() % 300; reference.size() < length;) reference += unit;
+    read = reference;
+    for (uint32_t edits = random() % (n % 3 ? 6 : 40); edits > 0; --edits) {
+      const size_t at = random() % (read.size() + 1);
+      if (random() % 3 == 0)
+        read.insert(at, randomBases(random, 1 + random() % (n % 5 ? 12 : 80), 5));
+      else if (random() % 2 == 0 && read.size() > 100)
+        read.erase(at, 1 + random() % (n % 5 ? 12 : 80));
+      else if (at < read.size())
+        read[at] = "ACGT"[random() % 4];
+    }
+    if (n % 7 == 0) read = randomBases(random, 34 + random() % 300, 4);
+    for (SWPairwiseAlignment* aligner : {&banded, &whole})
+      aligner->align(reference.data(), reference.size(), read.data(), read.size(), haplotypeAlignScores,
+                     OVERHANG_CLIP, aligner == &banded ? uint32_t{ALIGN_END_TO_END} : 0);
+    ASSERT_EQ(cigarText(banded.result().cigar), cigarText(whole.result().cigar)) << reference << " " << read;
+    ASSERT_EQ(banded.result().score, whole.result().score);
+    ASSERT_EQ(banded.result().alignmentOffset, whole.result().alignmentOffset);
+    ASSERT_EQ(banded.result().bestRow, whole.result().bestRow);
+    ASSERT_EQ(banded.result().bestColumn, whole.result().bestColumn);
   }
 }
 
