@@ -1,17 +1,16 @@
 #include "algo/vcall/assembly_task.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <numeric>
-#include <set>
 #include <stdexcept>
 #include <utility>
 
 #include "algo/assembler/read_threading_assembler.h"
+#include "algo/vcall/fold_back.h"
 #include "algo/vcall/given_haplotypes.h"
 #include "algo/vcall/read_sampling.h"
 #include "algo/vcall/read_window.h"
@@ -41,22 +40,6 @@ bool before(const ReadClip& a, const ReadClip& b) {
 
 bool isBase(char letter) {
   return letter == 'A' || letter == 'C' || letter == 'G' || letter == 'T';
-}
-
-constexpr uint16_t kStrandBits = FLAG_REVERSE | FLAG_MATE_REVERSE;
-
-// The soft-clipped bases in front and behind.
-std::pair<int64_t, int64_t> softClips(const Read& read) {
-  std::pair<int64_t, int64_t> clips{0, 0};
-  bool body = false;
-  for (uint32_t i = 0; i < read.n_cigar; ++i) {
-    const uint32_t word = read.cigarWord(i);
-    if (cigarOp(word) == CIGAR_S)
-      (body ? clips.second : clips.first) += cigarLength(word);
-    else
-      body = body || cigarOp(word) != CIGAR_H;
-  }
-  return clips;
 }
 
 std::unique_ptr<Haplotype> makeReference(const AssemblyTask& task) {
@@ -139,7 +122,7 @@ void RegionAssembler::assemble(AssemblyTask& task) const {
   if (task.debugLevel >= kDebugRegions) telling.lock();
   {
     TimerScope scope(clip_timer);
-    clipReads(task.fetched, task.paddedInterval, task.reads);
+    clipReads(task.fetched, task.paddedInterval, task.reference, task.reads);
     const size_t limit = readLimit(task, param_.resampleDepth);
     sampleReads(task.reads, std::vector<size_t>(samples_, limit), task.contig, task.activeInterval.start);
   }
@@ -160,7 +143,7 @@ void RegionAssembler::assemble(AssemblyTask& task) const {
   std::vector<Read*> kept;
   kept.reserve(task.reads.size());
   for (const ReadClip& clip : task.reads) kept.push_back(clip.read);
-  clipReads(kept, task.trimmedInterval, task.reads);
+  clipReads(kept, task.trimmedInterval, task.reference, task.reads);
   boundCells(task, samples_);
 }
 
@@ -170,54 +153,23 @@ size_t RegionAssembler::readLimit(const AssemblyTask& task, int depth) const {
   return size_t(std::ceil(depth * length / std::max(param_.resampleReadLen, 1)));
 }
 
-bool RegionAssembler::clipOne(Read& read, ActiveRegion interval, bool trim, ReadClip& clip) const {
-  if (trim) {
-    interval.start = std::max(interval.start, read.start);
-    interval.end = std::min(interval.end, read.end);
-  }
-  const int32_t sample = clip.sample;
-  const bool left = clipRead(read, adapterFreeWindow(read), interval.start, interval.end, clip) &&
-                    clip.length() >= kMinReadBases;
-  clip.sample = sample;
-  return left;
-}
-
 void RegionAssembler::clipReads(const std::vector<Read*>& reads, ActiveRegion interval,
-                                std::vector<ReadClip>& clips) const {
+                                const ReferenceWindow& reference, std::vector<ReadClip>& clips) const {
   clips.clear();
   for (Read* read : reads) {
     if (read->mapq < param_.minMapQual) continue;
     const auto group = size_t(read->read_group);
     if (group >= sample_of_group_.size() || sample_of_group_[group] < 0) continue;
+    const FoldBacks untrue = param_.trimSoftClip != 0 ? FoldBacks{0, 0} : findFoldBacks(*read, reference);
+    uint32_t start = interval.start, end = interval.end;
+    if (untrue.front != FoldBacks::kNone) start = std::max(start, read->start + uint32_t(untrue.front));
+    if (untrue.back != FoldBacks::kNone) end = std::min(end, read->end - uint32_t(untrue.back));
     ReadClip clip;
-    clip.sample = sample_of_group_[group];
-    if (clipOne(*read, interval, param_.trimSoftClip != 0, clip)) clips.push_back(clip);
-  }
-  std::stable_sort(clips.begin(), clips.end(), before);
-  if (param_.trimSoftClip == 0) trimCopies(interval, clips);
-}
-
-// Copies of one fragment that are clipped alike say one thing, and it is seldom true: what a fragment was ligated or
-// copied wrongly to. The first of them keeps its clip.
-void RegionAssembler::trimCopies(ActiveRegion interval, std::vector<ReadClip>& clips) const {
-  using Copy = std::array<int64_t, 8>;
-  std::set<Copy> known;
-  bool trimmed = false;
-  for (ReadClip& clip : clips) {
-    const Read& read = *clip.read;
-    const bool is_paired = (read.flag & (FLAG_PAIRED | FLAG_MATE_UNMAPPED)) == FLAG_PAIRED;
-    const auto [front, back] = softClips(read);
-    if (!is_paired || front + back == 0) continue;
-    if (known
-            .insert({clip.sample, read.start, read.end, front, back, read.flag & kStrandBits, read.mate_start,
-                     read.tlen})
-            .second)
+    if (!clipRead(*read, adapterFreeWindow(*read), start, end, clip) || clip.length() < kMinReadBases)
       continue;
-    if (!clipOne(*clip.read, interval, true, clip)) clip.read = nullptr;
-    trimmed = true;
+    clip.sample = sample_of_group_[group];
+    clips.push_back(clip);
   }
-  if (!trimmed) return;
-  std::erase_if(clips, [](const ReadClip& clip) { return !clip.read; });
   std::stable_sort(clips.begin(), clips.end(), before);
 }
 

@@ -75,9 +75,9 @@ class RegionAssembler {
 
   // How many reads of a sample make up `depth`; all for 0 and less.
   size_t readLimit(const AssemblyTask& task, int depth) const;
-  void clipReads(const std::vector<Read*>& reads, ActiveRegion interval, std::vector<ReadClip>& clips) const;
-  bool clipOne(Read& read, ActiveRegion interval, bool trim, ReadClip& clip) const;  // keeps the sample
-  void trimCopies(ActiveRegion interval, std::vector<ReadClip>& clips) const;
+  // Without clips that fold back onto `reference`, or with trimSoftClip without any.
+  void clipReads(const std::vector<Read*>& reads, ActiveRegion interval, const ReferenceWindow& reference,
+                 std::vector<ReadClip>& clips) const;
   // The haplotypes over paddedInterval, the reference among them. The choice of the assembler is made here.
   Haplotypes findHaplotypes(const AssemblyTask& task) const;
   Haplotypes threadReads(const AssemblyTask& task, const Haplotype& reference) const;

@@ -60,7 +60,7 @@ std::unique_ptr<Haplotype> RegionTrimmer::cut(const Haplotype& haplotype, const 
     const uint32_t begin = std::clamp(in_ref, first, last), end = std::clamp(in_ref + of_ref, first, last);
     const bool inside = in_ref > first && (in_ref + of_ref < last || (at_end && in_ref + of_ref == last));
     if (of_ref != 0 && of_read != 0) {
-      made->bases.append(haplotype.bases, in_read + (begin - in_ref), end - begin);
+      if (begin < end) made->bases.append(haplotype.bases, in_read + (begin - in_ref), end - begin);
       append(made->cigar, end - begin, CIGAR_M);
     } else if (of_read != 0 && inside) {
       made->bases.append(haplotype.bases, in_read, of_read);
