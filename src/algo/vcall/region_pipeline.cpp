@@ -8,30 +8,34 @@
 
 namespace {
 
-// Tasks that may wait for a pool thread while the walker goes on; bounds the reads that are kept for them.
-constexpr size_t kMaxWaiting = 16;
+bool isReady(const std::future<void>& future) {
+  return future.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+}
 
 }  // namespace
 
 // Shared with the pool: a task of the pool that comes late finds the entry claimed and leaves it.
 struct RegionPipeline::Entry {
   std::unique_ptr<AssemblyTask> task;
-  std::atomic<bool> claimed{false};
+  std::atomic<bool> claimed{false};  // by who assembles it
+  bool assembled = false;            // as far as the walker knows, whose this is
   // Valid when the pool was given the task. The walker resets it in the end: what it refers to holds this entry.
   std::future<void> done;
 
   bool claim() { return !claimed.exchange(true); }
 };
 
-RegionPipeline::RegionPipeline(const RegionAssembler& assembler, thread_coop* pool, Call call)
-    : assembler_(assembler), pool_(pool), call_(std::move(call)) {}
+RegionPipeline::RegionPipeline(Step assemble, thread_coop* pool, Step call)
+    : assemble_(std::make_shared<const Step>(std::move(assemble))), pool_(pool), call_(std::move(call)) {}
 
 RegionPipeline::~RegionPipeline() {
   for (const auto& entry : queue_) entry->done = {};
 }
 
 void RegionPipeline::addTask(std::unique_ptr<AssemblyTask> task) {
+  reads_ += task->fetched.size();
   queue_.push_back(std::make_shared<Entry>());
+  queue_.back()->assembled = task->state != AssemblyTask::kNew;
   queue_.back()->task = std::move(task);
   offer();
   while (!queue_.empty() && !mayWait(*queue_.front())) callFirst();
@@ -41,33 +45,53 @@ void RegionPipeline::addTask(std::unique_ptr<AssemblyTask> task) {
 void RegionPipeline::offer() {
   if (!pool_) return;
   for (const auto& entry : queue_) {
-    if (entry->done.valid() || entry->task->state != AssemblyTask::kNew) continue;
+    if (entry->done.valid() || entry->assembled) continue;
     if (!pool_->wantsTask()) return;
-    entry->done = pool_->submit([entry, &assembler = assembler_] {
-      if (entry->claim()) assembler.assemble(*entry->task);
+    entry->done = pool_->submit([entry, assemble = assemble_] {
+      if (entry->claim()) (*assemble)(*entry->task);
     });
   }
 }
 
-// The first task waits while another thread has it, unless the queue has grown too long.
+// The first task waits while another thread has it, unless too much waits behind it.
 bool RegionPipeline::mayWait(const Entry& entry) const {
-  return entry.done.valid() && queue_.size() <= kMaxWaiting &&
-         entry.done.wait_for(std::chrono::seconds(0)) != std::future_status::ready;
+  return !entry.assembled && entry.done.valid() && !isReady(entry.done) && queue_.size() <= kMaxWaiting &&
+         reads_ <= kMaxWaitingReads;
+}
+
+void RegionPipeline::assemble(Entry& entry) {
+  (*assemble_)(*entry.task);
+  entry.assembled = true;
+}
+
+// The first that nobody has; false without one.
+bool RegionPipeline::assembleAny() {
+  for (const auto& entry : queue_) {
+    if (entry->assembled || !entry->claim()) continue;
+    assemble(*entry);
+    return true;
+  }
+  return false;
+}
+
+// As long as another thread has the entry, this one looks for other work.
+void RegionPipeline::settle(Entry& entry) {
+  if (!entry.assembled && entry.claim()) assemble(entry);
+  while (!entry.assembled) {
+    if (!isReady(entry.done) && assembleAny()) continue;
+    pool_->waitFor(entry.done);
+    entry.done.get();
+    entry.assembled = true;
+  }
 }
 
 void RegionPipeline::callFirst() {
   const std::shared_ptr<Entry> entry = std::move(queue_.front());
   queue_.pop_front();
-  // The state is another thread's as long as that has the task.
-  const bool shared = entry->done.valid();
-  if (shared && !entry->claim()) {
-    pool_->waitFor(entry->done);
-    entry->done.get();
-  } else if (entry->task->state == AssemblyTask::kNew) {
-    assembler_.assemble(*entry->task);
-  }
+  settle(*entry);
   entry->done = {};
   offer();
+  reads_ -= entry->task->fetched.size();
   call_(*entry->task);
   entry->task->state = AssemblyTask::kCalled;
   entry->task.reset();

@@ -1,8 +1,10 @@
 // region_pipeline.h - the regions of a shard on their way: assembled on any thread, called by the walker in order.
 // Threads  belongs to a walker. Only assemble() runs on the pool's threads: a leaf, which waits for nothing.
+// Memory   a region waits for another thread as long as not too many regions, or reads, wait with it.
 // Errors   an exception of a task comes out of the walker's call.
 #pragma once
 
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -12,10 +14,14 @@
 
 class RegionPipeline {
  public:
-  using Call = std::function<void(AssemblyTask&)>;
+  using Step = std::function<void(AssemblyTask&)>;
 
-  // Both outlive the pool's work; a null pool leaves all to the walker.
-  RegionPipeline(const RegionAssembler& assembler, thread_coop* pool, Call call);
+  static constexpr size_t kMaxWaiting = 16;            // tasks
+  static constexpr size_t kMaxWaitingReads = 1 << 17;  // of all of them; neighbours may share some
+
+  // `assemble` is called on several threads at once, and outlives the pool's work, as what it refers to does; a null
+  // pool leaves all to the walker.
+  RegionPipeline(Step assemble, thread_coop* pool, Step call);
   ~RegionPipeline();
 
   // Takes the task behind those before it, and calls those in front that need not wait any longer.
@@ -30,10 +36,14 @@ class RegionPipeline {
 
   void offer();
   bool mayWait(const Entry& entry) const;
+  void assemble(Entry& entry);
+  bool assembleAny();
+  void settle(Entry& entry);
   void callFirst();
 
-  const RegionAssembler& assembler_;
+  const std::shared_ptr<const Step> assemble_;  // shared with the pool
   thread_coop* pool_;
-  Call call_;
+  Step call_;
   std::deque<std::shared_ptr<Entry>> queue_;
+  size_t reads_ = 0;  // of the queue
 };
