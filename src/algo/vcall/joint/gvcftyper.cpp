@@ -27,7 +27,9 @@ GVCFtyper::GVCFtyper(DriverContext* context, int count, const char* const args[]
     : VariantCallAlgo(context, count, args) {
   OptionParser parser;
   addOptions(parser);
-  readArguments(parser, usage(), count, args, false);
+  if (!readArguments(parser, usage(), count, args, false)) return;
+  if (merge_ && !input_paths_.empty())
+    throw std::invalid_argument(name + ": --merge must not have input vcf files");
 }
 
 // ---- options ----
