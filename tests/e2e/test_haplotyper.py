@@ -1,7 +1,10 @@
 """Haplotyper: beside simulated truth, at any thread count, in parts, as GVCF, and on bad options."""
 
+import itertools
+import math
 import os
 import re
+import subprocess
 
 import pysam
 import pytest
@@ -52,7 +55,7 @@ def test_same_bytes_at_any_threads_and_in_parts(run, call, simulated, tmp_path, 
     chunked = call(folder, "chunked.vcf.gz", *options, "--phmm_chunk_size", 100, head=["-t", 3, *SMALL])
     assert same_but_command(unchunked) == same_but_command(chunked) == same_but_command(whole)
     parts = []
-    for i, region in enumerate(("chr1:1-25000", "chr1:25001-60000", "chr2:1-20000")):
+    for i, region in enumerate(("chr1:1-27123", "chr1:27124-60000", "chr2:1-20000")):
         parts.append(f"part{i}.vcf.gz")
         call(folder, parts[-1], *options, head=["-t", 2, *SMALL, "--shard", region])
     done = run("--algo", "Haplotyper", "--merge", "merged.vcf.gz", *parts)
@@ -60,28 +63,129 @@ def test_same_bytes_at_any_threads_and_in_parts(run, call, simulated, tmp_path, 
     assert same_but_command(tmp_path / "merged.vcf.gz") == same_but_command(whole)
 
 
-def check_tiling(records, contigs):
-    """Every position has a block or lies under a record, and no block lies over what was before it."""
-    for contig, length in contigs.items():
-        covered = 0
-        for record in (r for r in records if r.contig == contig):
-            start, block = record.pos - 1, record.alts == ["<NON_REF>"]
-            assert start <= covered and not (block and start < covered), record.line
-            covered = max(covered, int(record.info["END"]) if block else start + len(record.ref))
-            assert record.alts[-1] == "<NON_REF>"
-        assert covered == length, contig
+def likelihoods_of(quality, matches):
+    """Of a base, log10 of its chance with 0, 1, 2 copies of something else."""
+    error = min(10.0 ** (-float(quality) / 10), 0.75)
+    same, other = ((1 - error, error / 3) if matches else (error / 3, 1 - error))
+    return [math.log10((2 - n) * same + n * other) - math.log10(2.0) for n in range(3)]
 
 
-@pytest.mark.parametrize("shard", ["1000000/1000", "9000/1000", "3001/77"])
-def test_gvcf_covers_every_position_once(call, simulated, shard):  # noqa: F811
+ROWS = {(q, matches): likelihoods_of(q, matches) for q in range(100) for matches in (True, False)}
+
+
+def observations(line, reference, pileup, deleted):
+    """What a read of the SAM text says of each position, counted into pileup and deleted."""
+    _, flag, contig, pos, mapq, cigar, rnext, pnext, tlen, bases, quals = line.split("\t")[:11]
+    flag, mapq, start, tlen, mate = int(flag), int(mapq), int(pos) - 1, int(tlen), int(pnext) - 1
+    if flag & 0x704 or mapq < 20:
+        return
+    words = [(int(n), op) for n, op in re.findall(r"(\d+)(\D)", cigar)]
+    end = start + sum(n for n, op in words if op in "MDN=X")
+    reverse, low, high = bool(flag & 16), start, end
+    facing = flag & 13 == 1 and reverse != bool(flag & 32)
+    if facing and 0 < abs(tlen) <= 100 and reverse and end > mate + 1:
+        low = max(start, mate)
+    elif facing and 0 < abs(tlen) <= 100 and not reverse and start <= tlen + mate:
+        high = min(end, start + abs(tlen) + 1)
+    adapter = facing and rnext == "=" and tlen != 0 and (tlen < 0 and start <= mate if reverse else tlen > 0 and end >= start + tlen)
+    quals = [ord(c) - 33 for c in quals]
+    text, at, offset, place = reference[contig], pileup[contig], 0, start
+    aligned = [i for i, (_, op) in enumerate(words) if op in "M=X"]
+
+    def doubt(between, offset, clip_is_adapter, outer):
+        """Whether an indel or usable clipped bases lie among these words, of which the first begins at offset."""
+        for n, op in between:
+            if op in "ID" or (op == "S" and outer and not clip_is_adapter and max(quals[offset : offset + n]) >= 10):
+                return True
+            offset += n if op in "MIS=X" else 0
+        return False
+
+    for i, (n, op) in enumerate(words):
+        if op in "M=X":
+            k = aligned.index(i)
+            first, last = k == 0, k == len(aligned) - 1
+            before = words[0 if first else aligned[k - 1] + 1 : i]
+            behind = words[i + 1 : None if last else aligned[k + 1]]
+            left = doubt(before, 0, adapter and reverse, first) and (place > low or low <= start)
+            right = doubt(behind, offset + n, adapter and not reverse, last) and (place + n < high or high >= end)
+            for p in range(max(place, low), min(place + n, high)):
+                quality, base = quals[offset + p - place], bases[offset + p - place]
+                if quality >= 10 and base in "ACGT" and text[p] in "ACGT":
+                    against = base != text[p] or (left and p == place) or (right and p == place + n - 1)
+                    at[p].append(ROWS[min(quality, max(mapq, 10)), not against])
+        elif op == "D":
+            for p in range(max(place, low), min(place + n, high)):
+                deleted[contig][p] += text[p] in "ACGT"
+        place += n if op in "MDN=X" else 0
+        offset += n if op in "MIS=X" else 0
+
+
+def recount(folder, reference):
+    """By contig and position: depth, quality of the reference, its band, and the three PL."""
+    pileup = {contig: [[] for _ in text] for contig, text in reference.items()}
+    deleted = {contig: [0] * len(text) for contig, text in reference.items()}
+    for line in subprocess.run(["samtools", "view", folder / "sample1.bam"], check=True, text=True, capture_output=True).stdout.splitlines():
+        observations(line, reference, pileup, deleted)
+    bounds, counted = [0, *range(1, 61), 70, 80, 90, 99], {}
+    for contig in reference:
+        counted[contig] = []
+        for rows, missing in zip(pileup[contig], deleted[contig]):
+            depth = len(rows) + missing
+            sums = [sum((row[n] for row in rows), 0.0) + missing * ROWS[30, False][n] for n in range(3)]
+            standard = [min(depth, 40) * value for value in ROWS[30, True]]
+            if sums[0] - max(sums[1:]) > (ROWS[30, True][0] - max(ROWS[30, True][1:])) * min(depth, 40):
+                sums = standard
+            sums = [min(value, sums[0]) for value in sums]
+            quality = min(int((sums[0] - sorted(sums)[1]) * 10), 99)
+            band = max(bound for bound in bounds if bound <= quality)
+            counted[contig].append((depth, band, [math.floor((sums[0] - value) * 10 + 0.5) for value in sums]))
+    return counted
+
+
+def expected_blocks(counted, variants, targets):
+    """(contig, start, end, DP, MIN_DP, PL) of all blocks: positions of one band between the records."""
+    under = {(r.contig, r.pos - 1 + i) for r in variants for i in range(len(r.ref))}
+    for contig, start, end in targets:
+        key = lambda p: None if (contig, p) in under else counted[contig][p][1]  # noqa: E731
+        for band, positions in itertools.groupby(range(start, end), key):
+            positions = list(positions)
+            depths = sorted(counted[contig][p][0] for p in positions)
+            if band is not None:
+                pl = [min(counted[contig][p][2][n] for p in positions) for n in range(3)]
+                yield contig, positions[0], positions[-1] + 1, depths[len(depths) // 2], depths[0], pl
+
+
+def test_gvcf_agrees_with_a_recount(call, simulated, tmp_path):  # noqa: F811
     folder = simulated(depth=30)
-    path = call(folder, "out.g.vcf.gz", "--emit_mode", "gvcf", head=["-t", 2, "--shard_param", shard])
-    records = records_of(path)
-    check_tiling(records, {"chr1": 60000, "chr2": 20000})
-    variants = [r for r in records if r.alts != ["<NON_REF>"]]
-    plain = {(r.contig, r.pos) for r in records_of(call(folder, "plain.vcf.gz", head=["-t", 2, "--shard_param", shard]))}
+    fasta = pysam.FastaFile(str(folder / "reference.fa"))
+    reference = {contig: fasta.fetch(contig).upper() for contig in fasta.references}
+    counted, gvcf = recount(folder, reference), ["--emit_mode", "gvcf"]
+    whole = call(folder, "whole.g.vcf.gz", *gvcf)
+    for i, (threads, shard) in enumerate([(1, "5000"), (8, "5000"), (2, "20000"), (2, "777/77"), (8, "1000000")]):
+        assert same_but_command(call(folder, f"{i}.g.vcf.gz", *gvcf, head=["-t", threads, "--shard_param", shard])) == same_but_command(whole), shard
+    places = [("chr1", 0, 60000), ("chr2", 0, 20000)]
+    some = [("chr1", 0, 1), ("chr1", 9000, 9010), ("chr1", 20000, 31234), ("chr1", 31300, 33000), ("chr1", 59990, 60000), ("chr2", 7000, 20000)]
+    (tmp_path / "targets.bed").write_text("".join("\t".join(map(str, target)) + "\n" for target in some))
+    part = call(folder, "part.g.vcf.gz", *gvcf, head=["-t", 2, "--interval", tmp_path / "targets.bed", "--shard_param", "5000"])
+    for path, targets in ((whole, places), (part, some)):
+        records = records_of(path)
+        variants, blocks = [r for r in records if len(r.alts) > 1], [r for r in records if len(r.alts) == 1]
+        assert len(variants) > 50 and all(r.alts[-1] == "<NON_REF>" for r in records)
+        assert all(any(c == r.contig and s < r.pos <= e for c, s, e in targets) for r in variants)
+        found = [(r.contig, r.pos - 1, int(r.info["END"]), r.samples[0]) for r in blocks]
+        for block, (contig, start, end, depth, least, pl) in itertools.zip_longest(found, expected_blocks(counted, variants, targets)):
+            assert block == (contig, start, end, {"GT": "0/0", "DP": str(depth), "GQ": str(min(sorted(pl)[1], 99)), "MIN_DP": str(least),
+                                                  "PL": ",".join(map(str, pl))})
+
+
+def test_gvcf_records(call, simulated):  # noqa: F811
+    folder = simulated(depth=30)
+    path = call(folder, "out.g.vcf.gz", "--emit_mode", "gvcf")
+    variants = [r for r in records_of(path) if r.alts != ["<NON_REF>"]]
+    plain = {(r.contig, r.pos) for r in records_of(call(folder, "plain.vcf.gz"))}
     assert len(plain ^ {(r.contig, r.pos) for r in variants}) <= 0.05 * len(plain)
-    assert not any(key in r.info for r in variants for key in ("AC", "AF", "AN", "QD", "MQ0"))
+    assert not any(key in r.info for r in variants for key in ("AC", "AF", "AN", "QD", "MQ0", "MQ", "FS", "SOR"))
+    assert all("RAW_MQ" in r.info and "SB" in r.samples[0] for r in variants)
     groups = {}
     for record in variants:
         if "PID" in record.samples[0]:
