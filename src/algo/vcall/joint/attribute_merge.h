@@ -1,11 +1,11 @@
 // attribute_merge.h - the INFO values of all inputs at a position, reduced to those of the joint record: sums of RAW_MQ
 // and DP, of the others the median.
 // Threads  one object per thread.
+// Errors   std::runtime_error with the record's place for a DP that is no integer.
 #pragma once
 
 #include <map>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "algo/vcall/joint/joint_site.h"
@@ -15,9 +15,9 @@ class AttributeMerge {
  public:
   void clear();
   // Takes the values of an input's record: of one that starts here all that are one number, of one that covers the
-  // position DP alone.
+  // position DP alone. What is computed anew from the samples is passed over.
   void add(const Event& event);
-  bool hasDepth() const;  // DP was given by an INFO column
+  bool hasDepth() const { return attrs_.contains("DP"); }  // DP was given by an INFO column
   // Writes the reduced values, and MQ from RAW_MQ and the depth of the records that have it.
   void annotateAttributes(VariantContext& record) const;
 
@@ -27,5 +27,5 @@ class AttributeMerge {
     std::vector<double> values;
   };
   std::map<std::string, Values, std::less<>> attrs_;
-  double raw_mq_depth_ = 0;
+  double raw_mq_ = 0, raw_mq_depth_ = 0;  // of the records that have both
 };

@@ -6,9 +6,7 @@
 #include <stdexcept>
 #include <unordered_set>
 
-#if __has_include("algo/vcall/joint/gvcftyper_engine.h")
 #include "algo/vcall/joint/gvcftyper_engine.h"
-#endif
 #include "base/text.h"
 #include "base/timer.h"
 
@@ -126,12 +124,8 @@ void GVCFtyper::startHeader(VCFHeader& header) {
   }
 }
 
-Algo::Engine* GVCFtyper::newEngine([[maybe_unused]] DriverContext* engine_context, int) {
-#if __has_include("algo/vcall/joint/gvcftyper_engine.h")
+Algo::Engine* GVCFtyper::newEngine(DriverContext* engine_context, int) {
   return new Engine(engine_context, this);
-#else
-  throw std::logic_error("no engine");
-#endif
 }
 
 static const TemplateAlgoBuilder<GVCFtyper> builder("GVCFtyper");
