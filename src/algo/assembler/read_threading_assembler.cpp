@@ -44,9 +44,23 @@ std::unique_ptr<AssemblyResultSet> ReadThreadingAssembler::assemble(std::span<co
   const int64_t largest = *std::max_element(kmerSizes.begin(), kmerSizes.end());
   const int64_t limit = largest + kRetryLimit;
   const auto length = static_cast<int64_t>(refHaplotype.bases.size());
-  for (int64_t k = largest + kRetryStep; k < limit && k <= length && !found; k += kRetryStep)
-    found = addSize(reads, refHaplotype, static_cast<int>(k), k + kRetryStep >= limit, *set);
+  bool any_allowed = false;
+  for (int64_t k = largest + kRetryStep; k < limit && k <= length && !found; k += kRetryStep) {
+    any_allowed = k + kRetryStep >= limit;
+    found = addSize(reads, refHaplotype, static_cast<int>(k), any_allowed, *set);
+  }
+  if (!any_allowed) addTolerantSizes(reads, refHaplotype, *set);
   return set;
+}
+
+// Few reads span the k-mers of a large size. What is told by some of them, beside a repeat that the reference has too,
+// is found by the sizes that the repeat refused.
+void ReadThreadingAssembler::addTolerantSizes(std::span<const AssemblyRead> reads,
+                                              const Haplotype& refHaplotype, AssemblyResultSet& set) const {
+  if (allowRepeatKmersInRef) return;
+  ReadThreadingAssembler tolerant = *this;
+  tolerant.allowRepeatKmersInRef = true;
+  for (const int k : kmerSizes) tolerant.addSize(reads, refHaplotype, k, false, set);
 }
 
 bool ReadThreadingAssembler::addSize(std::span<const AssemblyRead> reads, const Haplotype& refHaplotype,

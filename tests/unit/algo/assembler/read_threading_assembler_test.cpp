@@ -75,7 +75,10 @@ TEST_F(Assembler, TriesLargerSizes) {
   const std::string repeat = a.substr(0, 30);
   const Haplotype reference = haplotypeOf(repeat + b + repeat);
   EXPECT_THAT(sizesOf(*assembler.assemble(none, haplotypeOf(a + b))), ElementsAre(10, 25));
-  EXPECT_THAT(sizesOf(*assembler.assemble(none, reference)), ElementsAre(35));
+  EXPECT_THAT(sizesOf(*assembler.assemble(none, reference)), ElementsAre(10, 25, 35));
+  assembler.allowRepeatKmersInRef = true;
+  EXPECT_THAT(sizesOf(*assembler.assemble(none, reference)), ElementsAre(10, 25));
+  assembler.allowRepeatKmersInRef = false;
   EXPECT_THAT(sizesOf(*assembler.assemble(none, haplotypeOf(a + a))), ElementsAre(85));
   AssemblyReads cycle;
   cycle.add(b + a, 3);
@@ -85,6 +88,18 @@ TEST_F(Assembler, TriesLargerSizes) {
   const auto set = assembler.assemble(none, reference);
   EXPECT_THAT(sizesOf(*set), ElementsAre());
   EXPECT_THAT(basesOf(*set), ElementsAre(reference.bases));
+}
+
+// Neither of two reads spans a k-mer of the size that a repeat beside them asks for.
+TEST_F(Assembler, FewReadsBesideARepeat) {
+  const std::string repeat = a.substr(0, 40), reference = a + b + repeat;
+  std::string haplotype = reference;
+  haplotype[150] = otherBase(haplotype[150]);
+  AssemblyReads reads;
+  reads.add(reference.substr(50, 150), 3);
+  reads.add(haplotype.substr(65, 100));
+  reads.add(haplotype.substr(135, 100));
+  EXPECT_THAT(basesOf(*assembler.assemble(reads, haplotypeOf(reference))), ElementsAre(reference, haplotype));
 }
 
 TEST_F(Assembler, SizesThatCannotBe) {
