@@ -229,24 +229,6 @@ def test_pipes_and_devices_are_no_inputs(run, sample, tmp_path, path):
         check(run(*args, "--algo", "ReadWriter", "a.bam", timeout=20), 1, told)
 
 
-@pytest.mark.parametrize(
-    "contigs, stderr",
-    [
-        ("chr1:30000 chr2:12000", "interval list header and ref contigs have different number of contigs, 2 vs 3\n"),
-        ("chr1:30000 chr2:12000 chr3:701", "interval list header and ref contigs have different length for contig "),
-        ("chr2:12000 chr1:30000 chr3:700", "interval list header and ref contigs have different contig name for "),
-    ],
-)
-def test_interval_list_of_another_reference(run, sample, tmp_path, contigs, stderr):
-    path = tmp_path / "targets.interval_list"
-    names = "".join("@SQ\tSN:{}\tLN:{}\n".format(*c.split(":")) for c in contigs.split())
-    path.write_text("@HD\tVN:1.0\n" + names + "chr1\t1\t100\t+\tone\n")
-    result = copy(run, sample, "-r", sample.reference, "--interval", path)
-    assert result.returncode == 1 and result.stderr.startswith(stderr)
-    result = copy(run, sample, "--interval", path)  # by the reads' header alone
-    assert result.returncode == 1 and "interval list file header" in result.stderr
-
-
 def test_mode_masks(run, sample, tmp_path):
     """An unsupported mode is told by init: on a worker in a traversal, on the main thread without."""
     result = run("-i", sample.bam, "-r", sample.reference, "--shard", "chr1", "--algo", "AlignmentStat", "a.txt")
@@ -262,17 +244,6 @@ def test_failure_on_a_worker_ends_with_255(run, sample):
     result = copy(run, sample, out="no/such/folder/copy.bam")
     assert (result.returncode, result.stdout) == (255, "")
     assert "no/such/folder/copy.bam" in result.stderr and "overall:" not in result.stderr
-
-
-def test_shards_of_a_run_make_up_the_whole(run, sample, tmp_path, read_names):
-    parts = [["--shard", "chr1:1-10000"], ["--shard", "chr1:10001-,chr2:1-77"], ["--shard", "chr2:78-", "--shard", "chr3"],
-             ["--shard", "NO_COOR"]]  # fmt: skip
-    names = []
-    for number, shard in enumerate(parts):
-        result = copy(run, sample, *shard, "--shard_param", "997/100", out=f"part{number}.bam")
-        assert result.returncode == 0, result.stderr
-        names += read_names(tmp_path / f"part{number}.bam")
-    assert names == read_names(sample.bam)
 
 
 def limits(**values):

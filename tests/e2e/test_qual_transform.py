@@ -210,6 +210,7 @@ def static_map(levels):
         ("indel=true", {}),
         ("prior=33,min_qual=21", {"prior": 33.0, "min_qual": 21}),
         ("levels=30/10/20/40,indel=false", {"quantized": static_map([10, 20, 30, 40])}),
+        ("levels=14/22/30,rounding=down", {"quantized": [max(m for m in (q % 6 if q < 6 else 6, 14, 22, 30) if m <= q) for q in range(94)]}),
     ],
 )
 def test_qualities_are_those_of_the_table(run, reads, tmp_path, params, options):

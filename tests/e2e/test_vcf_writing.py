@@ -159,19 +159,6 @@ def test_same_file_at_any_thread_count_and_sharding(size, variants, copy, tmp_pa
 
 
 @pytest.mark.parametrize("output", ["out.vcf.gz", "out.vcf"])
-def test_files_of_many_shards_read_back_by_region(output, variants, copy, vcf_regions):
-    folder, v = variants
-    path = copy(output, "-t", 3, "-r", folder / "ref.fa", "--shard_param", "10000/1000")
-    regions = list(random_regions(v.contigs, 1000, seed=10))
-    asked = "".join(f"{c} {start} {end}\n" for c, start, end in regions)
-    result = subprocess.run([vcf_regions, "-m", path], input=asked, text=True, capture_output=True, check=True)
-    found = []
-    for line in result.stdout.splitlines():
-        found.append([]) if line.startswith("#") else found[-1].append(line)
-    assert found == naive_answers(v, regions)
-
-
-@pytest.mark.parametrize("output", ["out.vcf.gz", "out.vcf"])
 def test_merged_partial_files_are_the_file_of_one_run(output, variants, copy, tmp_path):
     folder, v = variants
     names = list(v.contigs)
@@ -190,27 +177,6 @@ def test_merged_partial_files_are_the_file_of_one_run(output, variants, copy, tm
         check_standing(merged, v, tmp_path)
     else:
         assert index_bytes(merged) == index_bytes(whole)
-
-
-def test_failures_end_the_run_and_leave_no_index(copy, variants, tmp_path):
-    folder, _ = variants
-    args = ["-t", 3, "-r", folder / "ref.fa"]
-    for output in ["full.vcf.gz", "full.vcf"]:
-        (tmp_path / output).symlink_to("/dev/full")
-        error = copy(output, *args, status=255).splitlines()[-1]
-        assert error.startswith("VariantCopy: failed to ") and error.endswith(f"{output}, No space left on device"), error
-        assert not list(tmp_path.glob("full.*.idx")) + list(tmp_path.glob("full.*.tbi"))
-    error = copy("none/out.vcf", *args, status=255).splitlines()[-1]
-    assert error == "VariantCopy: failed to open output file none/out.vcf"
-    shutil.copy(folder / "in.vcf.gz", tmp_path / "same.vcf.gz")
-    shutil.copy(folder / "in.vcf.gz.tbi", tmp_path / "same.vcf.gz.tbi")
-    for output in ["same.vcf.gz", "same.vcf.gz.tbi"]:
-        error = copy(output, *args, algo_args=["-v", "same.vcf.gz"], status=1).splitlines()[-1]
-        assert error.startswith(f"VariantCopy: output file {output} would overwrite input file same.vcf.gz")
-        assert (tmp_path / output).read_bytes() == (folder / output.replace("same", "in")).read_bytes()
-    (tmp_path / "part.vcf").write_text("##fileformat=VCFv4.2\n")
-    error = copy("out.vcf", algo_args=["--merge", "part.vcf"], status=1).splitlines()
-    assert error[-1] == "VariantCopy: failed to load index for file part.vcf"
 
 
 def test_headers_of_other_tools_survive(algo_driver, simulate, tmp_path):

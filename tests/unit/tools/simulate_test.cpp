@@ -1,14 +1,17 @@
-// The files of a simulation against each other and against a recount.
+// Simulated files are the same for the same seed, and their reads show the truth.
+#include "simulate.h"
+
 #include <algorithm>
 #include <cmath>
 #include <fstream>
-#include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <locale>
+#include <map>
 
-#include "readdata/ref/fasta_file.h"
-#include "simulated_data.h"
+#include "base/text.h"
+#include "readdata/bam/bam_impl.h"
+#include "temp_folder.h"
 
 namespace {
 
@@ -24,22 +27,47 @@ struct CommaNumbers : std::numpunct<char> {
   std::string do_grouping() const override { return "\3"; }
 };
 
-std::vector<std::string> referenceBases() {
-  const SimulatedData& data = SimulatedData::get();
-  FastaFile fasta(OutputPaths(data.options).reference);
-  std::vector<std::string> contigs;
-  for (const std::string& name : fasta.names()) {
-    std::string& bases = contigs.emplace_back(fasta.entry(name)->length, 0);
-    EXPECT_EQ(fasta.fetch(name.c_str(), 0, fasta.entry(name)->length, bases.data()), bases.size());
+struct ReadBack {
+  int32_t contig, start;
+  uint16_t flag;
+  Cigar cigar;
+  std::string bases;
+
+  int32_t end() const {
+    int32_t end = start;
+    for (uint32_t word : cigar)
+      if (consumesReference(word)) end += static_cast<int32_t>(cigarLength(word));
+    return end;
   }
-  return contigs;
+};
+
+// The reads of a BAM by which a genotype is judged.
+std::vector<ReadBack> readBam(const std::string& path) {
+  constexpr uint16_t kPassed = FLAG_UNMAPPED | FLAG_DUPLICATE | FLAG_SECONDARY | FLAG_SUPPLEMENTARY;
+  BAMImpl bam(path);
+  bam.open("r");
+  bam.readHeader();
+  std::vector<ReadBack> reads;
+  for (bam_record record; bam.readRecord(record) > 0;) {
+    if ((record.flag & kPassed) != 0) continue;
+    ReadBack& read = reads.emplace_back(ReadBack{record.ref_id, record.pos, record.flag, {}, ""});
+    for (uint32_t i = 0; i < record.n_cigar; ++i) read.cigar.push_back(record.cigarWord(i));
+    read.bases.resize(size_t(record.l_seq));
+    decodeBases(record.packedBases(), read.bases.size(), read.bases.data());
+  }
+  return reads;
 }
 
-std::map<std::string, int> contigNumbers() {
-  std::map<std::string, int> numbers;
-  for (const ContigPlan& contig : SimulatedData::get().options.contigs)
-    numbers.emplace(contig.name, static_cast<int>(numbers.size()));
-  return numbers;
+// The columns of every line that is no header line.
+std::vector<std::vector<std::string>> readVcf(const std::string& path) {
+  BGZFHandle file;
+  EXPECT_TRUE(file.openFile(path.c_str(), "r"));
+  std::string text(1 << 22, 0);
+  text.resize(static_cast<size_t>(file.read(text.data(), text.size())));
+  std::vector<std::vector<std::string>> lines;
+  for (const std::string& line : split(text, '\n'))
+    if (!line.empty() && line[0] != '#') lines.push_back(split(line, '\t'));
+  return lines;
 }
 
 TEST(Simulate, SameSeedGivesSameBytesInAnyLocaleAndFolder) {
@@ -62,153 +90,6 @@ TEST(Simulate, SameSeedGivesSameBytesInAnyLocaleAndFolder) {
     EXPECT_FALSE(first == fileBytes(folder.path("third") + "/" + name)) << name;
   }
 }
-
-TEST(Simulate, SummaryEqualsARecountAndEverythingIsPresent) {
-  using Test = std::function<bool(const ReadBack&)>;
-  auto unmapped = [](const ReadBack& r) { return r.is(FLAG_UNMAPPED); };
-  const std::vector<std::pair<std::string, Test>> kinds = {
-      {"records", [](const ReadBack&) { return true; }},
-      {"primary", [](const ReadBack& r) { return r.primary(); }},
-      {"secondary", [](const ReadBack& r) { return r.is(FLAG_SECONDARY); }},
-      {"supplementary", [](const ReadBack& r) { return r.is(FLAG_SUPPLEMENTARY); }},
-      {"mapped", [&](const ReadBack& r) { return !unmapped(r); }},
-      {"unmapped beside mate", [&](const ReadBack& r) { return unmapped(r) && r.contig >= 0; }},
-      {"unplaced", [&](const ReadBack& r) { return unmapped(r) && r.contig < 0; }},
-      {"properly paired", [](const ReadBack& r) { return r.primary() && r.is(FLAG_PROPER_PAIR); }},
-      {"mate on another contig",
-       [&](const ReadBack& r) {
-         return r.primary() && !unmapped(r) && !r.is(FLAG_MATE_UNMAPPED) && r.contig != r.mate_contig;
-       }},
-      {"flagged duplicate", [](const ReadBack& r) { return r.is(FLAG_DUPLICATE); }},
-      {"qc fail", [](const ReadBack& r) { return r.is(FLAG_QC_FAIL); }},
-      {"soft clipped", [](const ReadBack& r) { return r.has(CIGAR_S); }},
-      {"hard clipped", [](const ReadBack& r) { return r.has(CIGAR_H); }},
-      {"with insertion", [](const ReadBack& r) { return r.has(CIGAR_I); }},
-      {"with deletion", [](const ReadBack& r) { return r.has(CIGAR_D); }},
-      {"mapq 0", [&](const ReadBack& r) { return !unmapped(r) && r.mapq == 0; }},
-      {"mapq 1-59", [&](const ReadBack& r) { return !unmapped(r) && r.mapq > 0 && r.mapq < 60; }},
-      {"mapq 60", [](const ReadBack& r) { return r.mapq == 60; }},
-      {"adapter dimer reads",
-       [](const ReadBack& r) { return r.contig < 0 && r.bases.find("GATCGGAAGAGC") < 3; }},
-  };
-  const SimulatedData& data = SimulatedData::get();
-  for (size_t s = 0; s < data.reads.size(); ++s) {
-    const Tally& tally = data.summary.samples[s].second;
-    for (const auto& [what, test] : kinds) {
-      auto count = static_cast<uint64_t>(std::count_if(data.reads[s].begin(), data.reads[s].end(), test));
-      EXPECT_GT(count, 0u) << what;
-      // A sequencing error may hide an adapter.
-      if (what == "adapter dimer reads")
-        EXPECT_NEAR(static_cast<double>(count), static_cast<double>(tallied(tally, what)),
-                    0.1 * static_cast<double>(count));
-      else
-        EXPECT_EQ(count, tallied(tally, what)) << what;
-    }
-    EXPECT_EQ(tallied(tally, "primary"), 2 * tallied(tally, "pairs"));
-    for (const char* what :
-         {"pcr duplicates", "optical duplicates", "adapter reads", "chimeras split in a read"})
-      EXPECT_GT(tallied(tally, what), 0u) << what;
-  }
-  for (const auto& [what, count] : data.summary.genome) EXPECT_GT(count, 0u) << what;
-}
-
-TEST(Simulate, RecordsAreSortedAndMatesAgree) {
-  const SimulatedData& data = SimulatedData::get();
-  for (const std::vector<ReadBack>& reads : data.reads) {
-    auto place = [](const ReadBack& r) { return std::pair(static_cast<uint32_t>(r.contig), r.start); };
-    EXPECT_TRUE(std::is_sorted(reads.begin(), reads.end(),
-                               [&](const ReadBack& a, const ReadBack& b) { return place(a) < place(b); }));
-    std::map<std::string, std::vector<const ReadBack*>> pairs;
-    for (const ReadBack& read : reads)
-      if (read.primary()) pairs[read.name].push_back(&read);
-    for (const auto& [name, ends] : pairs) {
-      ASSERT_EQ(ends.size(), 2u) << name;
-      EXPECT_NE(ends[0]->is(FLAG_FIRST), ends[1]->is(FLAG_FIRST)) << name;
-      EXPECT_EQ(ends[0]->tlen, -ends[1]->tlen) << name;
-    }
-    for (const ReadBack& read : reads) {
-      const std::vector<const ReadBack*>& ends = pairs.at(read.name);
-      const ReadBack& mate = *ends[ends[0]->is(FLAG_FIRST) == read.is(FLAG_FIRST) ? 1 : 0];
-      EXPECT_EQ(std::pair(read.mate_contig, read.mate_start), std::pair(mate.contig, mate.start))
-          << read.name;
-      EXPECT_EQ(read.is(FLAG_MATE_UNMAPPED), mate.is(FLAG_UNMAPPED)) << read.name;
-      EXPECT_EQ(read.is(FLAG_MATE_REVERSE), mate.is(FLAG_REVERSE)) << read.name;
-      if (mate.is(FLAG_UNMAPPED)) continue;
-      EXPECT_EQ(read.tags.at("MC"), mate.cigarText());
-      EXPECT_EQ(read.tags.at("MQ"), std::to_string(mate.mapq));
-    }
-  }
-}
-
-TEST(Simulate, SplitReadsPointAtEachOther) {
-  const SimulatedData& data = SimulatedData::get();
-  std::map<std::pair<std::string, bool>, std::vector<const ReadBack*>> split_reads;
-  for (const ReadBack& read : data.reads[0])
-    if (read.tags.count("SA")) split_reads[{read.name, read.is(FLAG_FIRST)}].push_back(&read);
-  EXPECT_EQ(split_reads.size(), tallied(data.summary.samples[0].second, "supplementary"));
-  for (const auto& [key, parts] : split_reads) {
-    ASSERT_EQ(parts.size(), 2u) << key.first;
-    for (int i = 0; i < 2; ++i) {
-      std::vector<std::string> fields = split(parts[i]->tags.at("SA"), ',');
-      ASSERT_EQ(fields.size(), 6u);
-      const ReadBack& other = *parts[1 - i];
-      EXPECT_EQ(fields[0], data.options.contigs[other.contig].name);
-      EXPECT_EQ(fields[1], std::to_string(other.start + 1));
-      EXPECT_EQ(fields[2], other.is(FLAG_REVERSE) ? "-" : "+");
-      EXPECT_EQ(fields[5], other.tags.at("NM") + ";");
-    }
-    EXPECT_NE(parts[0]->is(FLAG_SUPPLEMENTARY), parts[1]->is(FLAG_SUPPLEMENTARY));
-  }
-}
-
-// The reference under an alignment, rebuilt from the read and MD alone; the differences met on the way.
-std::string rebuildReference(const ReadBack& read, int* differences) {
-  std::string aligned;  // the read without clips and insertions; '-' where it lacks bases
-  size_t at = 0;
-  *differences = 0;
-  for (uint32_t word : read.cigar) {
-    uint32_t length = cigarLength(word);
-    if (cigarOp(word) == CIGAR_M) aligned += read.bases.substr(at, length);
-    if (cigarOp(word) == CIGAR_D) aligned.append(length, '-');
-    if (cigarOp(word) == CIGAR_I) *differences += static_cast<int>(length);
-    if (consumesRead(word)) at += length;
-  }
-  size_t done = 0;
-  const std::string& md = read.tags.at("MD");
-  for (size_t i = 0; i < md.size();) {
-    if (isdigit(static_cast<unsigned char>(md[i]))) {
-      for (size_t run = std::stoul(md.substr(i)); run > 0; --run, ++done)
-        if (done >= aligned.size() || aligned[done] == '-') return "MD matches what is not there";
-      while (i < md.size() && isdigit(static_cast<unsigned char>(md[i]))) ++i;
-      continue;
-    }
-    bool deletion = md[i] == '^';
-    if (deletion) ++i;
-    for (; i < md.size() && isupper(static_cast<unsigned char>(md[i])); ++i, ++done) {
-      if (done >= aligned.size() || (aligned[done] == '-') != deletion) return "MD does not fit the CIGAR";
-      aligned[done] = md[i];
-      ++*differences;
-    }
-  }
-  return done == aligned.size() ? aligned : "MD is of another length";
-}
-
-TEST(Simulate, MdRebuildsTheReferenceAndNmIsItsCount) {
-  std::vector<std::string> reference = referenceBases();
-  size_t tested = 0;
-  for (const std::vector<ReadBack>& reads : SimulatedData::get().reads)
-    for (const ReadBack& read : reads) {
-      if (read.is(FLAG_UNMAPPED) || read.bases.empty()) continue;
-      int differences = 0;
-      std::string rebuilt = rebuildReference(read, &differences);
-      EXPECT_EQ(rebuilt, reference[read.contig].substr(read.start, read.end() - read.start)) << read.name;
-      EXPECT_EQ(std::to_string(differences), read.tags.at("NM")) << read.name;
-      ++tested;
-    }
-  EXPECT_GT(tested, 40000u);
-}
-
-// --- truth ---
 
 // What a read says at a site: the sequence it has in place of `ref`, when it covers the site with room on
 // both sides; else empty.
@@ -233,10 +114,23 @@ std::string alleleOf(const ReadBack& read, int32_t start, size_t ref_length) {
 }
 
 TEST(Simulate, ReadsShowTheTruthAtPlausibleFractions) {
-  const SimulatedData& data = SimulatedData::get();
-  std::map<std::string, int> numbers = contigNumbers();
+  TempFolder folder;
+  // Three samples (the third the child of the others), four contigs, the third of them without reads.
+  const SimulateOptions options =
+      parseOptions({"--out-dir", folder.path("a"), "--contigs", "chr1:60000,chr2:20000,chr3:5000,chr4:8000",
+                    "--depth", "40", "--samples", "3", "--seed", "11", "--flag-duplicates", "--indel-rate",
+                    "0.0008", "--snp-rate", "0.002"});
+  const Summary summary = simulate(options);
+  for (const auto& [what, count] : summary.genome) EXPECT_GT(count, 0u) << what;
+  for (const auto& [sample, tally] : summary.samples)
+    for (const auto& [what, count] : tally) EXPECT_GT(count, 0u) << what;
+  std::vector<std::vector<ReadBack>> reads;  // per sample
+  for (const std::string& sample : options.samples)
+    reads.push_back(readBam(OutputPaths(options).sampleBam(sample)));
+  std::map<std::string, int> numbers;
+  for (const ContigPlan& contig : options.contigs) numbers.emplace(contig.name, int(numbers.size()));
   size_t tested = 0, thin = 0, indels = 0, tested_multi = 0;
-  for (const std::vector<std::string>& line : readVcf(OutputPaths(data.options).truth)) {
+  for (const std::vector<std::string>& line : readVcf(OutputPaths(options).truth)) {
     int contig = numbers.at(line[0]);
     if (contig == 2) continue;
     int32_t start = std::stoi(line[1]) - 1;
@@ -245,14 +139,12 @@ TEST(Simulate, ReadsShowTheTruthAtPlausibleFractions) {
     for (size_t s = 0; s < 3; ++s) {
       std::map<std::string, int> seen;
       int depth = 0;
-      auto first =
-          std::lower_bound(data.reads[s].begin(), data.reads[s].end(), std::pair(contig, start - 400),
-                           [](const ReadBack& read, const std::pair<int, int32_t>& place) {
-                             return read.contig >= 0 && std::pair(read.contig, read.start) < place;
-                           });
-      for (auto read = first; read != data.reads[s].end() && read->contig == contig && read->start <= start;
+      auto first = std::lower_bound(reads[s].begin(), reads[s].end(), std::pair(contig, start - 400),
+                                    [](const ReadBack& read, const std::pair<int, int32_t>& place) {
+                                      return read.contig >= 0 && std::pair(read.contig, read.start) < place;
+                                    });
+      for (auto read = first; read != reads[s].end() && read->contig == contig && read->start <= start;
            ++read) {
-        if (read->is(FLAG_UNMAPPED) || read->is(FLAG_DUPLICATE) || !read->primary()) continue;
         std::string allele = alleleOf(*read, start, line[3].size());
         if (allele.empty()) continue;
         ++seen[allele];
@@ -283,7 +175,5 @@ TEST(Simulate, ReadsShowTheTruthAtPlausibleFractions) {
   EXPECT_GT(tested_multi, 3u);
   EXPECT_LT(thin, tested / 5);
 }
-
-// --- duplicates and qualities ---
 
 }  // namespace

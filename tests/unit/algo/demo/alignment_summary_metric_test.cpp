@@ -3,7 +3,6 @@
 #include "algo/demo/alignment_summary_metric.h"
 
 #include <gtest/gtest.h>
-#include <random>
 
 #include "base/text.h"
 #include "read_builder.h"
@@ -175,57 +174,4 @@ TEST(AlignmentSummary, OnlyWhatTheReferenceCoversIsCompared) {
   without.add(mapped());
   EXPECT_EQ(without.row()["PF_READS_ALIGNED"], "0");
   EXPECT_EQ(without.row()["MEAN_READ_LENGTH"], "40.000000");
-}
-
-// A window in the middle of a contig and, elsewhere, exactly what is asked; tells how often that was.
-class BlocksElsewhere final : public ReferenceSource {
- public:
-  BlocksElsewhere(const std::string& bases, uint32_t start, uint32_t end)
-      : ReferenceSource({bases.data() + start, start, end}), bases_(bases) {}
-  int asked = 0;
-
- protected:
-  ReferenceWindow outside(uint32_t start, uint32_t end) override {
-    asked++;
-    copy_ = bases_.substr(start, end - start);
-    return {copy_.data(), start, start + uint32_t(copy_.size())};
-  }
-
- private:
-  const std::string& bases_;
-  std::string copy_;
-};
-
-// Wherever the window lies, the table is the one of a window over all; only blocks outside of it are asked for.
-TEST(AlignmentSummary, BlocksOutsideOfTheWindowAreComparedToo) {
-  std::minstd_rand random(9);
-  std::string reference(5000, ' ');
-  for (char& base : reference) base = "ACGT"[random() % 4];
-  auto lines = [&](ReferenceSource& source) {
-    AlignmentSummarySettings settings;
-    AlignmentSummaryMetric metric(settings);
-    for (const char* cigar : {"10M1000N30M", "5S10M4D2I3000N23M", "40M", "1M990N38M2900N1M"})
-      for (int start : {0, 99, 100, 995, 1000, 1070}) {
-        bam_record record = readBuilder("r").at(0, start).cigar(cigar);
-        BAMRead read;
-        read.attach(record);
-        metric.update(read, source);
-      }
-    metric.compute();
-    std::vector<std::string> out;
-    metric.lines(out);
-    return out;
-  };
-  ReferenceSource whole({reference.data(), 0, 5000});
-  const std::vector<std::string> expected = lines(whole);
-  ReferenceSource cut({reference.data() + 100, 100, 1100});
-  EXPECT_NE(lines(cut), expected);
-  for (auto [start, end] : {std::pair{0u, 5000u}, std::pair{100u, 1100u}, std::pair{100u, 100u}}) {
-    BlocksElsewhere source(reference, start, end);
-    EXPECT_EQ(lines(source), expected);
-    EXPECT_EQ(source.asked, start == 0 ? 0 : start == end ? 48 : source.asked);
-  }
-  BlocksElsewhere source(reference, 100, 1100);
-  lines(source);
-  EXPECT_LT(source.asked, 48);
 }

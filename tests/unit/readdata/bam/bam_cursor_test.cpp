@@ -120,32 +120,6 @@ TEST_P(BamCursor, DeliversWhatOverlaps) {
   EXPECT_GT(delivered, 2000u);
 }
 
-TEST_P(BamCursor, AdjacentRangesDeliverEachReadOnce) {
-  auto reads = sampleReads(3000, 10, 23);
-  ASSERT_NO_FATAL_FAILURE(make(reads));
-  if (bam_ == nullptr) return;
-  std::mt19937 random(24);
-  for (int32_t contig = 0; contig < static_cast<int32_t>(sampleContigs().size()); ++contig) {
-    uint32_t length = sampleContigs()[contig].length;
-    const uint32_t widths[] = {1, 60, 700, 16384, 20000, length / 20 + 1};
-    for (int round = 0; round < 100; ++round) {
-      auto cursor = bam_->newFetchState();
-      uint32_t first = round % 4 == 0 ? 0 : random() % length, end = first;
-      const RawRead& read = reads[random() % 3000];
-      if (read.ref_id == contig)
-        first = end = static_cast<uint32_t>(read.pos) + random() % 100 % (length - read.pos);
-      Names got;
-      for (int step = 0; step < 30 && end < length; ++step) {
-        uint32_t start = end;
-        end = static_cast<uint32_t>(
-            std::min<uint64_t>(length, uint64_t(end) + 1 + random() % widths[random() % 6]));
-        for (const std::string& name : fetch(*cursor, contig, start, end)) got.push_back(name);
-      }
-      ASSERT_EQ(got, overlapping(reads, contig, first, end)) << contig << ":" << first << "-" << end;
-    }
-  }
-}
-
 INSTANTIATE_TEST_SUITE_P(Layouts, BamCursor,
                          testing::Values(Layout{500, false}, Layout{500, true}, Layout{0xff00, false},
                                          Layout{0xff00, true}),
@@ -276,28 +250,6 @@ TEST_F(CursorFaults, CountOfUnplacedReads) {
     EXPECT_EQ(fetchAll(*openWith(path, index), 500000000), allNames(reads));
     index->has_no_coor = true;
   }
-}
-
-TEST_F(CursorFaults, RandomOffsetsInTheIndex) {
-  auto reads = sampleReads(500, 5, 37);
-  auto good = indexOf(reads);
-  std::string path = write("a.bam", reads);
-  uint64_t size = fileBytes(path).size();
-  std::mt19937_64 random(38);
-  size_t refused = 0;
-  for (int i = 0; i < 200; ++i) {
-    auto index = std::make_shared<BamIndex>(*good);
-    for (auto& contig : index->contigs)
-      for (auto& [bin, chunks] : contig.bins)
-        for (Chunk& chunk : chunks)
-          if (random() % 20 == 0) {
-            chunk.begin = (random() % size) << 16 | random() % 65536;
-            chunk.end = chunk.begin + (random() % size << 16);
-          }
-    std::string message = thrownBy([&] { fetchAll(*openWith(path, index), 200000000); });
-    refused += !message.empty();
-  }
-  EXPECT_GT(refused, 190u);
 }
 
 }  // namespace

@@ -13,20 +13,6 @@ namespace {
 
 using testing::HasSubstr;
 
-bool haveSamtools() {
-  return std::system("samtools --version > /dev/null 2>&1") == 0;
-}
-
-std::string output(const std::string& command) {
-  FILE* pipe = popen(command.c_str(), "r");
-  std::string text;
-  char buffer[4096];
-  for (size_t got; pipe != nullptr && (got = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-    text.append(buffer, got);
-  EXPECT_TRUE(pipe != nullptr && pclose(pipe) == 0) << command;
-  return text;
-}
-
 template <typename Call>
 std::string thrownBy(Call call) {
   try {
@@ -46,25 +32,6 @@ class Environment {
  private:
   const char* name_;
 };
-
-bool same(const BamIndex& a, const BamIndex& b) {
-  if (a.contigs.size() != b.contigs.size() || a.n_no_coor != b.n_no_coor || a.has_no_coor != b.has_no_coor)
-    return false;
-  for (size_t i = 0; i < a.contigs.size(); ++i) {
-    const auto &x = a.contigs[i], &y = b.contigs[i];
-    if (x.linear != y.linear || x.has_counts != y.has_counts || x.mapped != y.mapped ||
-        x.unmapped != y.unmapped || x.first_offset != y.first_offset || x.last_offset != y.last_offset ||
-        x.bins.size() != y.bins.size())
-      return false;
-    for (const auto& [bin, chunks] : x.bins) {
-      auto other = y.bins.find(bin);
-      if (other == y.bins.end() || other->second.size() != chunks.size()) return false;
-      for (size_t k = 0; k < chunks.size(); ++k)
-        if (chunks[k].begin != other->second[k].begin || chunks[k].end != other->second[k].end) return false;
-    }
-  }
-  return true;
-}
 
 // Where each record begins, found by walking the file without an index.
 std::vector<std::pair<uint64_t, uint64_t>> recordSpans(const std::string& path) {
@@ -121,41 +88,6 @@ TEST(BamIndex, QueriesFindEveryOverlappingRead) {
   EXPECT_LT(offered, asked / 10);  // it is not all of the file that is read
 }
 
-TEST(BamIndex, AnswersAsSamtoolsIndexDoes) {
-  if (!haveSamtools()) GTEST_SKIP() << "samtools is not installed";
-  TempFolder folder;
-  auto reads = sampleReads(5000, 30, 8);
-  std::string file = inBlocks(rawBam(sampleContigs(), reads), 2000);
-  std::string ours = folder.write("ours.bam", file), theirs = folder.write("theirs.bam", file);
-  ASSERT_TRUE(BamIndex::build(ours)->save(ours + ".bai"));
-  ASSERT_EQ(std::system(("samtools index " + theirs).c_str()), 0);
-  auto a = BamIndex::load(ours, 0), b = BamIndex::load(theirs, 0);
-  ASSERT_EQ(a->contigs.size(), b->contigs.size());
-  EXPECT_EQ(a->n_no_coor, 30u);
-  EXPECT_EQ(b->n_no_coor, 30u);
-  EXPECT_EQ(a->readCount(), 5000u);
-  EXPECT_EQ(b->readCount(), 5000u);
-  EXPECT_EQ(a->firstUnmappedOffset(), b->firstUnmappedOffset());
-  for (size_t i = 0; i < a->contigs.size(); ++i) {
-    EXPECT_EQ(a->contigs[i].mapped, b->contigs[i].mapped);
-    EXPECT_EQ(a->contigs[i].unmapped, b->contigs[i].unmapped);
-    EXPECT_EQ(a->contigs[i].first_offset, b->contigs[i].first_offset);
-    EXPECT_EQ(a->contigs[i].last_offset, b->contigs[i].last_offset);
-    EXPECT_EQ(a->contigs[i].lastChunkEnd(), b->contigs[i].lastChunkEnd());
-    EXPECT_EQ(a->contigs[i].linear, b->contigs[i].linear) << i;
-  }
-  EXPECT_EQ(output("samtools idxstats " + ours), output("samtools idxstats " + theirs));
-  std::mt19937 random(9);
-  for (int i = 0; i < 60; ++i) {
-    const RawRead& read = reads[random() % 5000];
-    std::string region = sampleContigs()[read.ref_id].name + ":" +
-                         std::to_string(read.pos + 1 + random() % 100) + "-" +
-                         std::to_string(read.pos + 101 + random() % 20000);
-    EXPECT_EQ(output("samtools view " + ours + " " + region),
-              output("samtools view " + theirs + " " + region));
-  }
-}
-
 TEST(BamIndex, SaveAndLoadAgree) {
   TempFolder folder;
   for (size_t reads : {0, 1, 2000}) {
@@ -163,7 +95,8 @@ TEST(BamIndex, SaveAndLoadAgree) {
         folder.write("a.bam", inBlocks(rawBam(sampleContigs(), sampleReads(reads, reads / 2, 12))));
     auto built = BamIndex::build(path);
     ASSERT_TRUE(built->save(path + ".bai"));
-    EXPECT_TRUE(same(*built, *BamIndex::load(path, 0, 7)));
+    ASSERT_TRUE(BamIndex::load(path, 0, 7)->save(folder.path("again.bai")));
+    EXPECT_EQ(fileBytes(folder.path("again.bai")), fileBytes(path + ".bai"));
     EXPECT_EQ(built->readCount(), reads);
   }
   EXPECT_FALSE(std::filesystem::exists(folder.path("a.bam.bai.tmp")));
@@ -358,33 +291,6 @@ TEST_F(HostileIndex, TruncatedAtEveryByte) {
     }
   }
   EXPECT_THAT(complaint(good_ + "x"), HasSubstr("behind its end"));
-}
-
-TEST_F(HostileIndex, OfAnotherFile) {
-  BAMImpl bam(bam_);
-  bam.open("r");
-  bam.readHeader();
-  folder_.write("a.bam.bai", good_);
-  auto good = std::make_shared<BamIndex>(*BamIndex::load(bam_, 0));
-  auto refused = [&](auto change) {
-    auto index = std::make_shared<BamIndex>(*good);
-    change(*index);
-    return thrownBy([&] { bam.setIndex(index); });
-  };
-  EXPECT_EQ(refused([](BamIndex&) {}), "");
-  const std::string messages[] = {
-      refused([](BamIndex& index) { index.contigs.resize(2); }),
-      refused([](BamIndex& index) {
-        index.contigs[0].bins[4681 + 3] = {{1 << 16, 2 << 16}};
-      }),
-      refused([](BamIndex& index) {
-        index.contigs[0].bins[0] = {{5, 1 << 16}};
-      }),
-  };
-  for (const std::string& message : messages) {
-    EXPECT_THAT(message, HasSubstr(bam_ + ".bai"));
-    EXPECT_THAT(message, HasSubstr("does not belong to " + bam_));
-  }
 }
 
 }  // namespace

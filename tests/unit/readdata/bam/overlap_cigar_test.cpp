@@ -121,36 +121,6 @@ std::string lettersOf(const bam_record& r) {
   return letters;
 }
 
-TEST(NormaliseCigar, HandWorkedReads) {
-  const struct {
-    const char *cigar, *letters;
-    std::vector<uint8_t> quals;
-    const char *merged_cigar, *merged_letters;
-    std::vector<uint8_t> merged_quals;
-  } cases[] = {
-      // The overlap agrees on A, and on the other base the later and better one wins.
-      {"4M2B3M",
-       "ACGT"
-       "GAC",
-       {9, 9, 5, 7, 8, 20, 9},
-       "5M",
-       "ACGAC",
-       {9, 9, 8, 13, 9}},
-      // Equal qualities keep the earlier base, at quality 0.
-      {"2M1B1M", "ACG", {9, 9, 9}, "2M", "AC", {9, 0}},
-      // A gap is filled where the second half has bases.
-      {"2M3D2B4M", "ACGGTT", {9, 9, 8, 8, 8, 8}, "2M1D4M", "ACGGTT", {9, 9, 8, 8, 8, 8}},
-  };
-  for (const auto& c : cases) {
-    bam_record r = readBuilder("read").at(0, 50).cigar(c.cigar).seq(c.letters).quals(c.quals).tag("RG", "a");
-    ASSERT_EQ(check(r), nullptr);
-    EXPECT_EQ(normalise_cigar(r), 0);
-    EXPECT_EQ(cigarString(r.cigarBytes(), r.n_cigar), c.merged_cigar) << c.cigar;
-    EXPECT_EQ(lettersOf(r), c.merged_letters) << c.cigar;
-    EXPECT_EQ(std::vector<uint8_t>(r.quals(), r.quals() + r.l_seq), c.merged_quals) << c.cigar;
-  }
-}
-
 TEST(NormaliseCigar, EqualsAModelOfColumns) {
   std::mt19937 random(11);
   int merged_reads = 0, unmapped_reads = 0;
