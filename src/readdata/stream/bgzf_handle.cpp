@@ -98,15 +98,15 @@ bool BGZFHandle::openFile(const char* path, const char* mode) {
   file->descriptor = fileno(file->stream);
   level_ = levelOf(mode, level_);
   fast_ = level_ == 1;
-  block_ = std::make_unique<uint8_t[]>(bgzf::kMaxSize);
-  compressed_ = std::make_unique<uint8_t[]>(bgzf::kMaxSize);
-  other_block_ = std::make_unique<uint8_t[]>(bgzf::kMaxSize);
+  block_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
+  compressed_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
+  other_block_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
   if (writing) {
     setvbuf(file->stream, reinterpret_cast<char*>(other_block_.get()), _IOFBF, bgzf::kMaxSize);
     compressor_ = std::make_unique<BlockCompressor>(level_, fast_);
     flags_ = kWrite;
   } else {
-    file->buffer = std::make_unique<char[]>(kStreamBuffer);
+    file->buffer = std::make_unique_for_overwrite<char[]>(kStreamBuffer);
     setvbuf(file->stream, file->buffer.get(), _IOFBF, kStreamBuffer);
     inflater_ = std::make_unique<BlockInflater>();
     flags_ = 0;
@@ -149,9 +149,9 @@ std::unique_ptr<IOHandle> BGZFHandle::clone() {
   handle->level_ = level_;
   handle->verify_crc_ = verify_crc_;
   handle->file_size_ = file_size_;
-  handle->block_ = std::make_unique<uint8_t[]>(bgzf::kMaxSize);
-  handle->compressed_ = std::make_unique<uint8_t[]>(bgzf::kMaxSize);
-  handle->other_block_ = std::make_unique<uint8_t[]>(bgzf::kMaxSize);
+  handle->block_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
+  handle->compressed_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
+  handle->other_block_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
   handle->inflater_ = std::make_unique<BlockInflater>();
   handle->open_ = true;
   if (handle->seek(tell(), SEEK_SET) < 0) return nullptr;

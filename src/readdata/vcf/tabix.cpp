@@ -143,6 +143,7 @@ bool Reader::windows(Tabix::Index& index) {
     else
       index.linear.push_back(offset);
   }
+  index.linear.shrink_to_fit();  // a joint run holds the indexes of many files
   return true;
 }
 
