@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <exception>
 #include <limits>
 #include <string_view>
 #include <utility>
@@ -11,39 +10,13 @@
 #include "algo/assembler/smith_waterman.h"
 #include "algo/vcall/model/genotype_assignment.h"
 #include "algo/vcall/model/genotype_from_rows.h"
+#include "base/in_chunks.h"
 #include "base/timer.h"
 
 namespace {
 
 // Reads x haplotypes of a piece that an idle thread may take: about a millisecond.
 constexpr size_t kSharedPairs = 1024;
-
-// Calls work(first, last) for all of [0, count) in pieces of `size`. A piece goes to the pool when a worker there has
-// nothing else to do, the others are done here. Returns when all are done; an exception of a piece is thrown then.
-template <typename Work>
-void inChunks(thread_coop* pool, size_t count, size_t size, const Work& work) {
-  std::vector<std::future<void>> given;
-  std::exception_ptr failure;
-  auto guarded = [&failure](const auto& step) {
-    try {
-      step();
-    } catch (...) {
-      if (!failure) failure = std::current_exception();
-    }
-  };
-  for (size_t first = 0; first < count; first += size) {
-    const size_t last = std::min(count, first + size);
-    guarded([&] {
-      if (last < count && pool && pool->wantsTask())
-        given.push_back(pool->submit([&work, first, last] { work(first, last); }));
-      else
-        work(first, last);
-    });
-  }
-  for (std::future<void>& future : given) pool->waitFor(future);  // none may run on when this is left
-  for (std::future<void>& future : given) guarded([&future] { future.get(); });
-  if (failure) std::rethrow_exception(failure);
-}
 
 // The haplotype ahead of all others, -1 without one.
 int bestHaplotype(const double* row, size_t haplotypes) {

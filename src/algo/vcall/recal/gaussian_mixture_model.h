@@ -1,57 +1,91 @@
 // gaussian_mixture_model.h - the density of variants in the space of their annotations: a mixture of Gaussians, fitted by
 // variational Bayes expectation and maximisation.
 // Units    log10 densities.
-// Threads  one object per thread; train() and evaluateData() spread parts of the data over the pool. Results are the same
-//          at any number of threads: sums are added in the order of the parts.
-// Errors   std::overflow_error "numeric overflow"; a covariance without Cholesky factor is told on standard error, and
-//          constants stand in for its determinant.
-// Source   Bishop, Pattern Recognition and Machine Learning (2006), 10.2.
+// Threads  one object per thread; the members spread parts of the data over the pool. Results are the same at any number
+//          of threads: sums are added, and generators seeded, in the order of the parts.
+// Errors   train() ends with converged() false when numbers overflow. A covariance without Cholesky factor is told on
+//          standard error, and a constant stands in for its determinant.
+// Cost     train(): 8 bytes per datum and component. Time is linear in both.
+// Source   Bishop, Pattern Recognition and Machine Learning (2006), 10.2; MacQueen's k-means to begin with.
 #pragma once
 
-#include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "algo/vcall/recal/java_random.h"
+#include "algo/vcall/recal/multivariate_gaussian.h"
 #include "algo/vcall/recal/variant_datum.h"
 #include "base/thread_coop.h"
 
 struct MixtureOptions {
   double shrinkage = 1.0, dirichlet = 0.001, prior_counts = 20.0;
   int kmeans_iter = 100, max_iter = 150, min_iter = 2;
-  double prob_tol = 0.002;
-  int iter_for_marginal = 20, iter_for_marginal_mode = 0;
-  int partsize = 131072;
+  double prob_tol = 0.002;  // of mixture weights: what changes less has settled
+  int iter_for_marginal = 20;
+  int iter_for_marginal_mode = 0;  // not 0: what is missing is drawn from each component
+  int partsize = 131072;           // data
 };
-
-class BayesianMultivariateGaussian;
 
 class GaussianMixtureModel {
  public:
   using Data = std::vector<Datum*>;
 
-  // `components` Gaussians of `dimensions`; the generator and the pool outlive the model, the pool may be null.
+  // `components` Gaussians of `dimensions`; generator and pool outlive the model, the pool may be null.
   GaussianMixtureModel(size_t components, size_t dimensions, const MixtureOptions& options,
                        JavaUtil::Random* random, thread_coop* pool);
-  virtual ~GaussianMixtureModel();
+  virtual ~GaussianMixtureModel() = default;
 
   void train(const Data& data);
   bool converged() const { return converged_; }
 
-  // By datum, the density of what is not missing; the missing is drawn and averaged over.
-  std::vector<double> evaluateData(const Data& data) const;
-  double evaluateDatum(const std::vector<double>& x) const;
-  double evaluateDatumInOneDimension(const Datum& datum, size_t annotation) const;  // NaN when missing
+  // By datum, the density; of what is missing as the mean over draws, NaN without draws.
+  std::vector<double> evaluateData(const Data& data);
+  double evaluateDatum(std::span<const double> x) const;
+  double evaluateDatumInOneDimension(const Datum& datum, size_t annotation) const;  // NaN when it is missing
 
   void dump(FILE* stream) const;
 
-  const std::vector<std::unique_ptr<BayesianMultivariateGaussian>>& gaussians() const { return gaussians_; }
+  // The steps of train(), one by one.
+  void load(const Data& data);
+  void initRandomModel();
+  void eStep();
+  // The largest change of a mixture weight. The `last` one leaves covariances in place of scatter.
+  double mStep(bool last = false);
+  void finalWeights();
+
+  std::vector<BayesianMultivariateGaussian>& gaussians() { return gaussians_; }
+  double responsibility(size_t component, size_t datum) const { return responsibilities_[component][datum]; }
 
  private:
+  // Values of all data, one dimension behind the other: loops over the data run over neighbours.
+  struct Dense {
+    size_t count = 0;
+    std::vector<double> values;
+    const double* column(size_t dimension) const { return values.data() + dimension * count; }
+  };
+
+  void drawMean(BayesianMultivariateGaussian& gaussian);
+  void drawScatter(BayesianMultivariateGaussian& gaussian);
+  void moveMeans();
+  size_t nearest(size_t datum) const;
+  void findResponsibilities(size_t first, size_t last);
+  void addDistances(const BayesianMultivariateGaussian& gaussian, size_t first, size_t last,
+                    double* distances) const;
+  void maximise(size_t component, bool last);
+  double marginal(const Datum& datum, JavaUtil::Random& random) const;
+  // The sums, over all data, of what add(first, last, sums) adds to `size` zeros for each part.
+  template <typename Add>
+  std::vector<double> sumParts(size_t size, const Add& add) const;
+
   MixtureOptions options_;
   size_t dimensions_;
-  std::vector<std::unique_ptr<BayesianMultivariateGaussian>> gaussians_;
+  std::vector<BayesianMultivariateGaussian> gaussians_;
+  std::vector<double> empiricalMu_;
+  SquareMatrix empiricalSigma_;
+  std::vector<std::vector<double>> responsibilities_;  // by component, over the data
+  Dense data_;
   JavaUtil::Random* random_;
   thread_coop* pool_;
   bool converged_ = true;
