@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -59,4 +60,4 @@ struct VariantClass {
 bool parseVariantModel(const char* text, uint32_t& model);
 
 // Whether FILTER keeps the record in: empty, ".", "PASS" in any case, and names of `ignored` only.
-bool passesFilters(std::string_view filter, const std::vector<std::string_view>& ignored);
+bool passesFilters(std::string_view filter, const std::vector<std::string>& ignored);

@@ -1,0 +1,181 @@
+#include "algo/vcall/recal/tranche.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+
+#include "base/text.h"
+
+namespace {
+
+constexpr int kVersion = 5;
+
+using DataByLod = std::vector<const VariantDatum*>;
+
+// What a tranche is chosen by: a value for each datum in order of lod, and the value that a target asks for.
+class SelectionMetric {
+ public:
+  SelectionMetric(std::string metric, const DataByLod& data) : name(std::move(metric)), data_(data) {}
+  virtual ~SelectionMetric() = default;
+  virtual double getThreshold(double target) const = 0;
+  virtual void calculateRunningMetric() = 0;
+  virtual double getTarget() const = 0;
+
+  std::string name;
+  std::vector<double> runningValues;
+
+ protected:
+  const DataByLod& data_;
+};
+
+// The share of truth sites that is lost when the cut is made at a datum.
+class TruthSensitivityMetric final : public SelectionMetric {
+ public:
+  explicit TruthSensitivityMetric(const DataByLod& data) : SelectionMetric("TruthSensitivity", data) {
+    total =
+        uint32_t(std::count_if(data.begin(), data.end(), [](const VariantDatum* d) { return d->isTruth; }));
+  }
+  double getThreshold(double target) const override { return 1.0 - target / 100.0; }
+  double getTarget() const override { return 1.0; }
+  void calculateRunningMetric() override {
+    runningValues.resize(data_.size());
+    uint32_t truth = 0;
+    for (size_t i = data_.size(); i-- > 0;) {
+      truth += data_[i]->isTruth;
+      runningValues[i] = 1.0 - truth / double(total);
+    }
+  }
+
+  uint32_t total;
+};
+
+struct TiTv {
+  uint32_t transitions = 0, transversions = 0;
+  void add(const VariantDatum& datum) { ++(datum.isTransition ? transitions : transversions); }
+  double ratio() const { return transversions == 0 ? 0 : double(transitions) / transversions; }
+};
+
+void fill(Tranche& tranche, const DataByLod& data) {
+  TiTv known, novel;
+  for (const VariantDatum* datum : data) {
+    const bool called = datum->lod >= tranche.minVQSLod;
+    tranche.accessibleTruthSites += datum->isTruth;
+    if (!called) continue;
+    tranche.callsAtTruthSites += datum->isTruth;
+    if (datum->isKnown) {
+      ++tranche.numKnown;
+      if (datum->isBiallelicSNP) known.add(*datum);
+    } else {
+      ++tranche.numNovel;
+      novel.add(*datum);  // of any kind
+    }
+  }
+  tranche.knownTiTv = known.ratio();
+  tranche.novelTiTv = novel.ratio();
+}
+
+void checkTarget(double target) {
+  if (!(target >= 0 && target <= 100))
+    throw std::invalid_argument(format("Target false discovery rate(FDS) is unreasonable %f", target));
+}
+
+using File = std::unique_ptr<FILE, int (*)(FILE*)>;
+
+File openFile(const std::string& name, const std::string& path, const char* mode) {
+  File file(fopen(path.c_str(), mode), fclose);
+  if (!file) throw std::runtime_error(name + ": cannot open file " + path + ", " + strerror(errno));
+  return file;
+}
+
+}  // namespace
+
+std::vector<Tranche> createTranches(const std::vector<VariantDatum>& data, const std::vector<double>& targets,
+                                    uint32_t model) {
+  DataByLod sorted;
+  for (const VariantDatum& datum : data)
+    if (!datum.isAggregate) sorted.push_back(&datum);
+  std::stable_sort(sorted.begin(), sorted.end(),
+                   [](const VariantDatum* a, const VariantDatum* b) { return a->lod < b->lod; });
+  TruthSensitivityMetric metric(sorted);
+  metric.calculateRunningMetric();
+  std::vector<Tranche> tranches;
+  for (double target : targets) {
+    checkTarget(target);
+    const double threshold = metric.getThreshold(target);
+    const auto at = std::find_if(metric.runningValues.begin(), metric.runningValues.end(),
+                                 [threshold](double value) { return value >= threshold; });
+    if (at == metric.runningValues.end()) continue;
+    Tranche tranche;
+    tranche.targetTruthSensitivity = target;
+    tranche.minVQSLod = sorted[size_t(at - metric.runningValues.begin())]->lod;
+    tranche.model = model;
+    fill(tranche, sorted);
+    tranches.push_back(std::move(tranche));
+  }
+  return tranches;
+}
+
+// ---- the file ----
+
+void writeTranches(const std::string& name, const std::string& path, std::vector<Tranche> tranches) {
+  std::stable_sort(tranches.begin(), tranches.end(), [](const Tranche& a, const Tranche& b) {
+    return a.targetTruthSensitivity < b.targetTruthSensitivity;
+  });
+  File file = openFile(name, path, "w");
+  std::string text = format(
+      "# Variant quality score tranches file\n# Version number %d\n"
+      "targetTruthSensitivity,numKnown,numNovel,knownTiTv,novelTiTv,minVQSLod,filterName,model,"
+      "accessibleTruthSites,callsAtTruthSites,truthSensitivity\n",
+      kVersion);
+  double previous = 0;
+  for (const Tranche& tranche : tranches) {
+    const char* const model = kModelNames[tranche.model];
+    const double sensitivity = tranche.accessibleTruthSites == 0
+                                   ? 0.0
+                                   : double(tranche.callsAtTruthSites) / tranche.accessibleTruthSites;
+    text += format("%.2f,%d,%d,%.4f,%.4f,%.4f,VQSRTranche%s%.2fto%.2f,%s,%d,%d,%.4f\n",
+                   tranche.targetTruthSensitivity, int(tranche.numKnown), int(tranche.numNovel),
+                   tranche.knownTiTv, tranche.novelTiTv, tranche.minVQSLod, model, previous,
+                   tranche.targetTruthSensitivity, model, int(tranche.accessibleTruthSites),
+                   int(tranche.callsAtTruthSites), sensitivity);
+    previous = tranche.targetTruthSensitivity;
+  }
+  const bool written = fwrite(text.data(), 1, text.size(), file.get()) == text.size();
+  if (fclose(file.release()) != 0 || !written)
+    throw std::runtime_error(name + ": Failed to write to file " + path + ", " + strerror(errno));
+}
+
+std::vector<Tranche> readTranches(const std::string& name, const std::string& path) {
+  const File file = openFile(name, path, "r");
+  std::vector<Tranche> tranches;
+  char line[4096];
+  while (fgets(line, sizeof line, file.get())) {
+    if (*line == '#' || strncmp(line, "targetTruthSensitivity", 22) == 0) continue;
+    Tranche tranche;
+    char filter[256], model[64];
+    double sensitivity;
+    const int items = sscanf(line, "%lf,%u,%u,%lf,%lf,%lf,%255[^,],%63[^,],%u,%u,%lf",
+                             &tranche.targetTruthSensitivity, &tranche.numKnown, &tranche.numNovel,
+                             &tranche.knownTiTv, &tranche.novelTiTv, &tranche.minVQSLod, filter, model,
+                             &tranche.accessibleTruthSites, &tranche.callsAtTruthSites, &sensitivity);
+    if (items != 11) throw std::runtime_error(name + ": Unsupported tranche file " + path);
+    const auto known = std::find_if(std::begin(kModelNames), std::end(kModelNames),
+                                    [&model](const char* other) { return strcmp(model, other) == 0; });
+    if (known == std::end(kModelNames))
+      throw std::runtime_error(
+          format("%s: Unsupported model=%s in tranche file %s", name.c_str(), model, path.c_str()));
+    checkTarget(tranche.targetTruthSensitivity);
+    tranche.model = uint32_t(known - std::begin(kModelNames));
+    tranche.name = filter;
+    tranches.push_back(std::move(tranche));
+  }
+  if (ferror(file.get())) throw std::runtime_error(name + ": Failed to read from file " + path);
+  std::stable_sort(tranches.begin(), tranches.end(), [](const Tranche& a, const Tranche& b) {
+    return a.targetTruthSensitivity > b.targetTruthSensitivity;
+  });
+  return tranches;
+}
