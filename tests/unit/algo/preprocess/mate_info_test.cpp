@@ -5,38 +5,10 @@
 #include <deque>
 #include <gtest/gtest.h>
 
-#include "algo/preprocess/read_end.h"
 #include "algo/preprocess/score_line.h"
 #include "read_builder.h"
 
 namespace {
-
-int32_t fivePrime(const std::string& cigar, bool reverse) {
-  ReadBuilder builder = readBuilder("r").at(0, 100).cigar(cigar);
-  if (reverse) builder.reverse();
-  bam_record record = builder;
-  BAMRead read;
-  read.attach(record);
-  return unclippedFivePrime(read);
-}
-
-TEST(ReadEnd, FivePrimeCountsSoftClipsOfTheRunAtTheEnd) {
-  EXPECT_EQ(fivePrime("3H5S10M7S2H", false), 95);
-  EXPECT_EQ(fivePrime("3H5S10M7S2H", true), 116);
-  EXPECT_EQ(fivePrime("10M5D10M", true), 124);
-  EXPECT_EQ(fivePrime("120S10M", false), -20);
-  EXPECT_EQ(fivePrime("10S", false), 90);
-}
-
-TEST(ReadEnd, ScoreCountsQualitiesFrom15) {
-  for (const auto& [quals, score] :
-       std::vector<std::pair<std::vector<uint8_t>, int>>{{{14, 15, 2, 40}, 55}, {{255, 255, 255, 255}, 0}}) {
-    bam_record record = readBuilder("r").at(0, 100).cigar("4M").quals(quals);
-    BAMRead read;
-    read.attach(record);
-    EXPECT_EQ(qualityScore(read), score);
-  }
-}
 
 // Parsed lines with the text they stand in.
 struct Lines {

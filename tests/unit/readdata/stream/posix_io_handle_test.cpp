@@ -168,27 +168,4 @@ TEST(PosixHandle, TellsOfFailures) {
   }
 }
 
-TEST(PosixHandle, ReadsAPipe) {
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  std::string text = sampleText(100000);
-  std::thread feeder([&] {
-    for (size_t at = 0; at < text.size(); at += 1000)
-      if (write(ends[1], text.data() + at, 1000) != 1000) break;
-    close(ends[1]);
-  });
-  POSIXIOHandle handle;
-  ASSERT_TRUE(handle.openFile(("/proc/self/fd/" + std::to_string(ends[0])).c_str(), "r"));
-  EXPECT_EQ(handle.clone(), nullptr);
-  EXPECT_EQ(handle.error_code(), ESPIPE);
-  EXPECT_EQ(handle.seek(0, SEEK_END), -1);
-  std::string got(text.size() + 1, 0);
-  EXPECT_EQ(handle.read_until(got.data(), got.size(), '\n'), static_cast<int64_t>(text.find('\n') + 1));
-  size_t line = text.find('\n') + 1;
-  EXPECT_EQ(handle.read(got.data() + line, got.size()), static_cast<int64_t>(text.size() - line));
-  EXPECT_EQ(got.compare(0, text.size(), text), 0);
-  feeder.join();
-  close(ends[0]);
-}
-
 }  // namespace

@@ -215,19 +215,6 @@ TEST(VCFCache, RefusesCutBlockedFiles) {
   }
 }
 
-TEST(VCFCache, RefusesADamagedHeader) {
-  TempFolder folder;
-  std::string header = kVcfStart;
-  for (int i = 0; i < 20'000; i++) header += "##line=" + std::to_string(i) + "\n";
-  const std::string path = folder.path("a.vcf.gz");
-  writeVcf(path, {madeRecord("c", 100, 1, "1")}, header + kVcfColumns);
-  std::string bytes = fileBytes(path);
-  bytes[blocksOf(bytes)[1].address] = 'x';
-  folder.write("a.vcf.gz", bytes);
-  EXPECT_EQ(messageOf([&] { VCFCache cache(path); }),
-            "Error reading vcf file " + path + ", corrupted or invalid header");
-}
-
 TEST(VCFCache, WarnsOfContigsThatTheHeaderLacks) {
   TempFolder folder;
   const std::string path = folder.path("a.vcf.gz");
@@ -300,15 +287,6 @@ TEST(VCFCache, PeeksWithoutMovingTheWindow) {
 
   writeVcf(folder.path("b.vcf"), {});
   EXPECT_EQ(VCFCache(folder.path("b.vcf")).peekRecord(header, buffer), nullptr);
-}
-
-TEST(VCFCache, BlockSizeIsSetBeforeReading) {
-  TempFolder folder;
-  writeVcf(folder.path("a.vcf"), {madeRecord("c", 5, 1, "1")});
-  VCFCache cache(folder.path("a.vcf"));
-  cache.setContig("c");
-  cache.fetch(0, 10);
-  EXPECT_THROW(cache.setCacheBlockSize(100'000), std::logic_error);
 }
 
 TEST(VcfContigs, ReportsWhatDiffers) {
