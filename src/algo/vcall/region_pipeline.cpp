@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cassert>
 #include <chrono>
 #include <future>
 #include <utility>
@@ -92,9 +93,10 @@ void RegionPipeline::callFirst() {
   entry->done = {};
   offer();
   reads_ -= entry->task->fetched.size();
-  call_(*entry->task);
-  entry->task->state = AssemblyTask::kCalled;
-  entry->task.reset();
+  const std::unique_ptr<AssemblyTask> task = std::move(entry->task);
+  assert(task->state == 1);
+  call_(*task);
+  task->state = AssemblyTask::kCalled;
 }
 
 void RegionPipeline::drain() {
