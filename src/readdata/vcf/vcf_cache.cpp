@@ -58,7 +58,16 @@ VCFCache::VCFCache(const std::string& path) : path_(path), stream_(openStream(pa
   std::shared_ptr<GenomeIndex> index = newGenomeIndex(path, {});
   if (!index->load(path)) throw std::runtime_error(format("Failed to load index for %s", path.c_str()));
   index_ = std::move(index);
+  checkLength();
   warnOfUnknownContigs();
+}
+
+// A file cut short behind its index is found out before the run, not where the cut is.
+void VCFCache::checkLength() {
+  int64_t last = 0;
+  for (const auto& [name, contig] : index_->indices)
+    if (contig != nullptr && contig->count > 0) last = std::max(last, contig->last);
+  if (stream_->seek(last, SEEK_SET) < 0) throw std::runtime_error("Truncated vcf file " + path_);
 }
 
 // A header without contig lines knows none and is left in peace.

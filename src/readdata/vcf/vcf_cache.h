@@ -59,6 +59,7 @@ class VCFCache {
   void push(const VCFLine& record);
   void growBlocks(uint32_t capacity);
 
+  void checkLength();
   void warnOfUnknownContigs();
   void parseHeader(VCFHeader& header);
   [[noreturn]] void failRead();

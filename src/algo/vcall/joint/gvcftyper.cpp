@@ -16,8 +16,9 @@ namespace {
 constexpr AnnotationField kOwnFields[] = {AnnotationField::AC, AnnotationField::AF, AnnotationField::AN,
                                           AnnotationField::QD};
 // And those that follow from the joint genotypes, when the inputs know them.
-constexpr AnnotationField kGenotypeFields[] = {AnnotationField::ExcessHet, AnnotationField::InbreedingCoeff,
-                                               AnnotationField::MLEAC, AnnotationField::MLEAF};
+constexpr AnnotationField kGenotypeFields[] = {AnnotationField::ExcessHet, AnnotationField::GQ_MEAN,
+                                               AnnotationField::GQ_STDDEV, AnnotationField::InbreedingCoeff,
+                                               AnnotationField::MLEAC,     AnnotationField::MLEAF};
 
 }  // namespace
 

@@ -205,14 +205,15 @@ TEST(VCFCache, RefusesCutBlockedFiles) {
   const std::string whole = fileBytes(path);
   const auto blocks = blocksOf(whole);
   ASSERT_GT(blocks.size(), 5u);
-  for (const size_t size : {blocks[3].address, blocks[3].address + 10, blocks[3].address + 1000}) {
+  for (const size_t size : {blocks[3].address, blocks[3].address + 1000}) {
     folder.write("a.vcf.gz", whole.substr(0, size));
-    VCFCache cache(path);
-    cache.setContig("c");
-    EXPECT_THAT(
-        messageOf([&] { cache.fetch(0, 1'000'000); }),
-        testing::AnyOf("Truncated vcf file " + path, HasSubstr("Error reading vcf file " + path + ", ")));
+    EXPECT_EQ(messageOf([&] { VCFCache cache(path); }), "Truncated vcf file " + path);
   }
+  folder.write("a.vcf.gz", whole.substr(0, whole.size() - 100));  // inside the last block
+  VCFCache cache(path);
+  cache.setContig("c");
+  EXPECT_THAT(messageOf([&] { cache.fetch(0, 1'000'000); }),
+              HasSubstr("Error reading vcf file " + path + ", "));
 }
 
 TEST(VCFCache, WarnsOfContigsThatTheHeaderLacks) {
