@@ -61,6 +61,13 @@ def test_same_bytes_at_any_threads_and_in_parts(run, call, simulated, tmp_path, 
     done = run("--algo", "Haplotyper", "--merge", "merged.vcf.gz", *parts)
     assert done.returncode == 0, done.stderr
     assert same_but_command(tmp_path / "merged.vcf.gz") == same_but_command(whole)
+    order = "contig chr1 of file part0.vcf.gz is not in genome order"
+    for wrong, text, gvcf_text in (("102", order, "the positions chr1:1-27123 in front of file part1.vcf.gz are missing"), ("0012", order, order),
+                                   ("201", order, order), ("02", None, "the positions chr1:27124-60000 behind file part0.vcf.gz are missing")):
+        text = gvcf_text if "gvcf" in options else text
+        done = run("--algo", "Haplotyper", "--merge", "wrong.vcf.gz", *(parts[int(i)] for i in wrong))
+        assert (done.returncode == 0) == (text is None) and f"Haplotyper: {text}" * bool(text) in done.stderr, (wrong, done.stderr)
+        assert (tmp_path / "wrong.vcf.gz").exists() == (text is None)
 
 
 def likelihoods_of(quality, matches):

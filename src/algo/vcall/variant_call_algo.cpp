@@ -9,6 +9,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <strings.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -52,6 +53,27 @@ bool parseConfidence(const char* text, double& value) {
   char* rest;
   value = strtod(text, &rest);
   return rest != text && *rest == '\0' && std::isfinite(value);
+}
+
+// Whether a partial file is one of mode gvcf.
+bool hasBlocks(const VCFHeader& header) {
+  return std::any_of(header.lines.begin(), header.lines.end(),
+                     [](const std::string& line) { return line.starts_with("GVCFBlock"); });
+}
+
+std::vector<std::string> contigNames(const VCFHeader& header) {
+  std::vector<std::string> names;
+  if (const auto found = header.defs.find("contig"); found != header.defs.end())
+    for (const VCFHeaderDef& def : found->second) names.push_back(def.id);
+  return names;
+}
+
+// Whether the run of a partial file, as far as its command line is known, had no --interval.
+bool isOfWholeContigs(const VCFHeader& header, const std::string& algo) {
+  size_t cursor = 0;
+  const VCFHeaderDef* const def = header.findDef("TorvesinCommandLine." + algo, nullptr, &cursor);
+  return def && std::none_of(def->attrs.begin(), def->attrs.end(),
+                             [](const std::string& text) { return text.find(" --interv") != text.npos; });
 }
 
 }  // namespace
@@ -240,8 +262,7 @@ void VariantCallAlgo::completeAnnotations() {
       annotators_.insert(&annotationDef(field));
 }
 
-// Whether a partial file is one of mode gvcf.
-bool VariantCallAlgo::hasBlocks(const std::string& partial) const {
+VCFHeader VariantCallAlgo::headerOf(const std::string& partial) const {
   const std::unique_ptr<IOHandle> stream = openStream(partial, "r");
   if (!stream) throw std::runtime_error(name + ": failed to open partial file " + partial);
   VCFHeader header;
@@ -250,22 +271,49 @@ bool VariantCallAlgo::hasBlocks(const std::string& partial) const {
   } catch (const std::runtime_error& failure) {
     throw std::runtime_error(name + ": " + failure.what() + " in partial file " + partial);
   }
-  return std::any_of(header.lines.begin(), header.lines.end(),
-                     [](const std::string& line) { return line.starts_with("GVCFBlock"); });
+  return header;
 }
 
 void VariantCallAlgo::mergePartials() {
-  const bool blocks = hasBlocks(partials_[0]);
-  for (const std::string& partial : partials_)
-    if (hasBlocks(partial) != blocks)
-      throw std::invalid_argument(name + ": partial files " + partials_[0] + " and " + partial +
-                                  " are not of the same emit mode");
+  const VCFHeader first = headerOf(partials_[0]);
+  const bool blocks = hasBlocks(first);
+  for (const std::string& partial : partials_) {
+    const VCFHeader header = headerOf(partial);
+    const auto require = [&](bool alike, const char* what) {
+      if (!alike)
+        throw std::invalid_argument(name + ": partial files " + partials_[0] + " and " + partial +
+                                    " are not of the same " + what);
+    };
+    require(hasBlocks(header) == blocks, "emit mode");
+    require(header.samples == first.samples, "samples");
+    require(contigNames(header) == contigNames(first), "reference");
+  }
   writer_ = openOutput(blocks);
-  for (const std::string& partial : partials_) writer_->merge(partial);
+  try {
+    writer_->expectOrder(first);
+    if (blocks && isOfWholeContigs(first, name)) static_cast<GVCFWriter&>(*writer_).expectAllPositions();
+    for (const std::string& partial : partials_) writer_->merge(partial);
+  } catch (...) {
+    discardOutput();
+    throw;
+  }
+}
+
+// Half a merged file looks like a whole one.
+void VariantCallAlgo::discardOutput() {
+  writer_.reset();
+  struct stat status;
+  if (lstat(output_.c_str(), &status) == 0 && S_ISREG(status.st_mode)) unlink(output_.c_str());
 }
 
 void VariantCallAlgo::finish() {
-  if (writer_) writer_->close();
+  if (!writer_) return;
+  try {
+    writer_->close();
+  } catch (...) {
+    if (merge_) discardOutput();
+    throw;
+  }
 }
 
 // ---- merge ----

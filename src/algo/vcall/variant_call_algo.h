@@ -91,7 +91,8 @@ class VariantCallAlgo : public Algo {
  private:
   void settleAnnotations();
   void mergePartials();
-  bool hasBlocks(const std::string& partial) const;
+  VCFHeader headerOf(const std::string& partial) const;
+  void discardOutput();
   void makeRoomInTables() const;
   std::unique_ptr<VCFCache> openVcf(const std::string& path) const;  // null for an empty path
   std::unique_ptr<VCFWriter> openOutput(bool gvcf) const;

@@ -71,6 +71,7 @@ void GVCFWriter::beginContig(const std::string& contig) {
 // that is the contig's only block, for it may have begun in the file before.
 void GVCFWriter::endContigOf(const VCFWriter::Result* next) {
   if (current_) {
+    requireWholeContig();
     if (indexOptions_.partial && next == nullptr)
       writeBlock(pending_, 1);
     else
@@ -204,6 +205,26 @@ void GVCFWriter::readBlock(GQBlock& block, std::string& contig, IOHandle& handle
   if (!readFGQB(block, handle, contig, &lengths_)) fail("invalid FGQB line format in file " + partialPath);
 }
 
+// That a part begins behind the beginning of the one before it, and leaves nothing out. What both have is dropped.
+void GVCFWriter::requireNextPart(const std::string& contig, const GQBlock& first,
+                                 const std::string& partialPath) {
+  const bool goesOn = current_ && current_->name == contig;
+  if (goesOn && !first.empty() && first.start <= partStart_) failOrder(contig, partialPath);
+  const uint32_t done = goesOn ? complete() : 0;
+  if (expectsAll_ && first.start > done)
+    fail("the positions " + contig + ":" + std::to_string(done + 1) + "-" + std::to_string(first.start) +
+         " in front of file " + partialPath + " are missing");
+  if (!goesOn || !first.empty()) partStart_ = first.start;
+  lastPartial_ = partialPath;
+}
+
+void GVCFWriter::requireWholeContig() const {
+  const auto length = lengths_.find(current_->name);
+  if (expectsAll_ && length != lengths_.end() && complete() < length->second)
+    fail("the positions " + current_->name + ":" + std::to_string(complete() + 1) + "-" +
+         std::to_string(length->second) + " behind file " + lastPartial_ + " are missing");
+}
+
 // Merges the contig that begins where `handle` stands, and leaves it behind that. False at the end of the file.
 bool GVCFWriter::mergeNextContig(GenomeIndex& partial, IOHandle& handle, const std::string& partialPath) {
   const auto tellOrSeek = [&](int64_t offset, int whence) {
@@ -221,6 +242,7 @@ bool GVCFWriter::mergeNextContig(GenomeIndex& partial, IOHandle& handle, const s
     return false;
   }
   requireNewOrCurrent(contig, partialPath);
+  requireNextPart(contig, result.head, partialPath);
 
   if (const auto* indexed = partial.find(contig); indexed != nullptr && indexed->count > 0) {
     result.ci = std::move(partial.indices.find(contig)->second);

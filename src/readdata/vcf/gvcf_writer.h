@@ -5,6 +5,8 @@
 // Contract as in vcf_writer.h.
 #pragma once
 
+#include <algorithm>
+
 #include "readdata/vcf/gq_block.h"
 #include "readdata/vcf/vcf_writer.h"
 
@@ -27,6 +29,9 @@ class GVCFWriter final : public VCFWriter {
   void merge(VCFWriter::Result* result, IOHandle* handle) override;
   void merge(const std::string& partialPath) override;
 
+  // Of partial files: all positions of the contigs that they have must be in one of them.
+  void expectAllPositions() { expectsAll_ = true; }
+
   // Writes the record of a block if it has positions, or its comment line when `mode` is not 0; with a negative one the
   // index of the contig begins behind that line. The block is then empty at its old end.
   void writeBlock(GQBlock& block, int mode);
@@ -39,6 +44,9 @@ class GVCFWriter final : public VCFWriter {
   bool placeBehindPending(Result& result, IOHandle& handle);
   void dropCovered(GenomeIndex::ContigIndex& ci, IOHandle& handle);
   void writePending();
+  uint32_t complete() const { return std::max(pending_.start, pending_.end); }
+  void requireNextPart(const std::string& contig, const GQBlock& first, const std::string& partialPath);
+  void requireWholeContig() const;
   bool mergeNextContig(GenomeIndex& partial, IOHandle& handle, const std::string& partialPath);
   void readBlock(GQBlock& block, std::string& contig, IOHandle& handle, const std::string& partialPath);
 
@@ -46,4 +54,7 @@ class GVCFWriter final : public VCFWriter {
   ContigLengths lengths_;        // of the partial file being merged
   VariantContext record_;        // scratch of writeBlock()
   bool pendingIsFirst_ = false;  // in a partial file, until the contig's first block was written
+  bool expectsAll_ = false;      // of the partial files
+  uint32_t partStart_ = 0;       // of the contig, in the partial file merged last
+  std::string lastPartial_;
 };

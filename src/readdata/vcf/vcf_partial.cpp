@@ -55,36 +55,72 @@ void VCFWriter::takeHeader(IOHandle& partial, const std::string& partialPath, co
     fail("failed to read from file " + partialPath + ", " + partial.error_text());
 }
 
-void VCFWriter::requireNewOrCurrent(const std::string& contig, const std::string& partialPath) const {
-  if ((!current_ || current_->name != contig) && index_->find(contig))
-    fail("contig " + contig + " of file " + partialPath + " is not in genome order");
+void VCFWriter::failOrder(const std::string& contig, const std::string& partialPath) const {
+  fail("contig " + contig + " of file " + partialPath + " is not in genome order");
 }
 
-// Reads the first record of `ci`, and moves `handle`. Pieces of one contig have other first positions, in genome order.
+void VCFWriter::expectOrder(const VCFHeader& header) {
+  if (const auto found = header.defs.find("contig"); found != header.defs.end())
+    for (const VCFHeaderDef& def : found->second) contigNumbers_.emplace(def.id, contigNumbers_.size());
+}
+
+void VCFWriter::requireNewOrCurrent(const std::string& contig, const std::string& partialPath) {
+  if ((!current_ || current_->name != contig) && index_->find(contig)) failOrder(contig, partialPath);
+  const auto number = contigNumbers_.find(contig);
+  if (number == contigNumbers_.end()) return;
+  if (number->second < lastContig_) failOrder(contig, partialPath);
+  lastContig_ = number->second;
+}
+
+// The one-based position of the line where `handle` stands, which is left behind that line; 0 for none.
+int64_t VCFWriter::readStart(IOHandle& handle, const std::string& partialPath) {
+  char text[1024], rest[1024];
+  const auto read = [&](char* to) {
+    const int64_t got = handle.read_until(to, sizeof text - 1, '\n');
+    if (got < 0) fail("failed to read from file " + partialPath + ", " + handle.error_text());
+    to[got] = '\0';
+    return got;
+  };
+  int64_t got = read(text);
+  for (const char* piece = text; got > 0 && piece[got - 1] != '\n'; piece = rest) got = read(rest);
+  const char* const pos = strchr(text, '\t');
+  return pos ? strtoll(pos, nullptr, 10) : 0;
+}
+
+// All records of the last part must lie before the first of `ci`. Moves both files.
 void VCFWriter::requireBehindLastPart(const GenomeIndex::ContigIndex& ci, IOHandle& handle,
                                       const std::string& partialPath) {
-  char text[1024];
-  int64_t got = handle.seek(ci.first, SEEK_SET) < 0 ? -1 : handle.read_until(text, sizeof text - 1, '\n');
-  if (got < 0) fail("failed to read from file " + partialPath + ", " + handle.error_text());
-  text[got] = '\0';
-  const char* pos = strchr(text, '\t');
-  const int64_t start = pos ? strtoll(pos, nullptr, 10) : 0;
-  if (current_ && current_->name == ci.name && start <= lastPartStart_)
-    fail("contig " + ci.name + " of file " + partialPath + " is not in genome order");
-  lastPartStart_ = start;
+  if (!lastPart_.ci || lastPart_.ci->name != ci.name) return;
+  const auto seek = [this](IOHandle& file, int64_t offset, const std::string& path) {
+    const int64_t reached = file.seek(offset, offset == 0 ? SEEK_CUR : SEEK_SET);
+    if (reached < 0) fail("failed to read from file " + path + ", " + file.error_text());
+    return reached;
+  };
+  seek(handle, ci.first, partialPath);
+  const int64_t start = readStart(handle, partialPath);
+  std::vector<GenomeIndex::Chunk> chunks;
+  if (start < 1 || start > INT32_MAX) failOrder(ci.name, partialPath);
+  lastPart_.ci->query(int32_t(start - 1), INT32_MAX, chunks);
+  for (const GenomeIndex::Chunk& chunk : chunks)
+    for (int64_t at = seek(*lastPart_.handle, chunk.begin, lastPart_.path); at < chunk.end;
+         at = seek(*lastPart_.handle, 0, lastPart_.path)) {
+      const int64_t other = readStart(*lastPart_.handle, lastPart_.path);
+      if (other == 0) return;
+      if (other >= start) failOrder(ci.name, partialPath);
+    }
 }
 
 void VCFWriter::merge(const std::string& partialPath) {
   const std::unique_ptr<GenomeIndex> loaded = loadPartialIndex(partialPath);
   if (!loaded) return;
-  const std::unique_ptr<IOHandle> handle = openPartial(partialPath);
+  std::unique_ptr<IOHandle> handle = openPartial(partialPath);
   takeHeader(*handle, partialPath);
   const int64_t body = handle->seek(0, SEEK_CUR);
+  Result result;
   for (const GenomeIndex::Contig& contig : loaded->contigs) {
     auto found = loaded->indices.find(contig.name);
     if (found == loaded->indices.end() || !found->second || found->second->count == 0) continue;
     requireNewOrCurrent(contig.name, partialPath);
-    Result result;
     result.ci = std::move(found->second);
     if (result.ci->first < body) fail("index of file " + partialPath + " is corrupted");
     requireBehindLastPart(*result.ci, *handle, partialPath);
@@ -92,6 +128,10 @@ void VCFWriter::merge(const std::string& partialPath) {
       merge(&result, handle.get());
     } catch (const std::logic_error& broken) {
       fail(std::string(broken.what()) + " in file " + partialPath);
+    } catch (const std::runtime_error&) {
+      if (handle->error_code() == 0) throw;
+      fail("failed to read from file " + partialPath + ", " + handle->error_text());
     }
   }
+  lastPart_ = {std::move(result.ci), std::move(handle), partialPath};
 }

@@ -11,6 +11,7 @@
 // Errors   std::runtime_error, `name` in front. A file that did not end well has no index.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 
@@ -44,6 +45,8 @@ class VCFWriter {
   void merge(Result* result, const std::string& tempPath);
   // Appends the file of an earlier sharded run, of which all shards come in genome order.
   virtual void merge(const std::string& partialPath);
+  // Of partial files: their contigs must come in the order of this header.
+  void expectOrder(const VCFHeader& header);
 
   void writeHeader(VCFHeader& header);
   // Writes a record of the current contig and enters it in the index.
@@ -71,8 +74,9 @@ class VCFWriter {
   // Passes over the header of a partial file, up to the first line that is no comment or begins with `stop`, unless
   // null. It becomes the output's header while that is empty.
   void takeHeader(IOHandle& partial, const std::string& partialPath, const char* stop = nullptr);
-  // Throws for a contig whose records end in front of others in the output already.
-  void requireNewOrCurrent(const std::string& contig, const std::string& partialPath) const;
+  // Throws for a contig whose records end in front of others in the output already, or that comes before the last one.
+  void requireNewOrCurrent(const std::string& contig, const std::string& partialPath);
+  [[noreturn]] void failOrder(const std::string& contig, const std::string& partialPath) const;
 
   std::string name_, path_;
   std::unique_ptr<IOHandle> stream_;
@@ -83,12 +87,21 @@ class VCFWriter {
   bool isClone_ = false;
 
  private:
+  // The partial file merged last, open, and the index of its last contig.
+  struct LastPart {
+    std::unique_ptr<GenomeIndex::ContigIndex> ci;
+    std::unique_ptr<IOHandle> handle;
+    std::string path;
+  };
+
+  int64_t readStart(IOHandle& handle, const std::string& partialPath);
   void requireBehindLastPart(const GenomeIndex::ContigIndex& ci, IOHandle& handle,
                              const std::string& partialPath);
 
-  std::string text_;  // scratch of write()
-  int64_t lastPartStart_ =
-      0;  // one-based first position of the current contig in the partial file merged last
-  std::string
-      emptyPartial_;  // the first partial file without features; its header serves an output without records
+  std::string text_;                             // scratch of write()
+  std::map<std::string, size_t> contigNumbers_;  // of the header, when told
+  size_t lastContig_ = 0;                        // number of the contig merged last
+  LastPart lastPart_;
+  // The first partial file without features; its header serves an output without records.
+  std::string emptyPartial_;
 };
