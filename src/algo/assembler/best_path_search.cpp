@@ -145,15 +145,20 @@ class PathLists {
   std::vector<Head> heads_;
 };
 
+// Stretches that have nothing in common align base by base where gaps cost little against the matches between them. Of
+// a haplotype with this many gaps the alignment is made again, with scores for which chance matches do not pay.
+constexpr ptrdiff_t kManyGaps = 3;
+constexpr SMITHWATERMAN::Scores kFewGapScores = {100, -250, -700, -5};
+
 // False when the path cannot be used.
 bool placeOnReference(const Haplotype& reference, Haplotype& haplotype,
-                      SMITHWATERMAN::SWPairwiseAlignment& aligner) {
+                      SMITHWATERMAN::SWPairwiseAlignment& aligner, const SMITHWATERMAN::Scores& scores) {
   static Timer* compute_cigar = timer("assemble_computecigar");
   CigarElements cigar;
   {
     TimerScope scope(compute_cigar);
     if (!CigarUtils::computeCigar(aligner, reference.bases.data(), reference.bases.size(),
-                                  haplotype.bases.data(), haplotype.bases.size(), cigar))
+                                  haplotype.bases.data(), haplotype.bases.size(), cigar, scores))
       return false;
   }
   if (cigarReferenceLength(cigar) < BestPathSearch::kMinReferenceBases) return false;
@@ -161,6 +166,23 @@ bool placeOnReference(const Haplotype& reference, Haplotype& haplotype,
                                                  haplotype.bases.data(), haplotype.bases.size(), 0, 0);
   haplotype.cigar = CigarUtils::toWords(cigar);
   haplotype.eventMap.build(haplotype.bases, haplotype.cigar, reference.bases, reference.locus.start, 0);
+  return true;
+}
+
+ptrdiff_t gapsOf(const Haplotype& haplotype) {
+  return std::count_if(haplotype.cigar.begin(), haplotype.cigar.end(),
+                       [](uint32_t word) { return consumesRead(word) != consumesReference(word); });
+}
+
+// Of two ways to tell what differs, the one with fewer events.
+bool placeSimply(const Haplotype& reference, Haplotype& haplotype,
+                 SMITHWATERMAN::SWPairwiseAlignment& aligner) {
+  if (!placeOnReference(reference, haplotype, aligner, SMITHWATERMAN::haplotypeAlignScores)) return false;
+  if (gapsOf(haplotype) < kManyGaps) return true;
+  Haplotype other = haplotype;
+  if (placeOnReference(reference, other, aligner, kFewGapScores) &&
+      other.eventMap.size() < haplotype.eventMap.size())
+    haplotype = std::move(other);
   return true;
 }
 
@@ -190,7 +212,7 @@ void BestPathSearch::findBestHaplotypes(const std::shared_ptr<AssemblyResult>& r
     haplotype->locus = refHaplotype.locus;
     haplotype->score = path.score;
     haplotype->kmerSize = result->kmerSize;
-    if (!placeOnReference(refHaplotype, *haplotype, aligner)) continue;
+    if (!placeSimply(refHaplotype, *haplotype, aligner)) continue;
     if (debug)
       fprintf(stderr, "Adding haplotype %s from graph with kmer %d\n", haplotype->text().c_str(),
               result->kmerSize);

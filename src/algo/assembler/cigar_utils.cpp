@@ -64,7 +64,7 @@ bool computeCigar(const char* ref, size_t refLen, const char* alt, size_t altLen
 }
 
 bool computeCigar(SMITHWATERMAN::SWPairwiseAlignment& aligner, const char* ref, size_t refLen,
-                  const char* alt, size_t altLen, CigarElements& cigar) {
+                  const char* alt, size_t altLen, CigarElements& cigar, const SMITHWATERMAN::Scores& scores) {
   cigar.clear();
   if (altLen == 0 || refLen == 0) {
     if (refLen == 0) fprintf(stderr, "Warning in Smith-Waterman: zero ref length\n");
@@ -80,9 +80,8 @@ bool computeCigar(SMITHWATERMAN::SWPairwiseAlignment& aligner, const char* ref, 
   }
   const std::string padded_ref = kPad + std::string(ref, refLen) + kPad;
   const std::string padded_alt = kPad + std::string(alt, altLen) + kPad;
-  aligner.align(padded_ref.data(), padded_ref.size(), padded_alt.data(), padded_alt.size(),
-                SMITHWATERMAN::haplotypeAlignScores, SMITHWATERMAN::OVERHANG_CLIP,
-                SMITHWATERMAN::ALIGN_END_TO_END);
+  aligner.align(padded_ref.data(), padded_ref.size(), padded_alt.data(), padded_alt.size(), scores,
+                SMITHWATERMAN::OVERHANG_CLIP, SMITHWATERMAN::ALIGN_END_TO_END);
   const SMITHWATERMAN::AlignmentResult& result = aligner.result();
   if (result.score <= 0) return false;
   for (const auto& element : result.cigar)

@@ -9,11 +9,8 @@
 #include <string>
 
 #include "algo/assembler/cigar_elements.h"
+#include "algo/assembler/smith_waterman.h"
 #include "readdata/bam/bam_record.h"
-
-namespace SMITHWATERMAN {
-class SWPairwiseAlignment;
-}
 
 namespace CigarUtils {
 
@@ -21,9 +18,11 @@ namespace CigarUtils {
 // empty `cigar`. An empty `alt` is one deletion. An empty `ref` is one insertion, told as a warning on
 // standard error. Throws as SMITHWATERMAN::SmithWaterman does.
 bool computeCigar(const char* ref, size_t refLen, const char* alt, size_t altLen, CigarElements& cigar);
-// The same by an aligner that the caller keeps.
+// The same by an aligner that the caller keeps. The match score is above 0, the others are below it, and a
+// mismatch costs no more, against a match, than two gaps.
 bool computeCigar(SMITHWATERMAN::SWPairwiseAlignment& aligner, const char* ref, size_t refLen,
-                  const char* alt, size_t altLen, CigarElements& cigar);
+                  const char* alt, size_t altLen, CigarElements& cigar,
+                  const SMITHWATERMAN::Scores& scores = SMITHWATERMAN::haplotypeAlignScores);
 
 // The part that covers the bases `start` to `end` of the read, `end` included. Deletions and skips next to
 // these bases stay, at either edge. Consolidated. Throws for operators other than M, I, D, S, N, = and X.

@@ -144,6 +144,26 @@ TEST(BestHaplotypes, HaveCigarsAndEventsThatSpellTheirBases) {
   EXPECT_EQ(events, 7u);  // SNP or not, times nothing, an insertion, a deletion
 }
 
+// Bases put in front of a few that stay, others taken behind them: aligned base by base the two look like a dozen events.
+TEST(BestHaplotypes, UnlikeStretchesAreNotTakenApart) {
+  std::mt19937 random(5);
+  for (int round = 0; round < 50; ++round) {
+    Region region(300);
+    std::string& r = region.reference.bases;
+    for (char& base : r) base = "ACGT"[random() % 4];
+    std::string inserted;
+    while (inserted.size() < 24) inserted += "ACGT"[random() % 4];
+    const std::string taken = r.substr(150, 31), put = inserted + r.substr(150, 6);
+    region.set = std::make_unique<AssemblyResultSet>(std::make_unique<Haplotype>(region.reference));
+    region.result->graph =
+        std::make_shared<SeqGraph>(seqGraph({r.substr(0, 150), taken, put, r.substr(181)},
+                                            {{0, 1, 9, true}, {0, 2, 9}, {1, 3, 9, true}, {2, 3, 9}}));
+    region.find();
+    EXPECT_LE(region.set->haplotypes().back()->eventMap.size(), 4u)
+        << region.set->haplotypes().back()->text();
+  }
+}
+
 TEST(BestHaplotypes, ReferenceIsTakenBeyondTheLimit) {
   Region region(240, 1000);
   region.find(2);
