@@ -38,6 +38,8 @@ constexpr StandardDef kStandardFormats[] = {
 
 using NameSet = std::unordered_set<std::string_view>;
 
+constexpr size_t kFewSearches = 4;  // in a list, that cost less than a set of its names
+
 // Room for `more` elements at least, so that views of the strings in `list` stay valid while they are appended.
 template <class T>
 void reserveMore(std::vector<T>& list, size_t more) {
@@ -172,19 +174,25 @@ std::map<std::string, std::vector<VCFHeader::Contig>> VCFHeader::contigs() const
 bool VCFHeader::merge(const VCFHeader& other, std::vector<int>& sampleMap, bool uniquify) {
   sampleMap.assign(other.samples.size(), -1);
   reserveMore(samples, other.samples.size());
-  NameSet names(samples.begin(), samples.end());
+  NameSet names;  // of `samples`, made when more than a few are looked for
+  size_t searches = 0;
+  const auto has = [&](const std::string& name) {
+    if (++searches <= kFewSearches) return std::find(samples.begin(), samples.end(), name) != samples.end();
+    if (names.empty()) names.insert(samples.begin(), samples.end());
+    return names.contains(name);
+  };
   for (size_t i = 0; i < sampleMap.size(); ++i) {
     std::string name = other.samples[i];
-    if (names.contains(name)) {
+    if (has(name)) {
       if (!uniquify) continue;
       int k = 1;
       do {
         name = other.samples[i] + ":" + std::to_string(k++);
-      } while (names.contains(name));
+      } while (has(name));
     }
     sampleMap[i] = static_cast<int>(samples.size());
     samples.push_back(std::move(name));
-    names.insert(samples.back());
+    if (!names.empty()) names.insert(samples.back());
   }
 
   reserveMore(lines, other.lines.size());

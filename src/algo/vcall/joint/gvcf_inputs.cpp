@@ -12,7 +12,6 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "base/timer.h"
-#include "readdata/vcf/vcf_contigs.h"
 
 namespace {
 
@@ -107,18 +106,20 @@ void GVCFInputs::openCaches(const Run& run) {
 void GVCFInputs::mergeVCFHeaders(const Run& run, const std::vector<Contig>& contigs) {
   for (const Contig& contig : contigs) header.defs["contig"].push_back({contig.contig, {}});
   sampleMaps.resize(paths.size());
-  for (size_t i = 0; i < paths.size(); ++i) addInput(run, i, contigs);
+  const ContigMap contig_map = contigMapOf(contigs);
+  for (size_t i = 0; i < paths.size(); ++i) addInput(run, i, contigs, contig_map);
   if (header.samples.empty()) throw std::invalid_argument(run.name + ": no sample in the input vcf files");
   removeGVCFLines();
 }
 
-void GVCFInputs::addInput(const Run& run, size_t input, const std::vector<Contig>& contigs) {
+void GVCFInputs::addInput(const Run& run, size_t input, const std::vector<Contig>& contigs,
+                          const ContigMap& contig_map) {
   const std::string& path = paths[input];
   const auto refuse = [&run](const std::string& text) { throw std::invalid_argument(run.name + text); };
   VCFHeader own;
   std::vector<char> buffer;
   const VCFLine* const first = caches[input]->peekRecord(own, buffer);
-  if (!checkContigs(own, path, contigs, contigMapOf(contigs), true))
+  if (!checkContigs(own, path, contigs, contig_map, true))
     refuse(": contigs in vcf " + path + " are not compatible with the reference");
   if (std::none_of(own.lines.begin(), own.lines.end(), isBlockLine))
     refuse(": Input file " + path + " is not a gvcf file");

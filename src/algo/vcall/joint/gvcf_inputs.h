@@ -14,6 +14,7 @@
 #include "base/thread_coop.h"
 #include "readdata/interval/interval.h"
 #include "readdata/vcf/vcf_cache.h"
+#include "readdata/vcf/vcf_contigs.h"
 #include "readdata/vcf/vcf_header.h"
 
 struct GVCFInputs {
@@ -42,6 +43,7 @@ struct GVCFInputs {
  private:
   void openCaches(const Run& run);
   void mergeVCFHeaders(const Run& run, const std::vector<Contig>& contigs);
-  void addInput(const Run& run, size_t input, const std::vector<Contig>& contigs);
+  void addInput(const Run& run, size_t input, const std::vector<Contig>& contigs,
+                const ContigMap& contig_map);
   void removeGVCFLines();
 };
