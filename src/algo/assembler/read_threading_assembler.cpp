@@ -66,8 +66,8 @@ void ReadThreadingAssembler::addTolerantSizes(std::span<const AssemblyRead> read
 bool ReadThreadingAssembler::addSize(std::span<const AssemblyRead> reads, const Haplotype& refHaplotype,
                                      int k, bool allowAll, AssemblyResultSet& set) const try {
   const std::shared_ptr<AssemblyResult> result = createGraph(reads, refHaplotype, k, allowAll, allowAll);
-  if (result->graph == nullptr || result->status != AssemblyResult::kWithHaplotypes) return false;
   BestPathSearch::findBestHaplotypes(result, refHaplotype, maxHaplotypes, debugGraphs, set);
+  if (result->graph == nullptr || result->status != AssemblyResult::kWithHaplotypes) return false;
   set.add(result);
   return true;
 } catch (const std::exception& error) {
