@@ -210,6 +210,7 @@ void GVCFWriter::requireNextPart(const std::string& contig, const GQBlock& first
                                  const std::string& partialPath) {
   const bool goesOn = current_ && current_->name == contig;
   if (goesOn && !first.empty() && first.start <= partStart_) failOrder(contig, partialPath);
+  if (current_ && !goesOn) requireWholeContig();
   const uint32_t done = goesOn ? complete() : 0;
   if (expectsAll_ && first.start > done)
     fail("the positions " + contig + ":" + std::to_string(done + 1) + "-" + std::to_string(first.start) +
