@@ -57,6 +57,11 @@ GVCFtyper::Engine::Engine(DriverContext* context, GVCFtyper* algo)
     inputs_[i].cache = std::make_unique<VCFCache>(*gvcfs_.caches[i]);
 }
 
+// The C library looks through the list of open streams, the latest first, for each that is closed.
+GVCFtyper::Engine::~Engine() {
+  while (!inputs_.empty()) inputs_.pop_back();
+}
+
 void GVCFtyper::Engine::startShard() {
   VariantCallAlgo::Engine::startShard();
   const char* const contig = context->shard.contig;

@@ -16,6 +16,7 @@
 class GVCFtyper::Engine final : public VariantCallAlgo::Engine {
  public:
   Engine(DriverContext* context, GVCFtyper* algo);
+  ~Engine() override;
 
   void startShard() override;
   void advance(uint32_t from, uint32_t to) override;
