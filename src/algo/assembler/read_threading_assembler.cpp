@@ -38,8 +38,14 @@ std::unique_ptr<AssemblyResultSet> ReadThreadingAssembler::assemble(std::span<co
                                                                     const Haplotype& refHaplotype) const {
   auto set = std::make_unique<AssemblyResultSet>(std::make_unique<Haplotype>(refHaplotype));
   bool found = false;
-  for (const int k : kmerSizes) found |= addSize(reads, refHaplotype, k, false, *set);
-  if (found || kmerSizesForced || kmerSizes.empty()) return set;
+  std::vector<int> refused;
+  for (const int k : kmerSizes) {
+    if (addSize(reads, refHaplotype, k, false, *set))
+      found = true;
+    else
+      refused.push_back(k);
+  }
+  if (kmerSizesForced || refused.empty()) return set;
 
   const int64_t largest = *std::max_element(kmerSizes.begin(), kmerSizes.end());
   const int64_t limit = largest + kRetryLimit;
@@ -49,18 +55,14 @@ std::unique_ptr<AssemblyResultSet> ReadThreadingAssembler::assemble(std::span<co
     any_allowed = k + kRetryStep >= limit;
     found = addSize(reads, refHaplotype, static_cast<int>(k), any_allowed, *set);
   }
-  if (!any_allowed) addTolerantSizes(reads, refHaplotype, *set);
-  return set;
-}
+  if (any_allowed || allowRepeatKmersInRef) return set;
 
-// Few reads span the k-mers of a large size. What is told by some of them, beside a repeat that the reference has too,
-// is found by the sizes that the repeat refused.
-void ReadThreadingAssembler::addTolerantSizes(std::span<const AssemblyRead> reads,
-                                              const Haplotype& refHaplotype, AssemblyResultSet& set) const {
-  if (allowRepeatKmersInRef) return;
+  // Few reads span the k-mers of a large size. What is told by some of them, beside a repeat that the reference has
+  // too, is found by the sizes that the repeat refused.
   ReadThreadingAssembler tolerant = *this;
   tolerant.allowRepeatKmersInRef = true;
-  for (const int k : kmerSizes) tolerant.addSize(reads, refHaplotype, k, false, set);
+  for (const int k : refused) tolerant.addSize(reads, refHaplotype, k, false, *set);
+  return set;
 }
 
 bool ReadThreadingAssembler::addSize(std::span<const AssemblyRead> reads, const Haplotype& refHaplotype,

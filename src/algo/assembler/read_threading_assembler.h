@@ -39,7 +39,7 @@ class ReadThreadingAssembler {
   // `refHaplotype` holds the region's reference in upper case, with its locus. Never fails for what the reads are: at
   // worst the set has the reference alone. Without a graph from kmerSizes the largest of them + 10, + 20, .. + 60 are
   // tried until one gives a graph; the last may have cycles and non-unique k-mers. When that was not
-  // needed, those of kmerSizes are tried again, with the k-mers that the reference repeats allowed.
+  // needed, those of kmerSizes that gave none are tried again, with the k-mers that the reference repeats allowed.
   std::unique_ptr<AssemblyResultSet> assemble(std::span<const AssemblyRead> reads,
                                               const Haplotype& refHaplotype) const;
 
@@ -55,7 +55,4 @@ class ReadThreadingAssembler {
   // Adds the haplotypes of a size to `set`; false when there is no graph.
   bool addSize(std::span<const AssemblyRead> reads, const Haplotype& refHaplotype, int k, bool allowAll,
                AssemblyResultSet& set) const;
-  // Adds those of kmerSizes that are refused for nothing but repeats of the reference.
-  void addTolerantSizes(std::span<const AssemblyRead> reads, const Haplotype& refHaplotype,
-                        AssemblyResultSet& set) const;
 };
