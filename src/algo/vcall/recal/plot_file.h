@@ -1,0 +1,15 @@
+// plot_file.h - what scripts/plot-varcal draws from: samples of the data and a grid of the models' log-odds, for each
+// pair of annotations.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "algo/vcall/recal/var_cal_training.h"
+
+// Whether the file can be written: std::invalid_argument if not.
+void testPlotFile(const std::string& name, const std::string& path);
+// `acceptedLod` is the cut of the first tranche.
+void writePlotFile(const std::string& name, const std::string& path, const std::string& output,
+                   const VarCalParam& param, std::vector<VariantDatum>& data, double acceptedLod,
+                   VarCalTraining& training);
