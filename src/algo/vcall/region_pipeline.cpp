@@ -87,9 +87,9 @@ void RegionPipeline::settle(Entry& entry) {
 }
 
 void RegionPipeline::callFirst() {
+  settle(*queue_.front());
   const std::shared_ptr<Entry> entry = std::move(queue_.front());
   queue_.pop_front();
-  settle(*entry);
   entry->done = {};
   offer();
   reads_ -= entry->task->fetched.size();
