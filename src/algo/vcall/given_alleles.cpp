@@ -43,6 +43,7 @@ void GivenAlleles::clear() {
 void GivenAlleles::load(VCFCache& cache, uint32_t start, uint32_t end) {
   clear();
   cache.fetch(static_cast<int32_t>(start), static_cast<int32_t>(end));
+  cache.requireColumn(VCFLine::kInfo);
   for (const VCFLine& line : cache.records()) {
     if (line.pos < static_cast<int32_t>(start) || line.pos >= static_cast<int32_t>(end)) continue;
     const std::string_view filter = line.column(VCFLine::kFilter);

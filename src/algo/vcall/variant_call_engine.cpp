@@ -62,6 +62,7 @@ Algo::Result* VariantCallAlgo::Engine::finishShard() {
 void VariantCallAlgo::Engine::fetchDb(uint32_t start, uint32_t end) {
   if (!db_cache_) return;
   db_cache_->fetch(static_cast<int32_t>(start), static_cast<int32_t>(end));
+  db_cache_->requireColumn(VCFLine::kInfo);
   db_cursor_ = 0;
 }
 

@@ -33,6 +33,8 @@ class VCFCache {
   void fetch(int32_t start, int32_t end);
   // Views stay valid until the next fetch() or setContig().
   std::span<const VCFLine> records() const { return {records_.data() + first_, records_.size() - first_}; }
+  // Throws for a line of records() that ends before this column.
+  void requireColumn(VCFLine::Column column) const;
 
   // Blocks get the power of two above `size` bytes, when that is above the default. Only before the first fetch();
   // else std::logic_error "((&cache)->stqh_first == __null)".

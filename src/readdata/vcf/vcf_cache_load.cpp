@@ -47,6 +47,13 @@ void VCFCache::parseLine(char* text, int64_t size, VCFLine& record) const {
   }
 }
 
+void VCFCache::requireColumn(VCFLine::Column column) const {
+  for (const VCFLine& record : records())
+    if (!record.hasColumn(column))
+      throw std::runtime_error("Corrupted vcf file " + path_ + ": too few columns in the line of " +
+                               record.line + ":" + std::to_string(record.pos + 1));
+}
+
 // For a line that does not fit into an empty block of `capacity` bytes of text.
 void VCFCache::growBlocks(uint32_t capacity) {
   const uint32_t size = blockSize_ != 0 ? blockSize_ : VCFBlock::kDefaultSize;

@@ -51,6 +51,17 @@ TEST(GivenAlleles, WhatIsTaken) {
   EXPECT_EQ(textOf(given.others), "14:CAG>C,TAG 15:TT>T 16:AC>GT ");
   given.load(cache, 19, 20);
   EXPECT_TRUE(given.empty());
+
+  records.push_back({"c", 30, 31, "c\t31\t.\tA\tC\t.\n"});
+  writeVcf(path, records);
+  VCFCache cut(path);
+  cut.setContig("c");
+  try {
+    given.load(cut, 10, 40);
+    FAIL();
+  } catch (const std::runtime_error& refused) {
+    EXPECT_EQ(refused.what(), "Corrupted vcf file " + path + ": too few columns in the line of c:31");
+  }
 }
 
 }  // namespace
