@@ -105,10 +105,8 @@ bool DanglingEnds::recoverDanglingHead(VertexId v) {
   const int32_t most = std::min({length, static_cast<int32_t>(bases.size()), graph_.kmerSize - 1});
   int32_t shared = 0;
   while (shared < most && kmer[static_cast<size_t>(shared)] == referenceBase(begin_index + shared)) ++shared;
-  const int32_t from_index = begin_index + shared - graph_.kmerSize;  // of the vertex that ends with the last
-  if (from_index < 0) return false;
-
-  VertexId from = reference_[static_cast<size_t>(from_index)];
+  if (begin_index + shared == 0) return false;
+  VertexId from = referenceEndingWith(begin_index + shared - 1);
   if (shared == graph_.kmerSize - 1 && graph_.findEdge(from, path.vertices.back()) != kNone) return false;
   for (; shared < graph_.kmerSize - 1; ++shared) {
     const VertexId next = graph_.addVertex({kmer.substr(0, static_cast<size_t>(shared) + 1), 0});
@@ -117,6 +115,22 @@ bool DanglingEnds::recoverDanglingHead(VertexId v) {
   }
   graph_.addEdge(from, path.vertices.back(), path.edge);
   return true;
+}
+
+VertexId DanglingEnds::referenceEndingWith(int32_t base) {
+  const int32_t first = graph_.kmerSize - 1;  // the base that the first k-mer ends with
+  if (base >= first) return reference_[static_cast<size_t>(base - first)];
+  if (prefixes_.empty()) {
+    const GRAPH::MultiSampleKmerVertex source = graph_.vertex(reference_[0]);
+    const GRAPH::MultiSampleEdge edge{{source.readCount, true}, source.readCount, 0};
+    for (int32_t length = 1; length <= first; ++length) {
+      prefixes_.push_back(graph_.addVertex({source.kmer.substr(0, static_cast<size_t>(length)), 0}));
+      if (length > 1) graph_.addEdge(prefixes_.end()[-2], prefixes_.back(), edge);
+    }
+    graph_.addEdge(prefixes_.back(), reference_[0], edge);
+    graph_.refSource = prefixes_[0];
+  }
+  return prefixes_[static_cast<size_t>(base)];
 }
 
 bool DanglingEnds::findPath(VertexId end, bool backward, Path& path) const {

@@ -12,8 +12,9 @@
 //          other bases.
 // Merge    an edge without isRef to the reference behind the last base; a tail that ends with the reference's last base
 //          joins there. A head begins with k - 1 bases that no vertex of its own adds: they come as new vertices, but
-//          for those at its begin that match the reference. In the first k bases of the reference there is no vertex to
-//          join. Multiplicity and weight are the least of the path. An acyclic graph stays acyclic.
+//          for those at its begin that match the reference. To join within the reference's first k-mer, that k-mer is
+//          spelled by a vertex for each base. Multiplicity and weight are the least of the path. An acyclic graph stays
+//          acyclic.
 // Threads  one object, one thread.
 // Cost     at most kMaxAlignments alignments of kMaxLength bases for tails, and so many for heads; no recursion.
 #pragma once
@@ -47,6 +48,8 @@ class DanglingEnds {
   };
 
   int32_t referenceIndex(GRAPH::VertexId v) const;
+  // For a base within the first k-mer the reference gets vertices of its begin, and another source, when first asked.
+  GRAPH::VertexId referenceEndingWith(int32_t base);
   bool findPath(GRAPH::VertexId end, bool backward, Path& path) const;
   // How many bases of `reference` the bases of a path reach over; 0 when they do not match. In its first `window` bases.
   int32_t alignedLength(const std::string& reference, const std::string& bases);
@@ -55,6 +58,7 @@ class DanglingEnds {
   GRAPH::SeqKmerGraph& graph_;
   int prune_factor_, min_length_;
   std::vector<GRAPH::VertexId> reference_;  // its path
+  std::vector<GRAPH::VertexId> prefixes_;   // of its first base, its first two, .. up to k - 1; or none
   std::vector<int32_t> index_;              // of vertices in reference_, or kNone
   SMITHWATERMAN::SWPairwiseAlignment aligner_;
   int alignments_ = 0;
