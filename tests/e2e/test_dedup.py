@@ -17,7 +17,8 @@ def simulated(simulate, folder, *options):
 
 @pytest.fixture(scope="module")
 def source(simulate, tmp_path_factory):
-    """Pairs near and far with clips and many copies; some reads have lost their mate, some never had one."""
+    """Pairs near and far with clips and many copies; some reads have lost their mate, some never had one. In half of the
+    genome all scores are equal."""
     folder = tmp_path_factory.mktemp("source")
     reads = simulated(simulate, folder, "--contigs", "chr1:60000,chr2:25000", "--depth", "40", "--seed", "5",
                       "--duplicate-rate", "0.3", "--optical", "0.4", "--chimera-rate", "0.08", "--half-mapped-rate", "0.06",
@@ -38,13 +39,17 @@ def source(simulate, tmp_path_factory):
                 continue
             elif 0.1 < kind < 0.11:
                 read.query_qualities = None
+            elif read.reference_id == 1 or read.reference_start > 30000:
+                read.query_qualities = [30] * read.query_length
+            if kind > 0.9 and read.cigartuples:
+                read.cigartuples = [(5, 3), *read.cigartuples, (5, 2)]
             g.write(read)
     pysam.index(str(out))
     return out
 
 
 def ends_of(read, clip):
-    cigar = read.cigartuples
+    cigar = [element for element in read.cigartuples if element[0] != 5]
     if read.is_reverse:
         return read.reference_end - 1 + (cigar[-1][1] if clip and cigar[-1][0] == 4 else 0)
     return read.reference_start - (cigar[0][1] if clip and cigar[0][0] == 4 else 0)

@@ -41,7 +41,7 @@ def write_table(path, groups, seed):
                 cells = [("".join(draw.choices(BASES, k=size)), "Context") for _ in range(12)]
                 cells += [(c, "Cycle") for c in range(-90, 91) if c and draw.random() < 0.8]
                 for value, name in dict.fromkeys(cells):
-                    tables["RecalTable2"].append(f"{group}\t{q}\t{value}\t{name}\t{event}\t{counts(10**5, q)}")
+                    tables["RecalTable2"].append(f"{group}\t{q}\t{value}\t{name}\t{event}\t{counts(10**5 if event == 'M' else 10**8, q)}")
     with open(path, "w") as f:
         f.write("#:TORVESIN_QCAL_TABLE.V1:5\n")
         for name, columns in COLUMNS.items():
@@ -171,7 +171,7 @@ def reads(tmp_path_factory):
         for i in range(3000):
             read = pysam.AlignedSegment(out.header)
             read.query_name, read.reference_id, read.reference_start = f"r{i}", 0, 10 * i
-            read.flag = draw.choice([0, 16, 65, 81, 129, 145, 4, 1024 + 129])
+            read.flag = draw.choice([0, 16, 65, 81, 128, 129, 145, 4, 1024 + 129])
             length = draw.choice([0, 1, 5, 20, 80, 100, 300])
             read.query_sequence = "".join(draw.choices("ACGTN", [10, 10, 10, 10, 1], k=length))
             quals = [draw.choice([2, 5, 6, 11, 20, 30, 31, 40, 41, 60]) for _ in range(length)]
