@@ -146,8 +146,8 @@ class PathLists {
 };
 
 // Stretches that have nothing in common align base by base where gaps cost little against the matches between them. Of
-// a haplotype with this many gaps the alignment is made again, with scores for which chance matches do not pay.
-constexpr ptrdiff_t kManyGaps = 3;
+// a haplotype with this many events the alignment is made again, with scores for which chance matches do not pay.
+constexpr size_t kManyEvents = 3;
 constexpr SMITHWATERMAN::Scores kFewGapScores = {100, -250, -700, -5};
 
 // False when the path cannot be used.
@@ -169,16 +169,11 @@ bool placeOnReference(const Haplotype& reference, Haplotype& haplotype,
   return true;
 }
 
-ptrdiff_t gapsOf(const Haplotype& haplotype) {
-  return std::count_if(haplotype.cigar.begin(), haplotype.cigar.end(),
-                       [](uint32_t word) { return consumesRead(word) != consumesReference(word); });
-}
-
 // Of two ways to tell what differs, the one with fewer events.
 bool placeSimply(const Haplotype& reference, Haplotype& haplotype,
                  SMITHWATERMAN::SWPairwiseAlignment& aligner) {
   if (!placeOnReference(reference, haplotype, aligner, SMITHWATERMAN::haplotypeAlignScores)) return false;
-  if (gapsOf(haplotype) < kManyGaps) return true;
+  if (haplotype.eventMap.size() < kManyEvents) return true;
   Haplotype other = haplotype;
   if (placeOnReference(reference, other, aligner, kFewGapScores) &&
       other.eventMap.size() < haplotype.eventMap.size())
