@@ -177,21 +177,20 @@ RegionAssembler::Haplotypes RegionAssembler::findHaplotypes(const AssemblyTask& 
   static Timer* assemble_timer = timer("assemble_region");
   TimerScope scope(assemble_timer);
   const std::unique_ptr<Haplotype> reference = makeReference(task);
-  const bool threads_reads = !param_.hasGiven;  // in all modes: there is no feature assembler
   if (task.debugLevel >= kDebugRegions)
     fprintf(stderr, "%s:%d-%d, %lu reads, doFeatureAssemble=%c doHCAssemble=%c\n", task.contig,
-            int(task.paddedInterval.start + 1), int(task.paddedInterval.end), task.reads.size(), 'F',
-            threads_reads ? 'T' : 'F');
+            int(task.paddedInterval.start + 1), int(task.paddedInterval.end), task.reads.size(), 'F', 'T');
+  Haplotypes found;
   try {
-    return threads_reads
-               ? threadReads(task, *reference)
-               : givenHaplotypes(task.given, task.activeInterval, task.reference, *reference, kMaxHaplotypes);
+    found = threadReads(task, *reference);  // in all modes: there is no feature assembler
   } catch (const std::runtime_error& error) {
     if (task.debugLevel >= kDebugRegions) fprintf(stderr, "%s\n", error.what());
-    Haplotypes alone;
-    alone.push_back(std::make_unique<Haplotype>(*reference));
-    return alone;
+    found.push_back(std::make_unique<Haplotype>(*reference));
   }
+  if (param_.hasGiven)
+    found =
+        givenHaplotypes(task.given, task.activeInterval, task.reference, *reference, found, kMaxHaplotypes);
+  return found;
 }
 
 RegionAssembler::Haplotypes RegionAssembler::threadReads(const AssemblyTask& task,

@@ -1,7 +1,9 @@
 #include "algo/vcall/given_haplotypes.h"
 
 #include <algorithm>
+#include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "readdata/bam/bam_record.h"
@@ -11,7 +13,18 @@ namespace {
 struct GivenAllele {
   uint32_t start, end;  // the bases that differ
   std::string alt;
+  bool operator==(const GivenAllele&) const = default;
 };
+
+GivenAllele differing(uint32_t position, std::string_view ref, std::string_view alt) {
+  while (!ref.empty() && !alt.empty() && ref.back() == alt.back()) {
+    ref.remove_suffix(1);
+    alt.remove_suffix(1);
+  }
+  uint32_t shared = 0;
+  while (shared < ref.size() && shared < alt.size() && ref[shared] == alt[shared]) ++shared;
+  return {position + shared, position + uint32_t(ref.size()), std::string(alt.substr(shared))};
+}
 
 void collect(const std::map<uint32_t, std::vector<GivenAlleles::Record>>& records, ActiveRegion active,
              const ReferenceWindow& window, std::vector<GivenAllele>& alleles) {
@@ -23,10 +36,7 @@ void collect(const std::map<uint32_t, std::vector<GivenAlleles::Record>>& record
         continue;
       for (const std::string& alt : record.alts) {
         if (alt.empty() || alt == record.ref || alt.find_first_not_of("ACGT") != std::string::npos) continue;
-        // The first base stays in front of an indel.
-        const size_t shared = record.ref.size() != alt.size() && record.ref[0] == alt[0] ? 1 : 0;
-        alleles.push_back(
-            {at->first + uint32_t(shared), at->first + uint32_t(record.ref.size()), alt.substr(shared)});
+        alleles.push_back(differing(at->first, record.ref, alt));
       }
     }
   }
@@ -40,9 +50,24 @@ void append(Cigar& cigar, size_t length, CigarOp op) {
     cigar.push_back(uint32_t(length) << 4 | op);
 }
 
+using Combination = std::vector<const GivenAllele*>;
+
+// Those of the alleles, which are in order, that the haplotype has.
+Combination sharedWith(const Haplotype& haplotype, const std::vector<GivenAllele>& alleles) {
+  std::vector<GivenAllele> events;
+  for (const auto& [position, event] : haplotype.eventMap)
+    events.push_back(differing(event.position, event.ref, event.alt));
+  Combination shared;
+  for (const GivenAllele& allele : alleles)
+    if (std::find(events.begin(), events.end(), allele) != events.end() &&
+        (shared.empty() || shared.back()->end < allele.start))
+      shared.push_back(&allele);
+  return shared;
+}
+
 // The alleles put into the reference, in order; they do not touch.
-std::unique_ptr<Haplotype> spell(const std::vector<const GivenAllele*>& alleles,
-                                 const ReferenceWindow& window, const Haplotype& reference) {
+std::unique_ptr<Haplotype> spell(const Combination& alleles, const ReferenceWindow& window,
+                                 const Haplotype& reference) {
   auto made = std::make_unique<Haplotype>();
   made->locus = reference.locus;
   uint32_t at = window.start;
@@ -67,27 +92,33 @@ std::unique_ptr<Haplotype> spell(const std::vector<const GivenAllele*>& alleles,
 
 }  // namespace
 
-std::vector<std::unique_ptr<Haplotype>> givenHaplotypes(const GivenAlleles& given, ActiveRegion active,
-                                                        const ReferenceWindow& window,
-                                                        const Haplotype& reference, size_t limit) {
+std::vector<std::unique_ptr<Haplotype>> givenHaplotypes(
+    const GivenAlleles& given, ActiveRegion active, const ReferenceWindow& window, const Haplotype& reference,
+    const std::vector<std::unique_ptr<Haplotype>>& assembled, size_t limit) {
   std::vector<GivenAllele> alleles;
   collect(given.snps, active, window, alleles);
   collect(given.others, active, window, alleles);
   std::stable_sort(alleles.begin(), alleles.end(),
                    [](const GivenAllele& a, const GivenAllele& b) { return a.start < b.start; });
 
-  // Each alone first, so that the limit never takes one, then the others by what they end with.
-  using Combination = std::vector<const GivenAllele*>;
+  // Each alone first, so that the limit never takes one. Of many there are too many combinations: those of the reads come
+  // before the others, which are in order of what they end with.
   std::vector<Combination> made;
   for (const GivenAllele& allele : alleles)
     if (made.size() + 1 < limit) made.push_back({&allele});
+  std::set<Combination> known;
+  for (const auto& haplotype : assembled) {
+    Combination shared = sharedWith(*haplotype, alleles);
+    if (shared.size() > 1 && made.size() + 1 < limit && known.insert(shared).second)
+      made.push_back(std::move(shared));
+  }
   for (const GivenAllele& allele : alleles) {
     // The newest are nearest.
     for (size_t i = made.size(); i-- > 0 && made.size() + 1 < limit;) {
       if (made[i].back()->end >= allele.start || made[i].back()->start >= allele.start) continue;
       Combination longer = made[i];
       longer.push_back(&allele);
-      made.push_back(std::move(longer));
+      if (!known.contains(longer)) made.push_back(std::move(longer));
     }
   }
 

@@ -313,9 +313,12 @@ TEST(RegionAssembler, GivenAllelesAlone) {
   expectSound(region.assemble(param));
   const std::string snp = region.snp(180);
   EXPECT_EQ(region.events(),
-            (Texts{"", snp, snp + "200ATG>A ", snp + "202G>GTG ", "200ATG>A ", "202G>GTG "}));
+            (Texts{"", snp, snp + "200A>ATG ", snp + "200ATG>A ", "200A>ATG ", "200ATG>A "}));
 
-  // More combinations than haplotypes: each allele is there.
+  // More combinations than haplotypes: each allele is there, and what the reads have together.
+  std::string together = bases;
+  for (const uint32_t i : {150u, 250u, 282u}) together[i] = otherBase(bases[i]);
+  region.cover(together);
   for (uint32_t i = 110; i < 290; i += 4)
     if (i < 178 || i > 206)
       given.snps[kStart + i] = {{bases.substr(i, 1), {std::string(1, otherBase(bases[i]))}}};
@@ -326,6 +329,7 @@ TEST(RegionAssembler, GivenAllelesAlone) {
     if (i < 178 || i > 206) {
       EXPECT_TRUE(std::count(found.begin(), found.end(), region.snp(i))) << i;
     }
+  EXPECT_TRUE(std::count(found.begin(), found.end(), region.snp(150) + region.snp(250) + region.snp(282)));
 }
 
 TEST(RegionAssembler, HardRegions) {
