@@ -11,14 +11,17 @@ import sys
 import time
 
 
-def arguments(doc):
-    """The command line that every comparison has; the current folder becomes WORK_DIR."""
+def arguments(doc, add_own=None):
+    """The command line that every comparison has, and what add_own(parser) adds; the current folder becomes WORK_DIR."""
     parser = argparse.ArgumentParser(usage=doc)
     parser.add_argument("build")
     parser.add_argument("work")
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("--small", action="store_true", help="a tenth of the input, to try the script")
+    if add_own:
+        add_own(parser)
     args = parser.parse_args()
+    args.started_in = os.getcwd()
     args.build = os.path.abspath(args.build)
     os.makedirs(args.work, exist_ok=True)
     os.chdir(args.work)

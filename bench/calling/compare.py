@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Times variant calling beside peer callers, judges all of them by the simulated truth, and prints Markdown tables.
+"""Times calling from pileups beside peer callers, judges all of them by the simulated truth, and prints Markdown tables.
 
 usage: compare.py BUILD_DIR WORK_DIR [--rounds N] [--small]
 
@@ -7,30 +7,13 @@ BUILD_DIR holds driver and simulate; WORK_DIR keeps the simulated input between 
 one half of the genome each, which is how it uses two processors.
 """
 import os
-import subprocess
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
 from comparison import Table, Timed, arguments, compare, simulate  # noqa: E402
+from peers import accuracy, bcftools, freebayes, in_halves, print_accuracy  # noqa: E402
 
 args = arguments(__doc__)
-COMPARE_CALLS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts", "compare-calls")
-
-
-def in_halves(length, command, output):
-    """A text for the shell: `command` on both halves of chr1 at a time, joined."""
-    halves = [(1, length // 2), (length // 2 + 1, length)]
-    starts = [f"({command.format(region=f'chr1:{a}-{b}')}) >half{i}.vcf & half{i}=$!" for i, (a, b) in enumerate(halves)]
-    return "; ".join([*starts, "wait $half0", "wait $half1", f"bcftools concat -Oz -o {output} half0.vcf half1.vcf"])
-
-
-def accuracy(truth, calls, reference):
-    """Rows by type: precision, recall, F1, genotype."""
-    out = subprocess.run([COMPARE_CALLS, "--min-qual", "20", truth, calls, reference], check=True, text=True,
-                         capture_output=True).stdout
-    return {row[0]: row[5:] for row in (line.split() for line in out.splitlines()[1:])}
-
-
 table = Table()
 judged, inputs = [], []
 for length, depth in [(5_000_000, 30), (300_000, 400)]:
@@ -38,14 +21,14 @@ for length, depth in [(5_000_000, 30), (300_000, 400)]:
     ref, bam, reads = simulate(args.build, length, "--depth", str(depth), "--flag-duplicates")
     inputs.append(f"{reads} reads, {length} bases at depth {depth}")
     truth = os.path.join(os.path.dirname(ref), "truth.vcf.gz")
-    # Without bounds on the depth: the driver has none. The least counts and shares are what the peers have by default.
+    # The least counts and shares are what the peers have by default.
     for var_type, pileup_options, bayes_options in [("SNP", "-I", "-i -X -u"), ("BOTH", "", "")]:
         sides = {
             "driver": Timed(f"{args.build}/driver -t 2 -r {ref} -i {bam} --algo Genotyper --var_type {var_type} ours.vcf.gz",
                             ["ours.vcf.gz"]),
-            "bcftools": Timed(in_halves(length, f"bcftools mpileup -d 100000 -L 100000 {pileup_options} -a AD -Ou -f {ref} -r {{region}} {bam}"
-                                                " | bcftools call -mv", "bcftools.vcf.gz"), ["bcftools.vcf.gz"]),
-            "freebayes": Timed(in_halves(length, f"freebayes {bayes_options} -f {ref} -r {{region}} {bam}", "freebayes.vcf.gz"),
+            "bcftools": Timed(in_halves("chr1", length, bcftools(ref, bam, pileup_options), "bcftools.vcf.gz"),
+                              ["bcftools.vcf.gz"]),
+            "freebayes": Timed(in_halves("chr1", length, freebayes(ref, bam, bayes_options), "freebayes.vcf.gz"),
                                ["freebayes.vcf.gz"]),
         }
         ours, *peers = compare(*sides.values(), rounds=args.rounds)
@@ -59,8 +42,4 @@ for length, depth in [(5_000_000, 30), (300_000, 400)]:
                 judged.append((f"{var_type}, depth {depth}", name, what, *rows[what]))
 
 table.print(f"Input: simulated reads, 2x150, duplicates flagged: {'; '.join(inputs)}.")
-print("\nThe same calls beside the truth, those of QUAL 20 or more:\n")
-print("| what | caller | type | precision | recall | F1 | genotype |")
-print("|---|---|---|---|---|---|---|")
-for row in judged:
-    print("| " + " | ".join(row) + " |")
+print_accuracy(judged)
