@@ -185,6 +185,24 @@ def test_gvcf_agrees_with_a_recount(call, simulated, tmp_path):  # noqa: F811
                                                   "PL": ",".join(map(str, pl))})
 
 
+def test_reads_in_two_files(run, call, simulated, tmp_path):  # noqa: F811
+    folder = simulated(depth=30)
+    with pysam.AlignmentFile(str(folder / "sample1.bam")) as whole:
+        halves = [pysam.AlignmentFile(str(tmp_path / f"half{i}.bam"), "wb", header=whole.header) for i in (0, 1)]
+        for i, read in enumerate(whole):
+            halves[i % 2].write(read)
+    for half in halves:
+        half.close()
+        pysam.index(half.filename.decode())
+    for mode in ("variant", "gvcf"):
+        expected = same_but_command(call(folder, "one.vcf", "--emit_mode", mode))
+        for order in ((0, 1), (1, 0)):
+            bams = [word for i in order for word in ("-i", f"half{i}.bam")]
+            done = run("-r", folder / "reference.fa", *bams, "--algo", "Haplotyper", "--emit_mode", mode, "two.vcf")
+            assert done.returncode == 0, done.stderr
+            assert same_but_command(tmp_path / "two.vcf") == expected
+
+
 def test_gvcf_records(call, simulated):  # noqa: F811
     folder = simulated(depth=30)
     path = call(folder, "out.g.vcf.gz", "--emit_mode", "gvcf")
