@@ -293,4 +293,31 @@ TEST_F(HostileIndex, TruncatedAtEveryByte) {
   EXPECT_THAT(complaint(good_ + "x"), HasSubstr("behind its end"));
 }
 
+TEST_F(HostileIndex, OfAnotherFile) {
+  BAMImpl bam(bam_);
+  bam.open("r");
+  bam.readHeader();
+  folder_.write("a.bam.bai", good_);
+  auto good = std::make_shared<BamIndex>(*BamIndex::load(bam_, 0));
+  auto refused = [&](auto change) {
+    auto index = std::make_shared<BamIndex>(*good);
+    change(*index);
+    return thrownBy([&] { bam.setIndex(index); });
+  };
+  EXPECT_EQ(refused([](BamIndex&) {}), "");
+  const std::string messages[] = {
+      refused([](BamIndex& index) { index.contigs.resize(2); }),
+      refused([](BamIndex& index) {
+        index.contigs[0].bins[4681 + 3] = {{1 << 16, 2 << 16}};
+      }),
+      refused([](BamIndex& index) {
+        index.contigs[0].bins[0] = {{5, 1 << 16}};
+      }),
+  };
+  for (const std::string& message : messages) {
+    EXPECT_THAT(message, HasSubstr(bam_ + ".bai"));
+    EXPECT_THAT(message, HasSubstr("does not belong to " + bam_));
+  }
+}
+
 }  // namespace

@@ -354,6 +354,38 @@ class FileSizeLimit {
   void (*handler_)(int);
 };
 
+// What a limit of `limit` bytes on the output's files makes of a run, "" when it ends well.
+std::string runWithin(const std::string& output, uint64_t limit) {
+  auto reads = sampleReads(40000, 0, 6);
+  std::vector<std::unique_ptr<Result>> results;
+  for (int i = 0; i < 40; ++i)
+    results.push_back(shardOf(output, i, {reads.begin() + i * 1000, reads.begin() + (i + 1) * 1000}));
+  ParallelBamWriter writer(output, {});
+  writer.init(sampleHeader());
+  FileSizeLimit within(limit);
+  return thrownBy([&] {
+    for (auto& result : results) writer.merge(result.get());
+    writer.close();
+  });
+}
+
+TEST(ParallelBamWriter, AFullDiskLeavesNothingThatLooksWhole) {
+  TempFolder folder;
+  std::string output = folder.path("out.bam");
+  ASSERT_EQ(runWithin(output, RLIM_INFINITY), "");
+  const uint64_t whole = std::filesystem::file_size(output);
+  ASSERT_GT(whole, 500000u);
+  const std::string failed = "Failed to write to file " + output + ", File too large";
+  for (uint64_t limit : {whole / 20, whole / 2, whole - 29, whole - 28, whole - 1}) {
+    EXPECT_EQ(runWithin(output, limit), failed) << limit;
+    EXPECT_FALSE(hasEndMarker(output)) << limit;
+    EXPECT_LE(std::filesystem::file_size(output), whole - 28);
+    EXPECT_FALSE(exists(output + ".bai")) << limit;
+  }
+  EXPECT_EQ(runWithin(output, whole), "");
+  EXPECT_TRUE(hasEndMarker(output));
+}
+
 // The output fits, its index does not.
 TEST(ParallelBamWriter, WithoutItsIndexTheOutputGetsNoEnd) {
   TempFolder folder;
