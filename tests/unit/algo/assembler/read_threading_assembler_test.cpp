@@ -4,6 +4,13 @@
 #include <gtest/gtest.h>
 #include <stdexcept>
 
+#include "algo/assembler/chain_pruning.h"
+#include "algo/assembler/dangling_ends.h"
+#include "algo/assembler/graph_conversion.h"
+#include "algo/assembler/graph_cycles.h"
+#include "algo/assembler/graph_reach.h"
+#include "algo/assembler/kmer_graph_builder.h"
+#include "algo/assembler/seq_graph_util.h"
 #include "assembly_reads.h"
 
 namespace {
@@ -158,6 +165,58 @@ TEST_F(Assembler, FindsPlantedHaplotypes) {
     EXPECT_EQ(bases[0], reference);
     EXPECT_THAT(bases, testing::Contains(haplotype));
   }
+}
+
+// Reads of all kinds: with errors, chimeric, short, repeating; some of the reference from its very ends.
+AssemblyReads tangledReads(std::mt19937& random, const std::string& reference) {
+  AssemblyReads reads;
+  for (size_t n = 10 + random() % 60; n > 0; --n) {
+    const size_t from = random() % 3 == 0 ? 0 : random() % reference.size();
+    std::string bases = reference.substr(from, 5 + random() % 90);
+    for (size_t errors = random() % 4; errors > 0; --errors) {
+      char& base = bases[random() % bases.size()];
+      base = otherBase(base);
+    }
+    if (random() % 4 == 0) bases += reference.substr(random() % reference.size(), 60);
+    if (random() % 6 == 0) bases.insert(random() % bases.size(), bases.substr(0, 25));
+    reads.add(bases, 1 + int(random() % 4), int(random() % 2));
+  }
+  return reads;
+}
+
+TEST_F(Assembler, TheReferenceSurvivesEachStep) {
+  int recovered = 0;
+  for (int n = 0; n < 200; ++n) {
+    std::string reference = randomSequence(random, 80 + random() % 200);
+    if (n % 3 == 0) reference.insert(random() % 80, reference.substr(random() % 40, 20 + random() % 20));
+    const AssemblyReads reads = tangledReads(random, reference);
+    auto graph = KmerGraphBuilder(6 + n % 20, 10, 1, false, 0).build(reads, reference, false);
+    auto is_there = [&] { return spells(toSeqGraph(*graph), reference, true); };
+    ASSERT_TRUE(is_there());
+    const bool cyclic = hasCycle(*graph);
+    pruneLowWeightChains(*graph, 2);
+    ASSERT_TRUE(is_there());
+    DanglingEnds ends(*graph, 2, 4);
+    recovered += ends.recoverDanglingTails();
+    recovered += ends.recoverDanglingHeads();
+    ASSERT_TRUE(is_there());
+    ASSERT_TRUE(cyclic || !hasCycle(*graph));
+    GRAPH::dropUnconnectedVertices(*graph);
+    ASSERT_TRUE(is_there());
+    GRAPH::SeqGraph sequences = toSeqGraph(*graph);
+    ASSERT_EQ(SeqGraphUtil().cleanSequenceGraph(sequences), AssemblyResult::kWithHaplotypes);
+    ASSERT_TRUE(spells(sequences, reference, true));
+
+    const auto set = assembler.assemble(reads, haplotypeOf(reference));
+    ASSERT_EQ(set->haplotypes()[0]->bases, reference);
+    for (const auto& haplotype : set->haplotypes()) {
+      std::string spelled = reference;
+      for (auto event = haplotype->eventMap.rbegin(); event != haplotype->eventMap.rend(); ++event)
+        spelled.replace(event->first - 1000, event->second.ref.size(), event->second.alt);
+      ASSERT_EQ(spelled, haplotype->bases) << haplotype->text();
+    }
+  }
+  EXPECT_GT(recovered, 100);
 }
 
 TEST_F(Assembler, DropsWhatIsNotBetweenTheEnds) {
