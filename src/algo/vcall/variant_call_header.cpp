@@ -1,26 +1,7 @@
 // The header of the output.
-#include <string_view>
-
 #include "algo/vcall/variant_call_algo.h"
 #include "base/text.h"
-
-namespace {
-
-struct AssemblyMark {
-  const char *mark, *assembly;
-};
-
-// The first that the name of the reference file holds.
-constexpr AssemblyMark kAssemblyMarks[] = {{"hg18", "hg18"}, {"hg19", "hg19"}, {"b36", "b36"}, {"b37", "b37"},
-                                           {"v37", "b37"},   {"hg38", "hg38"}, {"h38", "hg38"}};
-
-const char* assemblyOf(std::string_view reference_path) {
-  for (const AssemblyMark& known : kAssemblyMarks)
-    if (reference_path.find(known.mark) != reference_path.npos) return known.assembly;
-  return "unknown";
-}
-
-}  // namespace
+#include "readdata/vcf/vcf_contigs.h"
 
 void VariantCallAlgo::fillHeader(VCFHeader& header) {
   header.addCommandLine(name, command_line_);
@@ -37,7 +18,7 @@ void VariantCallAlgo::fillHeader(VCFHeader& header) {
 }
 
 void VariantCallAlgo::addContigLines(VCFHeader& header) const {
-  const std::string assembly = std::string("assembly=") + assemblyOf(context->reference->path());
+  const std::string assembly = std::string("assembly=") + assemblyOf(context->reference->path(), "unknown");
   std::vector<VCFHeaderDef>& lines = header.defs["contig"];
   lines.clear();
   for (const Contig& contig : context->reference->contigs())

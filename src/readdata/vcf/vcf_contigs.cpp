@@ -60,3 +60,12 @@ bool checkContigs(const std::string& vcfPath, const std::vector<Contig>& contigs
   VCFCache(vcfPath).getHeader(header);
   return checkContigs(header, vcfPath, contigs, contigMap, strict);
 }
+
+const char* assemblyOf(std::string_view referencePath, const char* otherwise) {
+  // The first that the name holds.
+  constexpr const char* kMarks[][2] = {{"hg18", "hg18"}, {"hg19", "hg19"}, {"b36", "b36"}, {"b37", "b37"},
+                                       {"v37", "b37"},   {"hg38", "hg38"}, {"h38", "hg38"}};
+  for (const auto& [mark, assembly] : kMarks)
+    if (referencePath.find(mark) != referencePath.npos) return assembly;
+  return otherwise;
+}

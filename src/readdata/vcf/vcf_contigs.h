@@ -3,6 +3,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "readdata/interval/interval.h"
@@ -19,3 +20,6 @@ bool checkContigs(const VCFHeader& header, const std::string& vcfPath, const std
 // The same with the header read through a VCFCache; throws what that throws.
 bool checkContigs(const std::string& vcfPath, const std::vector<Contig>& contigs, const ContigMap& contigMap,
                   bool strict);
+
+// The assembly that the name of a reference file speaks of; `otherwise` when it does not.
+const char* assemblyOf(std::string_view referencePath, const char* otherwise);

@@ -11,5 +11,5 @@
 void testPlotFile(const std::string& name, const std::string& path);
 // `acceptedLod` is the cut of the first tranche.
 void writePlotFile(const std::string& name, const std::string& path, const std::string& output,
-                   const VarCalParam& param, std::vector<VariantDatum>& data, double acceptedLod,
+                   const VarCalParam& param, const std::vector<VariantDatum>& data, double acceptedLod,
                    VarCalTraining& training);

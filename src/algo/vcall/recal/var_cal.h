@@ -12,6 +12,7 @@
 #include "algo/vcall/recal/gaussian_mixture_model.h"
 #include "algo/vcall/recal/variant_datum.h"
 #include "readdata/vcf/vcf_cache.h"
+#include "readdata/vcf/vcf_contigs.h"
 
 // A file of sites with what is believed of them.
 struct Resource {
@@ -72,5 +73,6 @@ class VarCal final : public Algo {
   std::vector<std::string> aggregate_files_;
   std::unique_ptr<VCFCache> input_;
   std::vector<std::unique_ptr<VCFCache>> aggregates_;
+  ContigMap contig_numbers_;        // of the reference
   std::vector<VariantDatum> data_;  // in genome order
 };

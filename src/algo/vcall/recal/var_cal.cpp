@@ -1,0 +1,250 @@
+// var_cal.cpp - options, start and end of VarCal.
+#include "algo/vcall/recal/var_cal.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <unistd.h>
+
+#include "algo/vcall/recal/plot_file.h"
+#include "algo/vcall/recal/recal_file.h"
+#include "algo/vcall/recal/tranche.h"
+#include "algo/vcall/recal/var_cal_engine.h"
+#include "algo/vcall/recal/var_cal_training.h"
+#include "base/text.h"
+#include "base/timer.h"
+
+namespace {
+
+constexpr int kComponents = 8, kIndelComponents = 4;
+
+}  // namespace
+
+int VarCalParam::positiveComponents() const {
+  if (max_gaussians > 0) return max_gaussians;
+  return var_type == kIndelModel ? kIndelComponents : kComponents;
+}
+
+int VarCalParam::negativeComponents() const {
+  return std::min(positiveComponents(), max_neg_gaussians);
+}
+
+VarCal::VarCal(DriverContext* context, int count, const char* const args[]) : Algo(context, count, args) {
+  OptionParser parser;
+  addOptions(parser);
+  addModelOptions(parser);
+  if (context->mode == DriverContext::kHelp) {
+    giveHelp(usage(), parser);
+    return;
+  }
+  std::vector<const char*> positional;
+  if (parser.parse(count, args, positional) != OptionParser::kOk)
+    throw std::invalid_argument(name + ": unknown option");
+  settle(positional);
+  mode_mask |= kSharded;
+}
+
+VarCal::~VarCal() = default;
+
+// ---- options ----
+
+void VarCal::addOptions(OptionParser& parser) {
+  const auto refuse = [this](const std::string& text) { throw std::invalid_argument(name + text); };
+  parser.addText("vcf", 'v', "Input VCF file", vcf_);
+  parser.add({"var_type", required_argument, 0, "Variant type: SNP, INDEL, or BOTH (default: SNP)"},
+             [this, refuse](const char* value) {
+               if (!parseVariantModel(value, param_.var_type))
+                 refuse(std::string(": invalid var_type ") + value);
+               return true;
+             });
+  parser.add({"annotation", required_argument, 0, "Annotation"}, [this, refuse](const char* value) {
+    std::vector<std::string>& known = param_.annotations;
+    if (std::find(known.begin(), known.end(), value) != known.end())
+      refuse(std::string(": --annotation ") + value + " duplicated");
+    known.push_back(value);
+    if (known.size() > kMaxAnnotations) refuse(format(": more than %zu annotations", kMaxAnnotations));
+    return true;
+  });
+  parser.add({"resource", required_argument, 0, "Resource VCF file name"}, [this, refuse](const char* value) {
+    if (!resources_.empty() && resources_.back().name.empty())
+      refuse(": --resource_param need follow --resource");
+    resources_.emplace_back().path = value;
+    return true;
+  });
+  parser.add({"resource_param", required_argument, 0, "Resource params, must be paired with --resource"},
+             [this, refuse](const char* value) {
+               if (resources_.empty() || !resources_.back().name.empty())
+                 refuse(": --resource_param need follow --resource");
+               return addResourceParam(value);
+             });
+  parser.addList("aggregate_data", 0, "Aggregate VCF file", aggregate_files_);
+  parser.add(
+      {"tranche", required_argument, 0, "Truth sensitivity target in percent (default: 100, 99.9, 99, 90)"},
+      [this, refuse](const char* value) {
+        char* rest;
+        const double target = strtod(value, &rest);
+        if (rest == value || *rest != '\0') refuse(std::string(": invalid tranche ") + value);
+        if (!(target >= 0 && target <= 100))
+          throw std::invalid_argument(format("Target false discovery rate(FDS) is unreasonable %f", target));
+        param_.targets.push_back(target);
+        return true;
+      });
+  parser.addFlag("all_poly", 0, nullptr, param_.all_poly);
+  parser.addList("ignore_input_filters", 0, "Filter names that do not exclude a record",
+                 param_.ignore_input_filters);
+  parser.addText("tranches_file", 0, "Tranches output file", tranches_file_);
+  parser.addText("plot_file", 0, "Plot datat output file", plot_file_);
+}
+
+void VarCal::addModelOptions(OptionParser& parser) {
+  MixtureOptions& mixture = param_.mixture;
+  parser.addInt("max_gaussians", 0, "Maximum of gaussians for the positive model\n(default: 8/SNP, 4/INDEL)",
+                param_.max_gaussians);
+  parser.addInt("max_neg_gaussians", 0, "Maximum of gaussians for the negative model (default: 2)",
+                param_.max_neg_gaussians);
+  parser.addInt("srand", 0, "random seed", param_.srand);
+  parser.addDouble("max_mq", 0, "Maximum MQ", param_.max_mq);
+  parser.addFlag("consistent", 0, nullptr, param_.consistent);
+  parser.addInt("partsize", 0, nullptr, mixture.partsize);
+  parser.addDouble("shrinkage", 0, nullptr, mixture.shrinkage);
+  parser.addDouble("dirichlet", 0, nullptr, mixture.dirichlet);
+  parser.addDouble("prior_counts", 0, nullptr, mixture.prior_counts);
+  parser.addInt("kmeans_iter", 0, nullptr, mixture.kmeans_iter);
+  parser.addInt("max_iter", 0, nullptr, mixture.max_iter);
+  parser.addInt("min_iter", 0, nullptr, mixture.min_iter);
+  parser.addInt("min_training_variants", 0, nullptr, param_.min_training_variants);
+  parser.addDouble("std_thresh", 0, nullptr, param_.std_thresh);
+  parser.addDouble("prob_tol", 0, nullptr, mixture.prob_tol);
+  parser.addDouble("min_accept_lod", 0, nullptr, param_.min_accept_lod);
+  parser.addDouble("bad_lod_thresh", 0, nullptr, param_.bad_lod_thresh);
+  parser.addInt("iter_for_marginal", 0, nullptr, mixture.iter_for_marginal);
+  parser.addInt("iter_for_marginal_mode", 0, nullptr, mixture.iter_for_marginal_mode);
+  parser.addInt("plot_sample_size", 0, nullptr, param_.plot_sample_size);
+  parser.addInt("plot_simu_steps", 0, nullptr, param_.plot_simu_steps);
+  parser.addDouble("target_titv", 0, nullptr, param_.target_titv);
+}
+
+std::string VarCal::usage() const {
+  return format(
+      "Usage for %s:\n"
+      "  driver -r reference.fasta [driver_options] \\\n"
+      "         --algo %s --vcf input.vcf --var_type SNP --resource resource.vcf \\\n"
+      "         --resource_param resource_params --annotation AN1 --annotation AN2 \\\n"
+      "         --tranches_file tranches_output --plot_file plot_data_output [algo_options] output.recal\n\n",
+      name.c_str(), name.c_str());
+}
+
+bool VarCal::addResourceParam(const char* value) {
+  const std::string_view text = value;
+  const size_t comma = text.find(',');
+  if (comma == 0 || comma == text.npos) {
+    fprintf(stderr, "cannot parse training data source %s\n", value);
+    return false;
+  }
+  Resource& resource = resources_.back();
+  resource.name = text.substr(0, comma);
+  for (const auto& [key, setting] : parseKeyValues(text.substr(comma + 1))) {
+    const bool is_true = setting == "true";
+    if (key == "known") resource.known = is_true;
+    if (key == "training") resource.training = is_true;
+    if (key == "bad") resource.bad = is_true;
+    if (key == "truth") resource.truth = is_true;
+    if (key == "consensus") resource.consensus = is_true;
+    if (key == "prior") resource.prior = strtod(setting.c_str(), nullptr);
+  }
+  return true;
+}
+
+void VarCal::settle(const std::vector<const char*>& positional) {
+  const auto refuse = [this](const std::string& text) { throw std::invalid_argument(name + text); };
+  if (!context->reference) refuse(": missing reference");
+  if (vcf_.empty()) refuse(": missing input vcf file");
+  if (param_.annotations.empty()) refuse(": missing option --annotation");
+  if (resources_.empty()) refuse(": missing options --resource and --resource_param");
+  if (resources_.back().name.empty()) refuse(": --resource_param need follow --resource");
+  if (tranches_file_.empty()) refuse(": missing option --tranches_file");
+  if (positional.empty() || !*positional[0]) refuse(": missing output file");
+  if (positional.size() > 1) refuse(": extra argument after output");
+  output_ = positional[0];
+  if (param_.max_neg_gaussians < 1)
+    refuse(": invalid max_neg_gaussians " + std::to_string(param_.max_neg_gaussians));
+  if (param_.max_gaussians < 1 && param_.max_gaussians != -1)
+    refuse(": invalid max_gaussians " + std::to_string(param_.max_gaussians));
+  if (param_.mixture.partsize < 1) refuse(": invalid partsize " + std::to_string(param_.mixture.partsize));
+  fprintf(stderr, "maxGaussians = %d\n", param_.positiveComponents());
+}
+
+std::vector<OutputFile> VarCal::outputs() const {
+  if (output_.empty()) return {};
+  std::vector<OutputFile> files = {
+      {output_, false}, {output_ + ".idx", false}, {output_ + ".tbi", false}, {tranches_file_, false}};
+  if (!plot_file_.empty()) files.push_back({plot_file_, false});
+  return files;
+}
+
+std::vector<std::string> VarCal::inputs() const {
+  std::vector<std::string> files = aggregate_files_;
+  files.push_back(vcf_);
+  for (const Resource& resource : resources_) files.push_back(resource.path);
+  return files;
+}
+
+// ---- start ----
+
+void VarCal::init() {
+  Algo::init();
+  input_ = openVcf(vcf_);
+  for (Resource& resource : resources_) resource.reader = openVcf(resource.path);
+  for (const std::string& path : aggregate_files_) aggregates_.push_back(openVcf(path));
+  contig_numbers_ = contigMapOf(context->reference->contigs());
+  if (!plot_file_.empty()) testPlotFile(name, plot_file_);
+}
+
+std::unique_ptr<VCFCache> VarCal::openVcf(const std::string& path) const {
+  auto cache = std::make_unique<VCFCache>(path);
+  VCFHeader header;
+  cache->getHeader(header);
+  const std::vector<Contig> contigs = context->reference->contigs();
+  if (!checkContigs(header, path, contigs, contigMapOf(contigs), true))
+    throw std::invalid_argument(name + ": Contigs in vcf " + path + " are not compatible with reference");
+  return cache;
+}
+
+Algo::Engine* VarCal::newEngine(DriverContext* engine_context, int) {
+  return new Engine(engine_context, this);
+}
+
+// ---- end ----
+
+void VarCal::merge(const Shard&, Algo::Result* result) {
+  const std::unique_ptr<Result> owned(static_cast<Result*>(result));
+  if (!owned) return;
+  std::move(owned->data.begin(), owned->data.end(), std::back_inserter(data_));
+}
+
+void VarCal::finish() {
+  VarCalTraining training(name, param_, data_, context->pool);
+  if (!training.recalibrate()) {
+    if (!training.failed()) return;
+    // By agreement no error: a call set may be too small for any model.
+    fputs("VarCal failed\n", stderr);
+    fflush(nullptr);
+    _exit(0);
+  }
+  writeRecalFile(name, output_, data_, training.annotations(), context->reference->contigs(),
+                 context->reference->path());
+  std::vector<Tranche> tranches;
+  {
+    static Timer* const tranches_timer = timer("vqsr::createTranches");
+    TimerScope scope(tranches_timer);
+    tranches =
+        createTranches(data_, param_.targets.empty() ? kDefaultTargets : param_.targets, param_.var_type);
+    writeTranches(name, tranches_file_, tranches);
+  }
+  if (plot_file_.empty()) return;
+  const double accepted = tranches.empty() ? param_.min_accept_lod : tranches.front().minVQSLod;
+  writePlotFile(name, plot_file_, output_, param_, data_, accepted, training);
+}
+
+static const TemplateAlgoBuilder<VarCal> builder("VarCal");

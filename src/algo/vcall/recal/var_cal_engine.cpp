@@ -1,0 +1,142 @@
+#include "algo/vcall/recal/var_cal_engine.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <string_view>
+
+#include "base/timer.h"
+
+namespace {
+
+constexpr uint32_t kIndelBit = 2;
+
+bool isCovered(const VCFLine& record, const VariantDatum& datum) {
+  return record.pos < datum.pos + datum.length && record.end > datum.pos;
+}
+
+void agree(const Resource& resource, VariantDatum& datum) {
+  datum.isKnown |= resource.known;
+  datum.atTrainingSite |= resource.training;
+  datum.atAntiTrainingSite |= resource.bad;
+  datum.isTruth |= resource.truth;
+  datum.consensusCount += resource.consensus;
+  datum.prior = std::max(datum.prior, resource.prior);
+}
+
+}  // namespace
+
+uint64_t VarCal::Result::memorySize() const {
+  const size_t values = data.empty() ? 0 : data.front().annotations.capacity() * sizeof(double);
+  return sizeof *this + data.size() * (sizeof(VariantDatum) + values);
+}
+
+VarCal::Engine::Engine(DriverContext* context, VarCal* algo)
+    : Algo::Engine(context, algo),
+      param_(algo->param_),
+      input_(std::make_unique<VCFCache>(*algo->input_)),
+      result_(std::make_unique<Result>()) {
+  for (const auto& aggregate : algo->aggregates_)
+    aggregates_.push_back(std::make_unique<VCFCache>(*aggregate));
+  for (const Resource& resource : algo->resources_)
+    sources_.push_back({&resource, std::make_unique<VCFCache>(*resource.reader)});
+}
+
+void VarCal::Engine::startShard() {
+  Algo::Engine::startShard();
+  const std::string contig = context->shard.contig;
+  const auto& contigs = static_cast<VarCal*>(algo)->contig_numbers_;
+  const auto known = contigs.find(contig);
+  contig_ = known == contigs.end() ? -1 : int32_t(known->second);
+  if (contig_ < 0) return;
+  input_->setContig(contig);
+  for (const auto& aggregate : aggregates_) aggregate->setContig(contig);
+  for (const Source& source : sources_) source.reader->setContig(contig);
+}
+
+Algo::Result* VarCal::Engine::finishShard() {
+  std::unique_ptr<Result> finished = std::exchange(result_, std::make_unique<Result>());
+  finished->data.shrink_to_fit();
+  return finished.release();
+}
+
+void VarCal::Engine::advance(uint32_t from, uint32_t to) {
+  if (contig_ < 0) return;
+  static Timer* const db_timer = timer("fetch_db");
+  TimerScope scope(db_timer);
+  std::vector<VariantDatum>& data = result_->data;
+  const size_t first = data.size();
+  is_indel_.clear();
+  collect(*input_, from, to, false);
+  for (const auto& aggregate : aggregates_) collect(*aggregate, from, to, true);
+  if (data.size() == first) return;
+  for (Source& source : sources_) consult(source, from, first);
+  // Aggregate data stand behind those of the input at the same position.
+  std::stable_sort(data.begin() + ptrdiff_t(first), data.end(),
+                   [](const VariantDatum& a, const VariantDatum& b) { return a.pos < b.pos; });
+}
+
+void VarCal::Engine::collect(VCFCache& reader, uint32_t from, uint32_t to, bool aggregate) {
+  reader.fetch(int32_t(from), int32_t(to));
+  for (const VCFLine& line : reader.records()) {
+    if (line.pos < int64_t(from)) continue;
+    if (line.pos >= int64_t(to)) break;
+    take(line, aggregate);
+  }
+}
+
+bool VarCal::Engine::take(const VCFLine& line, bool aggregate) {
+  const std::string_view ref = line.column(VCFLine::kRef), alt = line.column(VCFLine::kAlt);
+  const VariantClass kind(ref, alt);
+  if (!kind.belongsTo(param_.var_type)) return false;
+  if (!passesFilters(line.column(VCFLine::kFilter), param_.ignore_input_filters)) return false;
+  VariantDatum datum;
+  datum.isBiallelicSNP = kind.isBiallelicSNP;
+  datum.isTransition = kind.isTransition;
+  datum.isAggregate = aggregate;
+  datum.qual = strtod(line.column(VCFLine::kQual), nullptr);
+  datum.pos = line.pos;
+  datum.length = int32_t(ref.size());
+  datum.contig = contig_;
+  readAnnotations(line, datum);
+  result_->data.push_back(std::move(datum));
+  is_indel_.push_back(kind.type & kIndelBit);
+  return true;
+}
+
+// A value that is no number, or not finite, is missing.
+void VarCal::Engine::readAnnotations(const VCFLine& line, VariantDatum& datum) const {
+  datum.annotations.assign(param_.annotations.size(), std::numeric_limits<double>::quiet_NaN());
+  VCFFieldCursor field(line, -1);
+  while (field.next()) {
+    for (size_t i = 0; i < param_.annotations.size(); ++i) {
+      if (!field.is(param_.annotations[i].c_str()) || field.valueLength == 0) continue;
+      char* rest;
+      const double value = strtod(field.value, &rest);
+      if (rest != field.value && std::isfinite(value)) datum.annotations[i] = value;
+    }
+  }
+}
+
+void VarCal::Engine::consult(Source& source, uint32_t from, size_t first) {
+  std::vector<VariantDatum>& data = result_->data;
+  int32_t end = int32_t(from);
+  for (size_t i = first; i < data.size(); ++i) end = std::max(end, data[i].pos + data[i].length);
+  source.reader->fetch(int32_t(from), end);
+  const std::span<const VCFLine> records = source.reader->records();
+  size_t passed = 0;  // records that end before the datum, and all after it
+  for (size_t i = first; i < data.size(); ++i) {
+    VariantDatum& datum = data[i];
+    if (i > first && datum.pos < data[i - 1].pos) passed = 0;  // another file begins
+    while (passed < records.size() && records[passed].end <= datum.pos) ++passed;
+    for (size_t r = passed; r < records.size() && records[r].pos < datum.pos + datum.length; ++r) {
+      const VCFLine& record = records[r];
+      if (!isCovered(record, datum) || strcmp(record.column(VCFLine::kAlt), ".") == 0) continue;
+      const VariantClass kind(record.column(VCFLine::kRef), record.column(VCFLine::kAlt));
+      if (kind.type == 0 || bool(kind.type & kIndelBit) != is_indel_[i - first]) continue;
+      if (passesFilters(record.column(VCFLine::kFilter), {})) agree(*source.resource, datum);
+    }
+  }
+}
