@@ -13,7 +13,7 @@ import re
 CLOSE = 0.02  # phred
 STAR = "*"
 
-Site = collections.namedtuple("Site", "contig pos ref alts qual samples depth unsure")  # one-based pos; qual None: "."
+Site = collections.namedtuple("Site", "contig pos ref alts qual samples info unsure")  # one-based pos; qual None: "."
 Variant = collections.namedtuple("Variant", "start end ref alts info samples")
 
 
@@ -270,7 +270,7 @@ def call_site(contig, position, bases, inputs, columns, ploidies, mode, call_con
     is_snp = longest == 1 and all(len(text) == 1 for text in alts if text != "<NON_REF>")
     kept, qual, unsure = call(alts, [m[0] for m in merged], is_snp, mode, call_conf, emit_conf)
     if kept is None or (kept and not set(kept) - {STAR}):
-        return Site(contig, position + 1, ref, [], None, [], None, True) if unsure else None
+        return Site(contig, position + 1, ref, [], None, [], {}, True) if unsure else None
     depth = sum(dp for likelihoods, _, dp in merged if likelihoods)
     if not kept:
         merged = [m if m[0] and sum(m[0][1]) <= -0.09 else (None, None, None) for m in merged]
@@ -286,10 +286,18 @@ def call_site(contig, position, bases, inputs, columns, ploidies, mode, call_con
             sample = {"GT": gt or "/".join(["."] * likelihoods[0]), "PL": pl, "DP": dp,
                       "AD": ad and [ad[0], *(ad[alts.index(text) + 1] for text in kept)]}
         samples.append(sample)
-    given = [int(e.info["DP"]) for e in events if e and e.info.get("DP", "").isdigit()]
+    given = [int(e.info["DP"]) for e in events if e and "DP" in e.info]
+    info = {"DP": str(sum(given) if given else depth)}
+    own = [e.info for e in events if e and e.start == position and "RAW_MQ" in e.info]
+    if own:
+        squares, reads = (sum(float(values[key]) for values in own) for key in ("RAW_MQ", "DP"))
+        info |= {"MQ": f"{math.sqrt(squares / reads):.2f}"} if reads else {}
+        info["RAW_MQ"] = f"{squares:.2f}"
+        ranks = sorted(float(values["MQRankSum"]) for values in own if "MQRankSum" in values)
+        info |= {"MQRankSum": f"{ranks[len(ranks) // 2]:.2f}"} if ranks else {}
     real = [text for text in kept if text != STAR]
     trim = 0
     while real and trim < min(map(len, [ref, *real])) - 1 and len({text[-1 - trim] for text in [ref, *real]}) == 1:
         trim += 1
     cut = lambda text: text if text == STAR else text[: len(text) - trim]
-    return Site(contig, position + 1, cut(ref), [cut(t) for t in kept], qual, samples, sum(given) if given else depth, unsure)
+    return Site(contig, position + 1, cut(ref), [cut(t) for t in kept], qual, samples, info, unsure)

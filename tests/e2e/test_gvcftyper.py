@@ -4,6 +4,7 @@ import math
 import pathlib
 import random
 import re
+import resource
 import shutil
 import subprocess
 
@@ -73,7 +74,7 @@ class Maker:
                     alts = list(dict.fromkeys(alt + ref[len(r) :] for r, alt in chosen))
                     spans = draw.random() < 0.5 and at < end
                     alts = alts + [draw.choice(["*", "<*:DEL>"])] * spans + ["<NON_REF>"] * (draw.random() < 0.97)
-                    info = f"DP={draw.randrange(99)};MQRankSum={draw.random():.3f};RAW_MQ={draw.randrange(9999)}.000"
+                    info = f"DP={draw.randint(1, 99)};MQRankSum={draw.random():.3f};RAW_MQ={draw.randrange(9999)}.000"
                     lines.append(self.line(contig, at, ref, alts, info, ploidies))
                     at, end = at + draw.choice([1, len(ref)]), at + len(ref)
                 else:
@@ -127,10 +128,10 @@ def difference(record, site):
     """What of a record is not as it should be."""
     carried = [int(a) for s in site.samples for a in s["GT"].split("/") if a != "."]
     counts = [str(carried.count(i + 1)) for i in range(len(site.alts))]
-    wanted = {"REF": site.ref, "ALT": site.alts, "AC": counts if counts and carried else None, "AN": str(len(carried)), "DP": str(site.depth)}
+    wanted = {"REF": site.ref, "ALT": site.alts, "AC": counts if counts and carried else None, "AN": str(len(carried)), **site.info}
     info = record.info
     found = {"REF": record.ref, "ALT": record.alts, "AC": info["AC"].split(",") if "AC" in info else None, "AN": info.get("AN", "0"),
-             "DP": info.get("DP", "0")}
+             **{key: info.get(key) for key in site.info}}
     for i, (told, sample) in enumerate(zip(record.samples, site.samples)):
         for key in ("GT", "PL", "AD", "DP"):
             value = sample.get(key)
@@ -168,7 +169,7 @@ CASES = [  # ploidy of each sample, columns of each input, options
     ([1, 1, 1, 1, 1], [[0], [1, 2], [3], [4]], {}),
     ([2, 1, 3, 2, 4], [[0], [1], [2, 3], [4]], {}),
     ([2, 2], [[0], [1]], {"max_alt": 1}),
-    ([2, 1, 2, 2], [[0, 1], [2], [3]], {"max_alt": 2}),
+    ([2, 1, 2, 2, 2, 2], [[0, 1], [2], [3], [4], [5]], {"max_alt": 2}),
     ([2, 2, 2], [[0, 1], [1, 2], [2, 0]], {}),
     ([2, 2, 1], [[0, 1], [1, 2], [2, 0]], {"uniquify": True}),
     ([2, 2, 2, 1], [[0], [1], [2], [3]], {"mode": "confident"}),
@@ -179,7 +180,7 @@ CASES = [  # ploidy of each sample, columns of each input, options
 
 
 @pytest.mark.parametrize("case", range(len(CASES)))
-@pytest.mark.parametrize("seed", range(3))
+@pytest.mark.parametrize("seed", range(4))
 def test_calls_as_the_naive_one_does(joint, tmp_path, case, seed):
     ploidies, columns, options = CASES[case]
     maker = Maker(100 * case + seed, ploidies)
@@ -368,3 +369,16 @@ def test_bad_files(run, cohort, tmp_path):
     assert done.returncode != 0 and "GVCFtyper: failed to open output file none/out.vcf" in done.stderr
     done = run(*words("ref.fa", [good], good))
     assert done.returncode == ARGUMENT and "would overwrite input file" in done.stderr
+
+
+def test_more_inputs_than_may_be_open(run, tmp_path):
+    maker = Maker(2, [2] * 120)
+    text = maker.text([0])
+    paths = maker.write(tmp_path, [text.replace("FORMAT\ts0\n", f"FORMAT\ts{n}\n") for n in range(120)])
+    limit = lambda soft, hard: {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (soft, hard))}
+    done = run("-t", 2, *words("ref.fa", paths, "out.vcf.gz"), **limit(100, 4096))  # the soft limit is raised
+    assert done.returncode == 0 and columns_of(tmp_path / "out.vcf.gz") == [f"s{n}" for n in range(120)], done.stderr
+    assert "Preparing input files\nLoading input file 0\nLoading input file 100\n" in done.stderr
+    assert all(len({s["GT"] for s in r.samples}) == 1 for r in records_of(tmp_path / "out.vcf.gz"))
+    done = run("-t", 2, *words("ref.fa", paths, "none.vcf.gz"), **limit(100, 100))
+    assert done.returncode in (ARGUMENT, RUN) and re.search("open files|descriptors", done.stderr) and not (tmp_path / "none.vcf.gz.tbi").exists(), done.stderr
