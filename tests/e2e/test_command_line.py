@@ -34,6 +34,7 @@ def usage(driver):
         "\n"
         "Available algos:\n"
         "  AlignmentStat\n"
+        "  ApplyVarCal\n"
         "  Dedup\n"
         "  GVCFtyper\n"
         "  Genotyper\n"
@@ -41,6 +42,7 @@ def usage(driver):
         "  LocusCollector\n"
         "  QualCal\n"
         "  ReadWriter\n"
+        "  VarCal\n"
     )
 
 

@@ -74,6 +74,11 @@ void VCFWriter::writeHeader(VCFHeader& header) {
     fail("failed to write vcf header to file " + path_ + ", " + stream_->error_text());
 }
 
+void VCFWriter::writeHeaderText(std::string_view text) {
+  if (stream_->write(text.data(), text.size()) < 0)
+    fail("failed to write vcf header to file " + path_ + ", " + stream_->error_text());
+}
+
 void VCFWriter::startContig(const std::string& contig) {
   current_ = index_->newContigIndex(contig);
   current_->start(tell());

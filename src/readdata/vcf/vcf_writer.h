@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "readdata/stream/io_handle.h"
 #include "readdata/vcf/genome_index.h"
@@ -49,6 +50,7 @@ class VCFWriter {
   void expectOrder(const VCFHeader& header);
 
   void writeHeader(VCFHeader& header);
+  void writeHeaderText(std::string_view text);  // the same, in pieces as they stand
   // Writes a record of the current contig and enters it in the index.
   void write(const VariantContext& record, const std::vector<std::string>& sampleNames);
   // The same for a line that ends in a newline and stands at [start, end).

@@ -13,8 +13,8 @@ TEST(Registry, HoldsExactlyTheAlgorithmsThatWork) {
     EXPECT_EQ(builder->tag, name);
     EXPECT_TRUE(builder->visible());
   }
-  EXPECT_THAT(names, testing::ElementsAre("AlignmentStat", "Dedup", "GVCFtyper", "Genotyper", "Haplotyper",
-                                          "LocusCollector", "QualCal", "ReadWriter"));
+  EXPECT_THAT(names, testing::ElementsAre("AlignmentStat", "ApplyVarCal", "Dedup", "GVCFtyper", "Genotyper",
+                                          "Haplotyper", "LocusCollector", "QualCal", "ReadWriter", "VarCal"));
 }
 
 }  // namespace

@@ -1,12 +1,14 @@
 #include "algo/vcall/recal/tranche.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
+#include <strings.h>
 
 #include "base/text.h"
 
@@ -149,33 +151,89 @@ void writeTranches(const std::string& name, const std::string& path, std::vector
     throw std::runtime_error(name + ": Failed to write to file " + path + ", " + strerror(errno));
 }
 
+namespace {
+
+constexpr char kTitles[] = "targetTruthSensitivity";
+
+// Whether the text may be the id of a filter.
+bool isFilterName(const char* text) {
+  for (; *text; ++text)
+    if (!isgraph(static_cast<unsigned char>(*text)) || strchr(";<>\"", *text)) return false;
+  return true;
+}
+
+// The tranche of a line, but for its model. False when the line has other items.
+bool parseTranche(const char* line, Tranche& tranche, std::string& model) {
+  char filter_text[256], model_text[64];
+  double sensitivity;
+  int length = 0;
+  const int items =
+      sscanf(line, "%lf,%u,%u,%lf,%lf,%lf,%255[^,],%63[^,],%u,%u,%lf %n", &tranche.targetTruthSensitivity,
+             &tranche.numKnown, &tranche.numNovel, &tranche.knownTiTv, &tranche.novelTiTv, &tranche.minVQSLod,
+             filter_text, model_text, &tranche.accessibleTruthSites, &tranche.callsAtTruthSites, &sensitivity,
+             &length);
+  if (items != 11 || line[length] || !std::isfinite(tranche.minVQSLod) || !isFilterName(filter_text))
+    return false;
+  tranche.name = filter_text;
+  model = model_text;
+  return true;
+}
+
+}  // namespace
+
 std::vector<Tranche> readTranches(const std::string& name, const std::string& path) {
   const File file = openFile(name, path, "r");
+  const auto refuse = [&] { throw std::runtime_error(name + ": Unsupported tranche file " + path); };
   std::vector<Tranche> tranches;
+  bool has_titles = false;
   char line[4096];
   while (fgets(line, sizeof line, file.get())) {
-    if (*line == '#' || strncmp(line, "targetTruthSensitivity", 22) == 0) continue;
+    int version;
+    if (sscanf(line, "# Version number %9d", &version) == 1 && version > kVersion) refuse();
+    has_titles = has_titles || strncmp(line, kTitles, sizeof kTitles - 1) == 0;
+    if (*line == '#' || strncmp(line, kTitles, sizeof kTitles - 1) == 0) continue;
     Tranche tranche;
-    char filter[256], model[64];
-    double sensitivity;
-    const int items = sscanf(line, "%lf,%u,%u,%lf,%lf,%lf,%255[^,],%63[^,],%u,%u,%lf",
-                             &tranche.targetTruthSensitivity, &tranche.numKnown, &tranche.numNovel,
-                             &tranche.knownTiTv, &tranche.novelTiTv, &tranche.minVQSLod, filter, model,
-                             &tranche.accessibleTruthSites, &tranche.callsAtTruthSites, &sensitivity);
-    if (items != 11) throw std::runtime_error(name + ": Unsupported tranche file " + path);
-    const auto known = std::find_if(std::begin(kModelNames), std::end(kModelNames),
-                                    [&model](const char* other) { return strcmp(model, other) == 0; });
+    std::string model;
+    if (!parseTranche(line, tranche, model)) refuse();
+    const auto known = std::find(std::begin(kModelNames), std::end(kModelNames), model);
     if (known == std::end(kModelNames))
       throw std::runtime_error(
-          format("%s: Unsupported model=%s in tranche file %s", name.c_str(), model, path.c_str()));
+          format("%s: Unsupported model=%s in tranche file %s", name.c_str(), model.c_str(), path.c_str()));
     checkTarget(tranche.targetTruthSensitivity);
     tranche.model = uint32_t(known - std::begin(kModelNames));
-    tranche.name = filter;
     tranches.push_back(std::move(tranche));
   }
-  if (ferror(file.get())) throw std::runtime_error(name + ": Failed to read from file " + path);
+  if (ferror(file.get()))
+    throw std::runtime_error(name + ": Failed to read from file " + path + ", " + strerror(errno));
+  if (tranches.empty() && !has_titles) refuse();
   std::stable_sort(tranches.begin(), tranches.end(), [](const Tranche& a, const Tranche& b) {
     return a.targetTruthSensitivity > b.targetTruthSensitivity;
   });
   return tranches;
+}
+
+// ---- filters ----
+
+void RecalFilter::choose(std::vector<Tranche> all, double sensitivity) {
+  std::erase_if(all, [&](const Tranche& tranche) {
+    return tranche.model != model || !(tranche.targetTruthSensitivity >= sensitivity);
+  });
+  tranches = std::move(all);
+}
+
+std::string RecalFilter::filterFor(double lod) const {
+  if (tranches.empty()) return lod < cutoff ? kLowVQSLod : kPass;
+  if (lod >= tranches.back().minVQSLod) return kPass;
+  for (size_t i = tranches.size(); i-- > 0;)
+    if (lod >= tranches[i].minVQSLod) return tranches[i].name;
+  return tranches.front().name + "+";
+}
+
+void addFilter(std::vector<std::string>& filters, const std::string& added) {
+  const bool none = filters.empty() || filters[0].empty() || filters[0] == "." ||
+                    strcasecmp(filters[0].c_str(), kPass) == 0;
+  if (none)
+    filters = {added};
+  else if (added != kPass && std::find(filters.begin(), filters.end(), added) == filters.end())
+    filters.push_back(added);
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -27,5 +28,22 @@ std::vector<Tranche> createTranches(const std::vector<VariantDatum>& data, const
 
 // `name` of the algorithm stands in front of what the system tells.
 void writeTranches(const std::string& name, const std::string& path, std::vector<Tranche> tranches);
-// Sorted by target, descending.
+// Sorted by target, descending. A file of a later version, with other columns or cut short is refused.
 std::vector<Tranche> readTranches(const std::string& name, const std::string& path);
+
+inline constexpr char kPass[] = "PASS", kLowVQSLod[] = "LOW_VQSLOD";
+
+// What a variant is filtered by: its tranche or, without tranches, one cut.
+struct RecalFilter {
+  std::vector<Tranche> tranches;  // descending by target, so that minVQSLod rises; the last one passes
+  double cutoff = std::numeric_limits<double>::lowest();
+  uint32_t model = kSNPModel;
+
+  // Keeps of `all` those of the model that lose no more truth than `sensitivity` (percent) allows.
+  void choose(std::vector<Tranche> all, double sensitivity);
+  // The name of the filter that a variant of this VQSLOD gets.
+  std::string filterFor(double lod) const;
+};
+
+// Adds a filter to the words of FILTER, "PASS" only where there is no other one.
+void addFilter(std::vector<std::string>& filters, const std::string& added);

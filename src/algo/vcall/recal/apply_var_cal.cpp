@@ -1,0 +1,175 @@
+// apply_var_cal.cpp - options, start and end of ApplyVarCal.
+#include "algo/vcall/recal/apply_var_cal.h"
+
+#include <cerrno>
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <unistd.h>
+
+#include "algo/vcall/recal/apply_var_cal_engine.h"
+#include "algo/vcall/recal/recal_header.h"
+#include "base/text.h"
+#include "readdata/stream/open_stream.h"
+#include "readdata/vcf/vcf_contigs.h"
+
+ApplyVarCal::ApplyVarCal(DriverContext* context, int count, const char* const args[])
+    : Algo(context, count, args) {
+  OptionParser parser;
+  addOptions(parser);
+  if (context->mode == DriverContext::kHelp) {
+    giveHelp(usage(), parser);
+    return;
+  }
+  std::vector<const char*> positional;
+  if (parser.parse(count, args, positional) != OptionParser::kOk)
+    throw std::invalid_argument(name + ": unknown option");
+  settle(positional);
+}
+
+// ---- options ----
+
+double ApplyVarCal::parseNumber(const char* option, const char* text) const {
+  char* rest;
+  const double value = strtod(text, &rest);
+  if (rest == text || *rest || !std::isfinite(value))
+    throw std::invalid_argument(name + ": invalid " + option + " " + text);
+  return value;
+}
+
+void ApplyVarCal::addOptions(OptionParser& parser) {
+  parser.addText("vcf", 'v', "Input VCF file", vcf_);
+  parser.add({"var_type", required_argument, 0, "Variant type: SNP, INDEL, or BOTH (default: SNP)"},
+             [this](const char* value) {
+               if (!parseVariantModel(value, filter_.model))
+                 throw std::invalid_argument(name + ": invalid var_type " + value);
+               return true;
+             });
+  parser.addText("recal", 0, "Recalibration file, output from algo VarCal ", recal_);
+  parser.addText("tranches_file", 0, "Tranches file, output from algo VarCal", tranches_file_);
+  parser.add({"sensitivity", required_argument, 0, "Truth sensitivity level (default: 0)"},
+             [this](const char* value) {
+               sensitivity_ = parseNumber("sensitivity", value);
+               if (sensitivity_ < 0 || sensitivity_ > 100)
+                 throw std::invalid_argument(name + ": invalid sensitivity " + value);
+               return true;
+             });
+  parser.add({"vqslod_cutoff", required_argument, 0, "VQSLOD limit of the LOW_VQSLOD filter"},
+             [this](const char* value) {
+               filter_.cutoff = parseNumber("vqslod_cutoff", value);
+               has_cutoff_ = true;
+               return true;
+             });
+  parser.addList("ignore_input_filters", 0, "Filter names that do not exclude a record",
+                 ignore_input_filters_);
+}
+
+std::string ApplyVarCal::usage() const {
+  return format(
+      "Usage for %s:\n"
+      "  driver -r reference.fasta [driver_options] \\\n"
+      "         --algo %s --vcf input.vcf --var_type SNP --recal recal.vcf \\\n"
+      "         --sensitivity 99 --tranches_file tranches_file [algo_options] output.recal.vcf\n\n",
+      name.c_str(), name.c_str());
+}
+
+void ApplyVarCal::settle(const std::vector<const char*>& positional) {
+  const auto refuse = [this](const char* text) { throw std::invalid_argument(name + text); };
+  if (!context->reference) refuse(": missing reference");
+  if (vcf_.empty()) refuse(": missing input vcf file");
+  if (recal_.empty()) refuse(": missing option --recal");
+  if (tranches_file_.empty()) refuse(": missing option --tranches_file");
+  if (sensitivity_ > 0 && has_cutoff_) refuse(": cannot set both --sensitivity and --vqslod_cutoff");
+  if (positional.empty() || !*positional[0]) refuse(": missing output file");
+  if (positional.size() > 1) refuse(": extra argument after output");
+  if (!(sensitivity_ > 0) && !has_cutoff_) filter_.cutoff = 0.0;
+  output_ = positional[0];
+}
+
+std::vector<OutputFile> ApplyVarCal::outputs() const {
+  if (output_.empty()) return {};
+  return {{output_, true}, {output_ + ".idx", false}, {output_ + ".tbi", false}};
+}
+
+std::vector<std::string> ApplyVarCal::inputs() const {
+  return {vcf_, recal_, tranches_file_};
+}
+
+// ---- start ----
+
+void ApplyVarCal::init() {
+  Algo::init();
+  if (sensitivity_ > 0) {
+    filter_.choose(readTranches(name, tranches_file_), sensitivity_);
+    if (filter_.tranches.empty()) fputs("Warning: no tranche in the tranches file.\n", stderr);
+  }
+  const std::unique_ptr<IOHandle> input_text = openFile(vcf_), recal_text = openFile(recal_);
+  input_ = openVcf(vcf_);
+  recalibration_ = openVcf(recal_);
+
+  RecalHeader header(name, filter_);
+  header.readInfoLines(*recal_text, recal_);
+  writer_ = std::make_unique<VCFWriter>(name);
+  writer_->open(output_);
+  header.copy(*input_text, vcf_, commandLine(),
+              [this](std::string_view piece) { writer_->writeHeaderText(piece); });
+}
+
+std::unique_ptr<IOHandle> ApplyVarCal::openFile(const std::string& path) const {
+  std::string reason;
+  std::unique_ptr<IOHandle> stream = openStream(path, "r", &reason);
+  if (!stream) throw std::runtime_error(name + ": Failed to open file " + path + ", " + reason);
+  return stream;
+}
+
+std::unique_ptr<VCFCache> ApplyVarCal::openVcf(const std::string& path) const {
+  auto cache = std::make_unique<VCFCache>(path);
+  VCFHeader header;
+  cache->getHeader(header);
+  const std::vector<Contig> contigs = context->reference->contigs();
+  const ContigMap known = contigMapOf(contigs);
+  bool good = checkContigs(header, path, contigs, known, true);
+  // Records of contigs that are in no header would be lost.
+  for (const auto& [contig, index] : cache->index().indices)
+    good = good && (!index || index->count == 0 || known.contains(contig));
+  if (!good)
+    throw std::invalid_argument(name + ": Contigs in vcf " + path + " are not compatible with reference");
+  return cache;
+}
+
+std::string ApplyVarCal::commandLine() const {
+  VCFHeader header;
+  header.addCommandLine(name, command_line_);
+  const auto& [key, entries] = *header.defs.begin();
+  std::string text = "##" + key + "=<ID=" + entries[0].id;
+  for (const std::string& attribute : entries[0].attrs) text += "," + attribute;
+  return text + ">\n";
+}
+
+Algo::Engine* ApplyVarCal::newEngine(DriverContext* engine_context, int) {
+  return new Engine(engine_context, this);
+}
+
+// ---- merge and end ----
+
+void ApplyVarCal::merge(const Shard&, Algo::Result* result) {
+  const std::unique_ptr<Result> owned(static_cast<Result*>(result));
+  if (!owned || owned->path.empty()) return;
+  taken_ += owned->taken;
+  recalibrated_ += owned->recalibrated;
+  writer_->merge(owned.get(), owned->path);
+  if (unlink(owned->path.c_str()) != 0)
+    throw std::runtime_error(name + ": cannot remove file " + owned->path + ": " + strerror(errno));
+}
+
+void ApplyVarCal::finish() {
+  writer_->close();
+  if (taken_ > 0 && recalibrated_ == 0)
+    fprintf(stderr, "Warning: none of %" PRIu64 " %s records of %s is in the recalibration file %s\n", taken_,
+            kModelNames[filter_.model], vcf_.c_str(), recal_.c_str());
+}
+
+static const TemplateAlgoBuilder<ApplyVarCal> builder("ApplyVarCal");
