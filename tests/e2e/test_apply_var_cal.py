@@ -159,7 +159,7 @@ def test_records_and_header(apply, calls, tmp_path, options, settings, new):
     assert len(tabix.splitlines()) >= sum(r[0] == "chr2" and 3000 <= int(r[1]) <= 6000 for r in records) > 20
 
 
-def test_either_order_of_types_any_threads_and_shards(apply, calls, tmp_path):
+def test_either_order_of_types_any_threads_and_shards(run, apply, calls, tmp_path):
     ends = []
     for first, second, driver in (("SNP", "INDEL", ("-t", 1)), ("INDEL", "SNP", ("-t", 3, "--shard_param", "700/300"))):
         assert apply("one.vcf.gz", "--sensitivity", 99, model=first, driver=driver).returncode == 0
@@ -173,6 +173,12 @@ def test_either_order_of_types_any_threads_and_shards(apply, calls, tmp_path):
         assert apply("same.vcf.gz", driver=("-t", threads, "--shard_param", "500/100")).returncode == 0
         texts.append((content(tmp_path / "same.vcf.gz")[1], sorted(p.name for p in tmp_path.glob("same*"))))
     assert texts[0] == texts[1] and texts[0][1] == ["same.vcf.gz", "same.vcf.gz.tbi"]
+    shards = ["chr1:1-7278", "chr1:7279-", "chr2,chr3"]
+    for number, shard in enumerate(shards):
+        assert apply(f"part{number}.vcf.gz", driver=("--shard", shard)).returncode == 0
+    merged = run("--algo", "ApplyVarCal", "--merge", "merged.vcf.gz", *(f"part{number}.vcf.gz" for number in range(3)))
+    assert merged.returncode == 0, merged.stderr
+    assert content(tmp_path / "merged.vcf.gz")[1] == texts[0][0]
 
 
 @pytest.mark.parametrize("broken, told", [

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -65,6 +66,7 @@ void ApplyVarCal::addOptions(OptionParser& parser) {
              });
   parser.addList("ignore_input_filters", 0, "Filter names that do not exclude a record",
                  ignore_input_filters_);
+  parser.addFlag("merge", 0, nullptr, merge_);
 }
 
 std::string ApplyVarCal::usage() const {
@@ -78,6 +80,13 @@ std::string ApplyVarCal::usage() const {
 
 void ApplyVarCal::settle(const std::vector<const char*>& positional) {
   const auto refuse = [this](const char* text) { throw std::invalid_argument(name + text); };
+  mode_mask |= merge_ ? kNonTraversal : kSharded;
+  if (merge_) {
+    if (positional.empty() || !*positional[0]) refuse(": missing output file");
+    output_ = positional[0];
+    partials_.assign(positional.begin() + 1, positional.end());
+    return requireMergeRun(partials_.size());
+  }
   if (!context->reference) refuse(": missing reference");
   if (vcf_.empty()) refuse(": missing input vcf file");
   if (recal_.empty()) refuse(": missing option --recal");
@@ -95,6 +104,7 @@ std::vector<OutputFile> ApplyVarCal::outputs() const {
 }
 
 std::vector<std::string> ApplyVarCal::inputs() const {
+  if (merge_) return partials_;
   return {vcf_, recal_, tranches_file_};
 }
 
@@ -102,6 +112,7 @@ std::vector<std::string> ApplyVarCal::inputs() const {
 
 void ApplyVarCal::init() {
   Algo::init();
+  if (merge_) return mergePartials();
   if (sensitivity_ > 0) {
     filter_.choose(readTranches(name, tranches_file_), sensitivity_);
     if (filter_.tranches.empty()) fputs("Warning: no tranche in the tranches file.\n", stderr);
@@ -112,7 +123,9 @@ void ApplyVarCal::init() {
 
   RecalHeader header(name, filter_);
   header.readInfoLines(*recal_text, recal_);
-  writer_ = std::make_unique<VCFWriter>(name);
+  VCFWriter::IndexOptions options;
+  options.partial = context->mode == DriverContext::kShardedTraversal;
+  writer_ = std::make_unique<VCFWriter>(name, options);
   writer_->open(output_);
   header.copy(*input_text, vcf_, commandLine(),
               [this](std::string_view piece) { writer_->writeHeaderText(piece); });
@@ -147,6 +160,28 @@ std::string ApplyVarCal::commandLine() const {
   std::string text = "##" + key + "=<ID=" + entries[0].id;
   for (const std::string& attribute : entries[0].attrs) text += "," + attribute;
   return text + ">\n";
+}
+
+void ApplyVarCal::mergePartials() {
+  VCFHeader first;
+  for (const std::string& partial : partials_) {
+    VCFHeader header;
+    VCFCache(partial).getHeader(header);
+    if (&partial == &partials_[0]) first = header;
+    if (header.samples != first.samples)
+      throw std::invalid_argument(name + ": partial files " + partials_[0] + " and " + partial +
+                                  " are not of the same samples");
+  }
+  writer_ = std::make_unique<VCFWriter>(name);
+  writer_->open(output_);
+  try {
+    writer_->expectOrder(first);
+    for (const std::string& partial : partials_) writer_->merge(partial);
+  } catch (...) {  // half a merged file looks like a whole one
+    writer_.reset();
+    if (std::filesystem::is_regular_file(std::filesystem::symlink_status(output_))) unlink(output_.c_str());
+    throw;
+  }
 }
 
 Algo::Engine* ApplyVarCal::newEngine(DriverContext* engine_context, int) {

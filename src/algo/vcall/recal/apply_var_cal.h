@@ -35,11 +35,14 @@ class ApplyVarCal final : public Algo {
   std::unique_ptr<IOHandle> openFile(const std::string& path) const;
   std::unique_ptr<VCFCache> openVcf(const std::string& path) const;
   std::string commandLine() const;  // of the header
+  void mergePartials();
 
   std::string vcf_, recal_, tranches_file_, output_;
   double sensitivity_ = 0;  // percent of truth; 0: no tranches
   bool has_cutoff_ = false;
   std::vector<std::string> ignore_input_filters_;
+  bool merge_ = false;  // the run joins partials_, the outputs of sharded runs
+  std::vector<std::string> partials_;
   RecalFilter filter_;
   std::unique_ptr<VCFCache> input_, recalibration_;  // engines have copies
   std::unique_ptr<VCFWriter> writer_;
