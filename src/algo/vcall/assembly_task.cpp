@@ -7,6 +7,8 @@
 #include <mutex>
 #include <numeric>
 #include <stdexcept>
+#include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "algo/assembler/read_threading_assembler.h"
@@ -155,6 +157,12 @@ size_t RegionAssembler::readLimit(const AssemblyTask& task, int depth) const {
 
 void RegionAssembler::clipReads(const std::vector<Read*>& reads, ActiveRegion interval,
                                 const ReferenceWindow& reference, std::vector<ReadClip>& clips) const {
+  // Where mates overlap they are one fragment, whose errors they share: the reverse read gives way.
+  std::unordered_map<std::string_view, const Read*> forward;
+  for (const Read* read : reads)
+    if (!read->isReverse() && !(read->flag & FLAG_SUPPLEMENTARY) && (read->flag & FLAG_PAIRED) &&
+        read->mapq >= param_.minMapQual)
+      forward[read->name] = read;
   clips.clear();
   for (Read* read : reads) {
     if (read->mapq < param_.minMapQual) continue;
@@ -164,6 +172,11 @@ void RegionAssembler::clipReads(const std::vector<Read*>& reads, ActiveRegion in
     uint32_t start = interval.start, end = interval.end;
     if (untrue.front != FoldBacks::kNone) start = std::max(start, read->start + uint32_t(untrue.front));
     if (untrue.back != FoldBacks::kNone) end = std::min(end, read->end - uint32_t(untrue.back));
+    const auto mate =
+        read->isReverse() && (read->flag & FLAG_PAIRED) ? forward.find(read->name) : forward.end();
+    if (mate != forward.end() && ((mate->second->flag ^ read->flag) & FLAG_FIRST) &&
+        read->start < mate->second->end && read->end > mate->second->start)
+      start = std::max(start, mate->second->end);
     ReadClip clip;
     if (!clipRead(*read, adapterFreeWindow(*read), start, end, clip) || clip.length() < kMinReadBases)
       continue;

@@ -182,6 +182,27 @@ TEST(RegionAssembler, LeavesOutFoldBacks) {
   EXPECT_EQ(region.events(), Texts{""});
 }
 
+TEST(RegionAssembler, CountsOverlappingMatesOnce) {
+  Region region;
+  const std::string& bases = region.bases();
+  region.cover(bases);
+  region.cover(region.with(200, 1, std::string(1, otherBase(bases[200]))));
+  const auto mate = [&](size_t start, int flag) {
+    region.add(readBuilder("pair")
+                   .at(0, int32_t(kStart + start))
+                   .cigar("100M")
+                   .seq(bases.substr(start, 100))
+                   .mapq(60)
+                   .flag(FLAG_PAIRED | flag));
+  };
+  mate(110, FLAG_FIRST);
+  mate(190, FLAG_SECOND | FLAG_REVERSE);
+  std::vector<uint32_t> starts;
+  for (const ReadClip& clip : region.assemble().reads)
+    if (clip.read->name == std::string("pair")) starts.push_back(clip.refStart);
+  EXPECT_EQ(starts, (std::vector<uint32_t>{kStart + 180, kStart + 210}));
+}
+
 TEST(RegionAssembler, DoesNotDependOnOrderOrThreads) {
   std::vector<std::string> texts;
   AssemblyParam param;
