@@ -40,6 +40,7 @@ class Planner {
         alleles_(alleles),
         haplotypes_(haplotypes),
         counts_(counts),
+        sample_(sample),
         rng_(options.seed, kFragmentStream, sample),
         rooms_(findRooms(options, genome)) {
     for (Room& room : rooms_) {
@@ -51,7 +52,8 @@ class Planner {
 
   std::vector<Fragment> plan() {
     uint64_t target = options_.pairs;
-    if (target == 0) target = total_ * options_.depth / (2 * static_cast<uint64_t>(options_.read_length));
+    if (target == 0)
+      target = total_ * options_.depthOf(sample_) / (2 * static_cast<uint64_t>(options_.read_length));
     if (target > kMaxPairs) throw std::invalid_argument("more than 2^31 read pairs per sample");
     std::vector<Fragment> fragments;
     fragments.reserve(target);
@@ -76,7 +78,7 @@ class Planner {
 
   Fragment drawFragment() {
     Fragment fragment;
-    fragment.serial = next_serial_++;
+    fragment.serial = fragment.molecule = next_serial_++;
     fragment.cluster = clusterOf(fragment.serial, rng_.below(static_cast<uint32_t>(options_.read_groups)));
     fragment.first_at_end = rng_.below(2);
     fragment.lost_end = rng_.below(2);
@@ -203,6 +205,7 @@ class Planner {
   const Sample& alleles_;
   const HaplotypeSet& haplotypes_;
   FragmentCounts& counts_;
+  size_t sample_;
   Rng rng_;
   std::vector<Room> rooms_;
   uint64_t total_ = 0;  // bases in the rooms

@@ -39,7 +39,8 @@ struct Fragment {
   uint8_t pieces = 1;    // 2 for a chimera
   Piece piece[2];
   Cluster cluster;
-  uint64_t serial = 0;  // names the fragment, and keys what it draws
+  uint64_t serial = 0;    // names the fragment, and keys what it draws
+  uint64_t molecule = 0;  // the serial of what it is a copy of, or its own
   // No record of the fragment begins before this place in the reference; UINT32_MAX: no place at all.
   uint32_t first_contig = 0, first_place = 0;
 };

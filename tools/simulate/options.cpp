@@ -24,12 +24,23 @@ int64_t parseInt(const std::string& text, int64_t low, int64_t high) {
 }
 
 // from_chars, unlike strtod, does not look at the locale.
-Chance parseChance(const std::string& text, double high) {
+double parseFraction(const std::string& text, double low, double high) {
   double value = 0;
   auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size() || !(value >= 0 && value <= high))
-    refuse(text, format("a fraction from 0 to %g", high).c_str());
-  return chanceOf(value);
+  if (error != std::errc() || end != text.data() + text.size() || !(value >= low && value <= high))
+    refuse(text, format("a fraction from %g to %g", low, high).c_str());
+  return value;
+}
+
+uint32_t parseMillionths(const std::string& text, double low, double high) {
+  return static_cast<uint32_t>(parseFraction(text, low, high) * 1e6 + 0.5);
+}
+
+std::vector<uint32_t> parseFractions(const std::string& text) {
+  std::set<uint32_t> fractions;
+  for (const std::string& item : split(text, ',')) fractions.insert(parseMillionths(item, 0.0001, 1));
+  if (fractions.size() > 10) refuse(text, "a list of 10 fractions or fewer");
+  return {fractions.begin(), fractions.end()};
 }
 
 // Names end up in file names, header lines and read group names.
@@ -92,6 +103,7 @@ struct Parsed {
   SimulateOptions options;
   int64_t length = 200'000;
   int64_t contig_count = 1;
+  std::string of_tumor;  // an option given that only --tumor gives a meaning
 };
 
 struct Option {
@@ -99,6 +111,7 @@ struct Option {
   const char* value;  // what stands for the value in the help; null for a switch
   const char* help;
   std::function<void(Parsed&, const std::string&)> set;
+  bool of_tumor = false;  // means nothing without --tumor
 };
 
 template <class Field>
@@ -110,7 +123,9 @@ std::function<void(Parsed&, const std::string&)> number(Field SimulateOptions::*
 }
 
 std::function<void(Parsed&, const std::string&)> fraction(Chance SimulateOptions::*field, double high = 1) {
-  return [=](Parsed& parsed, const std::string& text) { parsed.options.*field = parseChance(text, high); };
+  return [=](Parsed& parsed, const std::string& text) {
+    parsed.options.*field = chanceOf(parseFraction(text, 0, high));
+  };
 }
 
 const std::vector<Option>& optionTable() {
@@ -167,6 +182,29 @@ const std::vector<Option>& optionTable() {
       {"multi-allelic-rate", "F", "further sites with a second alternative (0)", fraction(&O::multi_allelic)},
       {"flag-duplicates", nullptr, "set the duplicate flag on the copies (it is left to be found)",
        [](Parsed& p, const std::string&) { p.options.flag_duplicates = true; }},
+      {"tumor", "NAME", "add a tumor of that name to the one sample, its normal; with files of truth",
+       [](Parsed& p, const std::string& t) { p.options.tumor = t; }},
+      {"normal-depth", "N", "mean coverage of the normal, in place of --depth (35)",
+       number(&O::normal_depth, 0, 10000), true},
+      {"tumor-depth", "N", "mean coverage of the tumor, in place of --depth (90)",
+       number(&O::tumor_depth, 0, 10000), true},
+      {"somatic-snv-rate", "F", "somatic SNVs per base (0.0004)", fraction(&O::somatic_snv, 0.01), true},
+      {"somatic-indel-rate", "F", "somatic indels per base (0.0002)", fraction(&O::somatic_indel, 0.01),
+       true},
+      {"fractions", "F,...", "allele fractions of somatic sites (0.5,0.3,0.2,0.1,0.05)",
+       [](Parsed& p, const std::string& t) { p.options.fractions = parseFractions(t); }, true},
+      {"tumor-contamination", "F", "fragments of the tumor that are another individual's (0)",
+       [](Parsed& p, const std::string& t) { p.options.tumor_contamination = parseMillionths(t, 0, 1); },
+       true},
+      {"normal-contamination", "F", "fragments of the normal that are the tumor's (0)",
+       [](Parsed& p, const std::string& t) { p.options.normal_contamination = parseMillionths(t, 0, 1); },
+       true},
+      {"strand-artefact-rate", "F", "bases where reads of one direction show what is not there (0)",
+       fraction(&O::strand_artefact, 0.01), true},
+      {"end-artefact-rate", "F", "bases where read ends show what is not there (0)",
+       fraction(&O::end_artefact, 0.01), true},
+      {"oxidation-rate", "F", "bases G or C that oxidation makes T or A in some molecules (0)",
+       fraction(&O::oxidation, 0.01), true},
       {"compression", "N", "level of the BAM; 1 depends on the processor (2)", number(&O::compression, 0, 9)},
       {"help", nullptr, "this text", [](Parsed& p, const std::string&) { p.options.help = true; }},
   };
@@ -197,6 +235,15 @@ void complete(Parsed& parsed) {
     throw std::invalid_argument("--prefix holds a '/'; folders go to --out-dir");
   if (options.libraries > options.read_groups)
     throw std::invalid_argument("--libraries: more libraries than read groups");
+  if (options.tumor.empty() && !parsed.of_tumor.empty())
+    throw std::invalid_argument("--" + parsed.of_tumor + " needs --tumor");
+  if (options.tumor.empty()) return;
+  if (options.samples.size() > 1) throw std::invalid_argument("--tumor: more than one sample beside it");
+  options.samples.push_back(options.tumor);
+  checkDistinct(options.samples);
+  for (uint32_t fraction : options.fractions)
+    if (uint64_t(fraction) * static_cast<uint64_t>(options.ploidy) > 1'000'000)
+      throw std::invalid_argument(format("--fractions: above one in %d haplotypes", options.ploidy));
 }
 
 }  // namespace
@@ -219,6 +266,7 @@ SimulateOptions parseOptions(const std::vector<std::string>& args) {
     }
     try {
       option.set(parsed, value);
+      if (option.of_tumor) parsed.of_tumor = name;
     } catch (const std::invalid_argument& error) {
       throw std::invalid_argument("--" + name + ": " + error.what());
     }

@@ -41,11 +41,24 @@ struct SimulateOptions {
   Chance multi_allelic = 0;      // of a site having a second alternative, beside those that have one anyway
   bool flag_duplicates = false;  // set 0x400 on the copies
   int32_t compression = 2;       // BGZF level of the BAM
+  // Of a tumor beside the one sample, which becomes its normal.
+  std::string tumor;  // its name, then also the last of `samples`; empty: none
+  uint32_t normal_depth = 35, tumor_depth = 90;
+  Chance somatic_snv = chanceOf(0.0004);  // per base
+  Chance somatic_indel = chanceOf(0.0002);
+  std::vector<uint32_t> fractions = {500'000, 300'000, 200'000, 100'000, 50'000};  // millionths
+  uint32_t tumor_contamination = 0;   // millionths of the tumor's fragments that are another individual's
+  uint32_t normal_contamination = 0;  // millionths of the normal's fragments that are the tumor's
+  Chance strand_artefact = 0, end_artefact = 0;  // per base
+  Chance oxidation = 0;                          // per G or C
   std::string out_dir;
   std::string prefix;
   bool help = false;
 
   bool contigHasReads(size_t contig) const { return contigs.size() < 3 || contig != 2; }
+  uint32_t depthOf(size_t sample) const {
+    return tumor.empty() ? depth : sample == 0 ? normal_depth : tumor_depth;
+  }
 };
 
 SimulateOptions parseOptions(const std::vector<std::string>& args);

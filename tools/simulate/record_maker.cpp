@@ -8,11 +8,13 @@
 
 namespace {
 
-constexpr uint64_t kReadStream = 0x10000;
-constexpr uint32_t kMinMatch = 5;     // matched bases that an aligner wants beside an indel at a read end
-constexpr uint32_t kMinAligned = 20;  // reference bases, below which a read counts as unmapped
-constexpr uint32_t kSlipMargin = 12;  // bases kept between a slip of the polymerase and the read ends
-constexpr uint64_t kDimerEvery = 4;   // of unmapped pairs, one has nothing but adapter
+constexpr uint64_t kReadStream = 0x10000, kArtefactStream = 0x20000;
+constexpr uint32_t kMinMatch = 5;         // matched bases that an aligner wants beside an indel at a read end
+constexpr uint32_t kMinAligned = 20;      // reference bases, below which a read counts as unmapped
+constexpr uint32_t kSlipMargin = 12;      // bases kept between a slip of the polymerase and the read ends
+constexpr uint64_t kDimerEvery = 4;       // of unmapped pairs, one has nothing but adapter
+constexpr uint32_t kNearEnd = 10;         // cycles at either end of a read in which an artefact of ends shows
+constexpr uint8_t kArtefactQuality = 25;  // at most, of a base that a strand or a read end distorts
 constexpr char kBases[] = "ACGT";
 constexpr const char* kAdapters[] = {"AGATCGGAAGAGCACACGTCTGAACTCCAGTCA",
                                      "AGATCGGAAGAGCGTCGTGTAGGGAAAGAGTGT"};
@@ -68,12 +70,15 @@ struct RecordMaker::Draft {
 };
 
 RecordMaker::RecordMaker(const SimulateOptions& options, const Genome& genome, const HaplotypeSet& haplotypes,
-                         const std::string& sample_name, size_t sample)
+                         const std::vector<Artefact>& artefacts, const std::string& sample_name,
+                         size_t sample)
     : options_(options),
       genome_(genome),
       haplotypes_(haplotypes),
+      artefacts_(artefacts),
       quality_(options.error, options.read_length),
       stream_(kReadStream + sample),
+      artefact_stream_(kArtefactStream + sample),
       name_start_("SIM01:" + std::to_string(sample + 1) + ":" + flowCell(sample) + ":") {
   for (int32_t group = 0; group < options.read_groups; ++group)
     groups_.push_back(groupName(sample_name, static_cast<size_t>(group)));
@@ -123,6 +128,7 @@ void RecordMaker::readEnd(const Fragment& fragment, bool at_end, Rng& rng, End& 
     }
   }
   quality_.apply(rng, second, end.bases, end.quals);
+  if (!artefacts_.empty()) addArtefacts(fragment, second, end);
   uint32_t junk_start = 0, junk_end = 0;
   if (end.mapped() && rng.happens(options_.soft_clip)) addJunk(rng.oneIn(4), rng, end, junk_start, junk_end);
   finishAlignments(rng, end, junk_start, junk_end);
@@ -193,6 +199,52 @@ void RecordMaker::addJunk(bool at_first_cycles, Rng& rng, End& end, uint32_t& at
     end.quals[i] = QualityModel::kJunk;
   }
   (at_first_cycles ? at_start : at_end) = junk;
+}
+
+void RecordMaker::addArtefacts(const Fragment& fragment, bool second, End& end) const {
+  auto length = static_cast<uint32_t>(end.bases.size());
+  for (const Alignment& alignment : end.alignments) {
+    auto next = std::partition_point(artefacts_.begin(), artefacts_.end(), [&](const Artefact& artefact) {
+      return std::pair(artefact.site.contig, artefact.site.start) <
+             std::pair(alignment.contig, alignment.start);
+    });
+    uint32_t place = alignment.start, offset = 0;
+    for (uint32_t word : alignment.cigar) {
+      uint32_t end_place = place + (consumesReference(word) ? cigarLength(word) : 0);
+      for (;
+           next != artefacts_.end() && next->site.contig == alignment.contig && next->site.start < end_place;
+           ++next) {
+        if (!consumesRead(word)) continue;  // deleted in this read
+        uint32_t at = offset + (next->site.start - place);
+        if (alignment.reversed) at = length - 1 - at;
+        char ref = next->site.ref[0], alt = next->site.alts[0][0];
+        if (end.bases[at] != (alignment.reversed ? complement(ref) : ref) ||
+            !shows(*next, fragment, second, alignment.reversed, std::min(at, length - 1 - at)))
+          continue;
+        end.bases[at] = alignment.reversed ? complement(alt) : alt;
+        if (next->kind != ArtefactKind::kOxidation) end.quals[at] = std::min(end.quals[at], kArtefactQuality);
+      }
+      if (consumesRead(word)) offset += cigarLength(word);
+      place = end_place;
+    }
+  }
+}
+
+// Whether a read shows an artefact that it covers `from_end` bases from its nearer end.
+bool RecordMaker::shows(const Artefact& artefact, const Fragment& fragment, bool second, bool reversed,
+                        uint32_t from_end) const {
+  uint64_t item = 2 * fragment.serial + second;
+  if (artefact.kind == ArtefactKind::kOxidation) {
+    // The first read of a molecule with an oxidized G on its strand reads T; C for G when the strand is reverse.
+    bool first_is_reverse = second != reversed;
+    if ((artefact.site.ref[0] == 'C') != first_is_reverse) return false;
+    item = 2 * fragment.molecule;
+  } else if (artefact.kind == ArtefactKind::kStrand ? reversed != artefact.reversed : from_end >= kNearEnd) {
+    return false;
+  }
+  auto number = static_cast<uint64_t>(&artefact - artefacts_.data());
+  Rng rng(options_.seed, artefact_stream_, item << 32 | number);
+  return rng.happens(artefact.chance);
 }
 
 void RecordMaker::finishAlignments(Rng& rng, End& end, uint32_t junk_start, uint32_t junk_end) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "artefact.h"
 #include "cigar_edit.h"
 #include "fragments.h"
 #include "quality_model.h"
@@ -21,7 +22,7 @@ class RecordMaker {
 
   // Borrows everything but the names.
   RecordMaker(const SimulateOptions& options, const Genome& genome, const HaplotypeSet& haplotypes,
-              const std::string& sample_name, size_t sample);
+              const std::vector<Artefact>& artefacts, const std::string& sample_name, size_t sample);
 
   // Appends the fragment's records: each end's primary, then its supplementary and secondary ones.
   void make(const Fragment& fragment, std::vector<bam_record>& out);
@@ -54,6 +55,9 @@ class RecordMaker {
   bool slipped(const Haplotype& haplotype, const Piece& piece, bool reversed, uint32_t count, Rng& rng,
                Alignment& alignment, std::string& bases) const;
   void addJunk(bool second, Rng& rng, End& end, uint32_t& at_start, uint32_t& at_end) const;
+  void addArtefacts(const Fragment& fragment, bool second, End& end) const;
+  bool shows(const Artefact& artefact, const Fragment& fragment, bool second, bool reversed,
+             uint32_t from_end) const;
   void finishAlignments(Rng& rng, End& end, uint32_t junk_start, uint32_t junk_end);
   void orient(const End& end, bool reversed);
   void writeEnd(const Fragment& fragment, const End& own, const End& mate, bool first, Rng& rng,
@@ -66,8 +70,9 @@ class RecordMaker {
   const SimulateOptions& options_;
   const Genome& genome_;
   const HaplotypeSet& haplotypes_;
+  const std::vector<Artefact>& artefacts_;  // sorted by place
   QualityModel quality_;
-  uint64_t stream_;
+  uint64_t stream_, artefact_stream_;
   std::string name_start_;
   std::vector<std::string> groups_;
   Counts counts_;

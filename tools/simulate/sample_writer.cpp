@@ -146,7 +146,7 @@ Tally makeTally(const FragmentCounts& fragments, const RecordMaker::Counts& read
 }  // namespace
 
 Tally writeSample(const SimulateOptions& options, const Genome& genome, const Variants& variants,
-                  size_t sample, const std::string& path) {
+                  const std::vector<Artefact>& artefacts, size_t sample, const std::string& path) {
   HaplotypeSet haplotypes;
   for (const WeightedHaplotype& alleles : variants.samples[sample].haplotypes) {
     std::vector<Haplotype> contigs;
@@ -171,7 +171,7 @@ Tally writeSample(const SimulateOptions& options, const Genome& genome, const Va
   BamIndex index;
   BamIndexHelper helper(index, header->contigCount(), path, bam.tell());
   bam.setIndexBuilder(&helper);
-  RecordMaker maker(options, genome, haplotypes, options.samples[sample], sample);
+  RecordMaker maker(options, genome, haplotypes, artefacts, options.samples[sample], sample);
   RecordCounts record_counts;
   SortedWriter writer(bam, record_counts);
   std::vector<bam_record> records;

@@ -5,6 +5,7 @@
 
 #include "genome.h"
 #include "text_output.h"
+#include "tumor.h"
 #include "variants.h"
 
 std::string Summary::text() const {
@@ -25,6 +26,8 @@ Summary simulate(const SimulateOptions& options) {
   OutputPaths paths(options);
   Genome genome = makeGenome(options.seed, options.contigs);
   Variants variants = makeVariants(options, genome);
+  TumorPair pair;
+  if (!options.tumor.empty()) pair = makeTumorPair(options, genome, variants);
   writeReference(genome, paths.reference);
   writeTruth(genome, variants, paths.truth);
   uint64_t known = writeKnownSites(genome, variants, paths.known_sites);
@@ -49,8 +52,20 @@ Summary simulate(const SimulateOptions& options) {
                     {"multi-allelic", variants.multi_allelic},
                     {"known sites", known},
                     {"known sites nobody carries", variants.decoys.size()}};
+  if (!options.tumor.empty()) {
+    writeSomatic(genome, pair.somatic, paths.somatic);
+    writeArtefacts(genome, pair.artefacts, paths.artefacts);
+    writeSites(genome, pair.cosmic, "COSV", paths.cosmic);
+    writeSites(genome, pair.panel, "PON", paths.panel);
+    summary.genome.insert(summary.genome.end(), {{"somatic sites", pair.somatic.size()},
+                                                 {"artefacts", pair.artefacts.size()},
+                                                 {"cosmic sites", pair.cosmic.size()},
+                                                 {"panel of normals sites", pair.panel.size()}});
+  }
+  const Variants& carried = options.tumor.empty() ? variants : pair.carried;
   for (size_t i = 0; i < options.samples.size(); ++i)
-    summary.samples.emplace_back(
-        options.samples[i], writeSample(options, genome, variants, i, paths.sampleBam(options.samples[i])));
+    summary.samples.emplace_back(options.samples[i],
+                                 writeSample(options, genome, carried, pair.artefactsOf(i == 1), i,
+                                             paths.sampleBam(options.samples[i])));
   return summary;
 }

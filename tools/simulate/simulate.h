@@ -23,8 +23,13 @@ struct OutputPaths {
       : start(options.out_dir + "/" + options.prefix),
         reference(start + "reference.fa"),
         truth(start + "truth.vcf.gz"),
-        known_sites(start + "known_sites.vcf.gz") {}
+        known_sites(start + "known_sites.vcf.gz"),
+        somatic(start + "somatic.vcf.gz"),
+        artefacts(start + "artefacts.vcf.gz"),
+        cosmic(start + "cosmic.vcf.gz"),
+        panel(start + "pon.vcf.gz") {}
   std::string sampleBam(const std::string& sample) const { return start + sample + ".bam"; }
 
   std::string start, reference, truth, known_sites;
+  std::string somatic, artefacts, cosmic, panel;  // of a tumor
 };

@@ -68,11 +68,20 @@ class SiteFile {
   std::optional<uint32_t> contig_;
 };
 
-std::string siteColumns(const Genome& genome, const Site& site, const std::string& id) {
+std::string siteColumns(const Genome& genome, const Site& site, const std::string& id,
+                        const std::string& info = ".") {
   std::string text = genome.contigs[site.contig].name + '\t' + std::to_string(site.start + 1) + '\t' + id +
                      '\t' + site.ref + '\t';
   for (size_t i = 0; i < site.alts.size(); ++i) text += (i > 0 ? "," : "") + site.alts[i];
-  return text + "\t.\tPASS\t.";
+  return text + "\t.\tPASS\t" + info;
+}
+
+// Decimal, of 1 at most; printf would look at the locale.
+std::string fractionText(uint32_t millionths) {
+  if (millionths == 1'000'000) return "1";
+  std::string digits = std::to_string(1'000'000 + millionths);
+  digits.erase(digits.find_last_not_of('0') + 1);
+  return "0." + digits.substr(1);
 }
 
 }  // namespace
@@ -118,17 +127,49 @@ void writeTruth(const Genome& genome, const Variants& variants, const std::strin
 }
 
 uint64_t writeKnownSites(const Genome& genome, const Variants& variants, const std::string& path) {
-  std::vector<const Site*> known;
+  std::vector<Site> known;
   for (size_t i = 0; i < variants.sites.size(); ++i)
-    if (variants.site_known[i]) known.push_back(&variants.sites[i]);
-  for (const Site& site : variants.decoys) known.push_back(&site);
-  std::sort(known.begin(), known.end(), [](const Site* a, const Site* b) {
-    return std::tie(a->contig, a->start) < std::tie(b->contig, b->start);
+    if (variants.site_known[i]) known.push_back(variants.sites[i]);
+  known.insert(known.end(), variants.decoys.begin(), variants.decoys.end());
+  std::sort(known.begin(), known.end(), [](const Site& a, const Site& b) {
+    return std::tie(a.contig, a.start) < std::tie(b.contig, b.start);
   });
+  writeSites(genome, known, "rs", path);
+  return known.size();
+}
+
+void writeSites(const Genome& genome, const std::vector<Site>& sites, const std::string& id,
+                const std::string& path) {
   SiteFile vcf(genome, path, vcfHeader(genome));
   uint64_t number = 0;
-  for (const Site* site : known)
-    vcf.write(*site, siteColumns(genome, *site, "rs" + std::to_string(++number)) + '\n');
+  for (const Site& site : sites)
+    vcf.write(site, siteColumns(genome, site, id + std::to_string(++number)) + '\n');
   vcf.close();
-  return number;
+}
+
+void writeSomatic(const Genome& genome, const std::vector<SomaticSite>& somatic, const std::string& path) {
+  VCFHeader header = vcfHeader(genome);
+  header.addInfoDef("AF", "1", "Float", "\"Fraction of the tumor's own fragments that carry the allele\"");
+  header.addInfoDef("KIND", "1", "String", "\"snv, insertion or deletion\"");
+  SiteFile vcf(genome, path, header);
+  for (const auto& [site, fraction] : somatic) {
+    const char* kind = site.isSnp()                            ? "snv"
+                       : site.alts[0].size() > site.ref.size() ? "insertion"
+                                                               : "deletion";
+    vcf.write(site, siteColumns(genome, site, ".", "AF=" + fractionText(fraction) + ";KIND=" + kind) + '\n');
+  }
+  vcf.close();
+}
+
+void writeArtefacts(const Genome& genome, const std::vector<Artefact>& artefacts, const std::string& path) {
+  VCFHeader header = vcfHeader(genome);
+  header.addInfoDef("KIND", "1", "String", "\"strand, read_end or oxidation\"");
+  header.addInfoDef("SAMPLES", "1", "String", "\"tumor or both\"");
+  SiteFile vcf(genome, path, header);
+  for (const Artefact& artefact : artefacts) {
+    std::string info =
+        std::string("KIND=") + nameOf(artefact.kind) + ";SAMPLES=" + (artefact.in_normal ? "both" : "tumor");
+    vcf.write(artefact.site, siteColumns(genome, artefact.site, ".", info) + '\n');
+  }
+  vcf.close();
 }

@@ -3,8 +3,11 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
+#include "artefact.h"
 #include "genome.h"
+#include "tumor.h"
 #include "variants.h"
 
 // `path` and `path`.fai, lines of 60 bases.
@@ -16,3 +19,11 @@ void writeTruth(const Genome& genome, const Variants& variants, const std::strin
 // BGZF-compressed VCF without genotypes: most of the true sites and some that no sample shows. The number of
 // sites.
 uint64_t writeKnownSites(const Genome& genome, const Variants& variants, const std::string& path);
+
+// BGZF-compressed VCF of the sites alone; the IDs are `id` and a number.
+void writeSites(const Genome& genome, const std::vector<Site>& sites, const std::string& id,
+                const std::string& path);
+
+// BGZF-compressed VCFs without genotypes: somatic sites with INFO AF and KIND, artefacts with KIND and SAMPLES.
+void writeSomatic(const Genome& genome, const std::vector<SomaticSite>& somatic, const std::string& path);
+void writeArtefacts(const Genome& genome, const std::vector<Artefact>& artefacts, const std::string& path);

@@ -215,6 +215,7 @@ void drawGenotypes(const SimulateOptions& options, Variants& variants) {
   std::vector<uint32_t> frequency(sites.size());  // of all alts together, per mille
   for (uint32_t& f : frequency) f = 100 + rng.below(700);
   for (const std::string& name : options.samples) variants.samples.push_back({name, {}});
+  if (!options.tumor.empty()) variants.samples.back().name.clear();  // another individual
   std::vector<Sample> founders;
   for (size_t s = 0; s < variants.samples.size(); ++s) {
     if (isChild(s)) continue;
@@ -233,6 +234,8 @@ void drawGenotypes(const SimulateOptions& options, Variants& variants) {
   }
 }
 
+}  // namespace
+
 void countKinds(Variants& variants) {
   for (const Site& site : variants.sites) {
     if (site.alts.size() > 1) ++variants.multi_allelic;
@@ -245,20 +248,40 @@ void countKinds(Variants& variants) {
   }
 }
 
-// Keeps of `decoys` those that touch no true site.
-void dropClashes(const std::vector<Site>& sites, std::vector<Site>& decoys) {
+void dropClashes(const std::vector<Site>& sites, std::vector<Site>& drawn) {
   auto end = [](const Site& site) { return site.start + static_cast<uint32_t>(site.ref.size()); };
   size_t next = 0;
-  std::erase_if(decoys, [&](const Site& decoy) {
+  std::erase_if(drawn, [&](const Site& one) {
     auto before = [&](const Site& site) {
-      return site.contig != decoy.contig ? site.contig < decoy.contig : end(site) < decoy.start;
+      return site.contig != one.contig ? site.contig < one.contig : end(site) < one.start;
     };
     while (next < sites.size() && before(sites[next])) ++next;
-    return next < sites.size() && sites[next].contig == decoy.contig && sites[next].start <= end(decoy);
+    return next < sites.size() && sites[next].contig == one.contig && sites[next].start <= end(one);
   });
 }
 
-}  // namespace
+std::vector<Site> drawSparseSites(const Genome& genome, uint64_t seed, uint64_t stream, Chance snp,
+                                  Chance indel) {
+  std::vector<Site> sites;
+  if (snp + indel == 0) return sites;
+  auto every = static_cast<uint32_t>(std::min(kCertain / (snp + indel), kCertain - 1));
+  for (uint32_t c = 0; c < genome.contigs.size(); ++c) {
+    const GenomeContig& contig = genome.contigs[c];
+    Rng rng(seed, stream, c);
+    SiteMaker maker(genome, c, {snp, indel}, rng);
+    for (uint64_t at = rng.below(every); at < contig.length(); at += every / 2 + rng.below(every) + 1) {
+      auto place = static_cast<uint32_t>(at);
+      bool is_snp = uint64_t(rng.bits32()) * (snp + indel) >> 32 < snp;
+      if (contig.repeatAround(place, place + 1) != nullptr) continue;
+      if (is_snp)
+        maker.addSnp(place, sites);
+      else
+        maker.addIndel(place, sites);
+    }
+  }
+  for (Site& site : sites) site.alts.resize(1);
+  return sites;
+}
 
 Variants makeVariants(const SimulateOptions& options, const Genome& genome) {
   Variants variants;

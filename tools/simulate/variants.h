@@ -41,7 +41,18 @@ struct Variants {
 
 // Every third sample is the child of the two before it, with recombination; all others are unrelated but draw
 // on the same allele frequencies.
+// A normal beside a tumor comes with one more individual, last and without a name.
 Variants makeVariants(const SimulateOptions& options, const Genome& genome);
+
+// SNPs and indels of one alternative that keep half of their mean distance or more between them, outside of
+// repeats, where reads can be placed.
+std::vector<Site> drawSparseSites(const Genome& genome, uint64_t seed, uint64_t stream, Chance snp,
+                                  Chance indel);
+
+// Keeps of `drawn` what touches none of `sites`; both sorted.
+void dropClashes(const std::vector<Site>& sites, std::vector<Site>& drawn);
+
+void countKinds(Variants& variants);  // sets the numbers of sites by kind
 
 // What is left of an allele once the bases it shares with the reference at either end are gone.
 struct AlleleChange {
