@@ -10,10 +10,10 @@
 #pragma once
 
 #include <cstdio>
-#include <memory>
 #include <span>
 #include <vector>
 
+#include "algo/vcall/recal/data_block.h"
 #include "algo/vcall/recal/java_random.h"
 #include "algo/vcall/recal/multivariate_gaussian.h"
 #include "algo/vcall/recal/variant_datum.h"
@@ -47,8 +47,8 @@ class GaussianMixtureModel {
 
   void dump(FILE* stream) const;
 
-  // The steps of train(), one by one.
-  void load(const Data& data);
+  // The steps of train(), one by one. The data outlive them.
+  void load(const Data& data) { data_ = data; }
   void initRandomModel();
   void eStep();
   // The largest change of a mixture weight. The `last` one leaves covariances in place of scatter.
@@ -59,23 +59,16 @@ class GaussianMixtureModel {
   double responsibility(size_t component, size_t datum) const { return responsibilities_[component][datum]; }
 
  private:
-  // Values of all data, one dimension behind the other: loops over the data run over neighbours.
-  struct Dense {
-    size_t count = 0;
-    std::vector<double> values;
-    const double* column(size_t dimension) const { return values.data() + dimension * count; }
-  };
+  class Evaluation;
 
   void drawMean(BayesianMultivariateGaussian& gaussian);
   void drawScatter(BayesianMultivariateGaussian& gaussian);
-  void moveMeans();
-  size_t nearest(size_t datum) const;
-  void findResponsibilities(size_t first, size_t last);
-  void addDistances(const BayesianMultivariateGaussian& gaussian, size_t first, size_t last,
-                    double* distances) const;
-  void maximise(size_t component, bool last);
-  double marginal(const Datum& datum, JavaUtil::Random& random) const;
-  // The sums, over all data, of what add(first, last, sums) adds to `size` zeros for each part.
+  bool moveMeans();
+  void findMeans();
+  std::vector<double> findScatter() const;
+  double marginalByComponent(const Datum& datum, JavaUtil::Random& random) const;
+  size_t partsize() const { return size_t(options_.partsize > 0 ? options_.partsize : 1); }
+  // The sums, over all data, of what add(block, first, count, sums) adds to `size` zeros for each block of a part.
   template <typename Add>
   std::vector<double> sumParts(size_t size, const Add& add) const;
 
@@ -85,7 +78,7 @@ class GaussianMixtureModel {
   std::vector<double> empiricalMu_;
   SquareMatrix empiricalSigma_;
   std::vector<std::vector<double>> responsibilities_;  // by component, over the data
-  Dense data_;
+  std::span<Datum* const> data_;                       // while it trains
   JavaUtil::Random* random_;
   thread_coop* pool_;
   bool converged_ = true;

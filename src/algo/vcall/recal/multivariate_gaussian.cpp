@@ -65,10 +65,24 @@ void BayesianMultivariateGaussian::precomputeDenominator(double lambdaSum) {
 void BayesianMultivariateGaussian::precomputePlain() {
   if (!sigma.invert(sigmaInverse)) throw std::overflow_error("numeric overflow");
   cachedDenomLog10 = -0.5 * double(n) * kLog10TwoPi - 0.5 * logDeterminant() / kLn10;
+  factor_ = sigma;
+  const bool has_factor = factor_.factorise() == 0;
+  if (!has_factor) factor_ = SquareMatrix(n);
+  marginals_.resize(n);
+  for (size_t i = 0; i < n; ++i) {
+    const double deviation = std::sqrt(sigma[i][i]);
+    marginals_[i] = {1 / deviation, log10MixtureWeight - std::log10(kSqrtTwoPi * deviation)};
+    if (!has_factor) factor_[i][i] = deviation;
+  }
 }
 
 double BayesianMultivariateGaussian::evaluateOneDimension(double x, size_t dimension) const {
-  const double deviation = std::sqrt(sigma[dimension][dimension]);
-  const double z = (x - mu[dimension]) / deviation;
-  return log10MixtureWeight - z * z * kHalfLog10E - std::log10(kSqrtTwoPi * deviation);
+  const double z = (x - mu[dimension]) * marginals_[dimension].precision;
+  return marginals_[dimension].constant - z * z * kHalfLog10E;
+}
+
+double BayesianMultivariateGaussian::drawn(std::span<const double> normal, size_t dimension) const {
+  double value = mu[dimension];
+  for (size_t k = 0; k <= dimension; ++k) value += factor_[dimension][k] * normal[k];
+  return value;
 }

@@ -22,6 +22,8 @@ struct MultivariateGaussian {
   // Each line begins with `indent`.
   void dump(FILE* stream, const char* indent) const;
 
+  static constexpr double kHalfLog10E = 0.21714724095162588;
+
   size_t n;
   std::vector<double> mu;
   SquareMatrix sigma, sigmaInverse;
@@ -46,8 +48,15 @@ struct BayesianMultivariateGaussian final : MultivariateGaussian {
     return log10MixtureWeight + cachedDenomLog10 - kHalfLog10E * distance(x);
   }
   double evaluateOneDimension(double x, size_t dimension) const;
-
-  static constexpr double kHalfLog10E = 0.21714724095162588;
+  // Of the draw that `normal`, n standard normal numbers, stands for, one dimension.
+  double drawn(std::span<const double> normal, size_t dimension) const;
 
   double mixtureWeight = 0, log10MixtureWeight = 0;
+
+ private:
+  struct Marginal {
+    double precision, constant;  // 1 / deviation; of the log10 density
+  };
+  std::vector<Marginal> marginals_;  // by dimension
+  SquareMatrix factor_;              // the lower triangle, of sigma
 };

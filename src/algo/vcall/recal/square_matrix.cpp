@@ -30,7 +30,11 @@ bool SquareMatrix::invert(SquareMatrix& inverse) const {
     for (size_t row = column + 1; row < n_; ++row)
       if (std::abs(a[row][column]) > std::abs(a[pivot][column])) pivot = row;
     const double value = a[pivot][column];
-    if (value == 0 || !std::isfinite(value)) return false;
+    if (!std::isfinite(value)) return false;
+    if (value == 0) {
+      std::fill_n(inverse[column], n_, 0.0);
+      continue;
+    }
     std::swap_ranges(a[pivot], a[pivot] + n_, a[column]);
     std::swap_ranges(inverse[pivot], inverse[pivot] + n_, inverse[column]);
     for (size_t k = 0; k < n_; ++k) {

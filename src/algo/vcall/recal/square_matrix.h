@@ -17,7 +17,8 @@ class SquareMatrix {
   // Replaces the lower triangle, diagonal included, of a symmetric matrix by its Cholesky factor. Returns 0, or the
   // one-based row at which the matrix turns out not to be positive definite.
   size_t factorise();
-  // By elimination with partial pivoting. False, and the result not to be used, for a singular matrix.
+  // By elimination with partial pivoting. Of a singular matrix it is a generalised inverse, which leaves out the rows
+  // that say nothing new. False, and the result not to be used, when numbers overflow.
   bool invert(SquareMatrix& inverse) const;
 
  private:
