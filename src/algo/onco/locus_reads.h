@@ -5,33 +5,26 @@
 // Threads  one object per thread. Which reads go is drawn by a generator that depends on the position alone.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string>
 #include <vector>
 
+#include "algo/vcall/model/site_context.h"
 #include "algo/vcall/pairhmm/read_clip.h"
-#include "readdata/bam/read.h"
 
 // Samples of a run with a normal; without one there is the tumor alone.
 inline constexpr int32_t kTumor = 0, kNormal = 1;
 
-// Why a read does not count.
 enum ReadStatus : uint32_t {
-  kReadOfPair = 8,         // its mate covers the position, too
-  kReadOverlapped = 64,    // the mate is counted
-  kReadContaminant = 128,  // taken out by contaminationDownsample()
+  kReadOfPair = 8,         // its mate is here, too
+  kReadOverlapped = 64,    // does not count: the mate does
+  kReadContaminant = 128,  // does not count: taken out by contaminationDownsample()
 };
 
-struct LocusRead {
-  Read* read = nullptr;  // as its best haplotype aligns it
-  int32_t sample = kTumor;
-  uint32_t status = 0;
-  int32_t offset = -1;  // in the read, of its base at the position; -1: none there
-  char base = 0;
-  uint8_t qual = 0;  // of that base, phred
-  int32_t allele =
-      -1;  // that it supports: ahead of the second by kInformativeMargin; 0 the reference; -1 none
+// The allele is the one that is ahead of the second by more than kInformativeMargin.
+struct LocusRead : SiteRead {
+  uint32_t status = 0;  // of ReadStatus
 
   bool counts() const { return (status & (kReadOverlapped | kReadContaminant)) == 0; }
 };
@@ -39,13 +32,21 @@ struct LocusRead {
 class LocusReads {
  public:
   // The reads whose row does not begin with NaN. `clips` are the region's reads as realigned, `rows` holds clips.size()
-  // rows of `alleles` values, the reference first.
-  void build(std::span<const ReadClip> clips, const double* rows, size_t alleles, uint32_t position);
+  // rows of `alleles` values, the reference first. With `debug` what is done with them is told on standard error.
+  void build(std::span<const ReadClip> clips, const double* rows, size_t alleles, uint32_t position,
+             bool debug = false);
 
-  // Of two reads of one fragment over the position the one that speaks less for its best allele does not count.
+  // Reads of one fragment count once. Of two a read without an allele does not count; of two with an allele it is the
+  // one that is less likely under the best allele of the fragment, which has the highest product of both: where they
+  // disagree, the read goes that is less sure of itself.
   void removeOverlap();
-  // Leaves out `fraction` of the sample's reads. `mode`: 1 takes them evenly from the alleles, as far as each has reads,
-  // 0 in proportion. `contig` and the position seed the generator.
+  // Leaves out int(fraction * n) of the n reads of the sample that count, each filed under its likeliest allele; nothing
+  // for a fraction of 0. How many of each allele:
+  //   mode 1    the alternates in turn, then the reference, give half of what is to go, or all they have; the rest goes
+  //             by further rounds. Reads of another person look like an alternate at a low fraction, and at most half of
+  //             those of a heterozygous site do
+  //   mode 0    in proportion to the reads of each allele: fractions stay as they are, but for rounding
+  // `contig` and the position seed the draw. `fraction` is in [0, 1).
   void contaminationDownsample(int32_t sample, double fraction, int mode, const char* contig,
                                uint32_t position);
 
@@ -53,18 +54,27 @@ class LocusReads {
   std::span<const LocusRead> reads() const { return reads_; }
   const double* row(size_t read) const { return values_.data() + read * alleles_; }
   size_t alleles() const { return alleles_; }
+  bool debug() const { return debug_; }
 
  private:
+  size_t bestAllele(size_t read) const;
+  size_t weaker(size_t a, size_t b) const;
+
   std::vector<LocusRead> reads_;
   std::vector<double> values_;
   size_t alleles_ = 0;
+  bool debug_ = false;
 };
 
 // Of one alternate at a position.
 struct TumorNormalLod {
-  double tumor = 0, normal = 0;  // TLOD and NLOD, log10
-  double fraction = 0;           // of the tumor's informative reads
+  double tumor = 0, normal = 0;  // TLOD and NLOD, log10; normal is 0 without a normal sample
+  double fraction = 0;           // the allele fraction that TLOD is of
 };
 
 // By alternate, of the reads that count.
+//   TLOD  how much likelier the tumor's reads are as a mixture with `fraction` of the alternate than as reference
+//   NLOD  how much likelier the normal's reads are as reference than as a heterozygous site
+// The fraction is that of the tumor's reads with one of the two alleles, and lies within what n such reads can tell from
+// none and from all: [1 / (n + 1), n / (n + 1)]. Without any it is 0, and so is TLOD.
 std::vector<TumorNormalLod> calcLods(const LocusReads& reads, bool hasNormal);

@@ -24,12 +24,26 @@ struct TNCall {
   TumorNormalLod lod;
   AlleleEvidence tumor, normal;
   TandemRepeat repeat;
+  bool debug = false;  // the threshold of the normal is told on standard error
 };
 
-// Adds the filters that the call fails, in their order. True when the normal shows the alternate by count or fraction
-// (of "alt_allele_in_normal", its quality sum aside).
+// Adds the filters that the call fails, in this order; without a normal those of the normal never are.
+//   germline_risk         NLOD < minNormalLod; < minDbsnpNormalLod at a known site that is not in the cosmic file
+//   triallelic_site       numPass is not 1
+//   t_lod_fstar           TLOD < minTumorLod
+//   low_t_alt_frac        AF of the tumor < minTumorAlleleFrac
+//   panel_of_normals      inPanel
+//   alt_allele_in_normal  (reads of the alternate in the normal >= maxNormalAltCnt, or their fraction >=
+//                         maxNormalAltFrac), and the sum of their base qualities > maxNormalAltQsum
+//   str_contraction       filterStrContraction, and the event is a contraction
+// True when the normal shows the alternate by count or fraction, its quality sum aside.
 bool addFilters(const TNCall& call, const TNThresholds& thresholds, VariantContext& record);
 
-// The records of one region, in order of position; writes ECNT, MAX_ED and MIN_ED and adds the region's filters.
-// `altInNormal` is by record what addFilters() returned.
+// The records of one region, in order of position, each a position of its own: writes ECNT, MAX_ED and MIN_ED, adds the
+// filters of the region, and PASS to a record that has none. `altInNormal` is by record what addFilters() returned. Of
+// two records and more:
+//   multi_event_alt_allele_in_normal  altInNormal, but without alt_allele_in_normal
+//   homologous_mapping_event          neither of these two, and three records or more
+//   clustered_events                  three records or more
+// A distance is the difference of the positions of neighbours; of a single record it is ".".
 void addRegionFilters(const std::vector<VariantContext*>& records, const std::vector<bool>& altInNormal);

@@ -1,7 +1,6 @@
 // read_sampling.h - fewer reads of a region, the same on every machine and at any thread count.
 // Threads  pure function.
-// Source   selection sampling: Knuth, The Art of Computer Programming, volume 2, 3.4.2, algorithm S; the generator is
-//          SplitMix64: Steele, Lea, Flood, OOPSLA 2014.
+// Source   selection sampling: Knuth, The Art of Computer Programming, volume 2, 3.4.2, algorithm S.
 #pragma once
 
 #include <cstddef>
