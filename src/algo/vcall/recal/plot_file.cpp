@@ -32,7 +32,7 @@ void drawSample(Sample& data, size_t most, JavaUtil::Random& random) {
 Sample sampleOf(const std::vector<VariantDatum>& data, size_t most, JavaUtil::Random& random) {
   Sample positive, negative, others;
   for (const VariantDatum& datum : data) {
-    if (datum.atTrainingSite) positive.push_back(&datum);
+    if (datum.atTrainingSite && !datum.isOutlier) positive.push_back(&datum);
     if (datum.atAntiTrainingSite) negative.push_back(&datum);
     if (!datum.atTrainingSite && !datum.atAntiTrainingSite) others.push_back(&datum);
   }
@@ -44,11 +44,12 @@ Sample sampleOf(const std::vector<VariantDatum>& data, size_t most, JavaUtil::Ra
   return all;
 }
 
+// Of values, which count as outliers beyond `limit`: those would leave the rest a few points of the grid.
 struct Range {
   double low = std::numeric_limits<double>::max(), high = std::numeric_limits<double>::lowest();
-  void take(double x) {
-    low = std::min(low, x);
-    high = std::max(high, x);
+  void take(double x, double limit) {
+    low = std::min(low, std::max(x, -limit));
+    high = std::max(high, std::min(x, limit));
   }
   double at(int step, int steps) const { return steps < 2 ? low : low + (high - low) * step / (steps - 1); }
 };
@@ -63,11 +64,6 @@ double medianOf(const std::vector<VariantDatum>& data, size_t annotation) {
 
 }  // namespace
 
-void testPlotFile(const std::string& name, const std::string& path) {
-  if (!openPlot(path))
-    throw std::invalid_argument(name + ": cannot open file " + path + ", " + strerror(errno));
-}
-
 void writePlotFile(const std::string& name, const std::string& path, const std::string& output,
                    const VarCalParam& param, const std::vector<VariantDatum>& data, double acceptedLod,
                    VarCalTraining& training) {
@@ -80,7 +76,7 @@ void writePlotFile(const std::string& name, const std::string& path, const std::
   for (size_t i = 0; i < names.size(); ++i) {
     if (names[i] == "MQ" && param.max_mq > 0) names[i] = "logit_MQ";
     medians[i] = medianOf(data, i);
-    for (const VariantDatum* datum : sample) ranges[i].take(datum->annotations[i]);
+    for (const VariantDatum* datum : sample) ranges[i].take(datum->annotations[i], param.std_thresh);
   }
   const int steps = sample.empty() ? 0 : std::max(param.plot_simu_steps, 0);
   for (size_t i = 0; i < names.size(); ++i) {

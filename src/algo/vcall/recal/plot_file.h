@@ -7,8 +7,6 @@
 
 #include "algo/vcall/recal/var_cal_training.h"
 
-// Whether the file can be written: std::invalid_argument if not.
-void testPlotFile(const std::string& name, const std::string& path);
 // `acceptedLod` is the cut of the first tranche.
 void writePlotFile(const std::string& name, const std::string& path, const std::string& output,
                    const VarCalParam& param, const std::vector<VariantDatum>& data, double acceptedLod,

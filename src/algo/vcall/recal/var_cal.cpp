@@ -2,11 +2,15 @@
 #include "algo/vcall/recal/var_cal.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <stdexcept>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include "algo/vcall/recal/data_dump.h"
 #include "algo/vcall/recal/plot_file.h"
 #include "algo/vcall/recal/recal_file.h"
 #include "algo/vcall/recal/tranche.h"
@@ -76,7 +80,8 @@ void VarCal::addOptions(OptionParser& parser) {
              [this, refuse](const char* value) {
                if (resources_.empty() || !resources_.back().name.empty())
                  refuse(": --resource_param need follow --resource");
-               return addResourceParam(value);
+               addResourceParam(value);
+               return true;
              });
   parser.addList("aggregate_data", 0, "Aggregate VCF file", aggregate_files_);
   parser.add(
@@ -135,13 +140,11 @@ std::string VarCal::usage() const {
       name.c_str(), name.c_str());
 }
 
-bool VarCal::addResourceParam(const char* value) {
+void VarCal::addResourceParam(const char* value) {
   const std::string_view text = value;
   const size_t comma = text.find(',');
-  if (comma == 0 || comma == text.npos) {
-    fprintf(stderr, "cannot parse training data source %s\n", value);
-    return false;
-  }
+  if (comma == 0 || comma == text.npos)
+    throw std::invalid_argument(std::string("cannot parse training data source ") + value);
   Resource& resource = resources_.back();
   resource.name = text.substr(0, comma);
   for (const auto& [key, setting] : parseKeyValues(text.substr(comma + 1))) {
@@ -153,7 +156,6 @@ bool VarCal::addResourceParam(const char* value) {
     if (key == "consensus") resource.consensus = is_true;
     if (key == "prior") resource.prior = strtod(setting.c_str(), nullptr);
   }
-  return true;
 }
 
 void VarCal::settle(const std::vector<const char*>& positional) {
@@ -198,7 +200,24 @@ void VarCal::init() {
   for (Resource& resource : resources_) resource.reader = openVcf(resource.path);
   for (const std::string& path : aggregate_files_) aggregates_.push_back(openVcf(path));
   contig_numbers_ = contigMapOf(context->reference->contigs());
-  if (!plot_file_.empty()) testPlotFile(name, plot_file_);
+  for (const std::string& path : {output_, tranches_file_, plot_file_})
+    if (!path.empty()) clearFile(path);
+}
+
+// A run that ends early must not leave files of an earlier one; whether they can be written is told before the work.
+void VarCal::clearFile(const std::string& path) const {
+  struct stat info;
+  if (stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode)) return;
+  FILE* const file = fopen(path.c_str(), "w");
+  if (!file) throw std::invalid_argument(name + ": cannot open file " + path + ", " + strerror(errno));
+  fclose(file);
+  if (lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode)) unlink(path.c_str());
+}
+
+void VarCal::clearOutputs() const {
+  for (const std::string& path : {output_, tranches_file_, plot_file_})
+    if (!path.empty()) clearFile(path);
+  for (const char* ending : {".idx", ".tbi"}) unlink((output_ + ending).c_str());
 }
 
 std::unique_ptr<VCFCache> VarCal::openVcf(const std::string& path) const {
@@ -225,23 +244,32 @@ void VarCal::merge(const Shard&, Algo::Result* result) {
 
 void VarCal::finish() {
   VarCalTraining training(name, param_, data_, context->pool);
-  if (!training.recalibrate()) {
-    if (!training.failed()) return;
-    // By agreement no error: a call set may be too small for any model.
-    fputs("VarCal failed\n", stderr);
-    fflush(nullptr);
-    _exit(0);
+  bool scored = false;
+  try {
+    scored = training.recalibrate();
+    if (scored) writeResults(training);
+  } catch (...) {
+    clearOutputs();
+    throw;
   }
-  writeRecalFile(name, output_, data_, training.annotations(), context->reference->contigs(),
-                 context->reference->path());
+  if (scored) return;
+  clearOutputs();
+  // By agreement no error: a call set may be too small for any model.
+  if (training.failed()) fputs("VarCal failed\n", stderr);
+}
+
+void VarCal::writeResults(VarCalTraining& training) const {
+  const std::vector<Contig> contigs = context->reference->contigs();
+  dumpData(name, data_, contigs);
   std::vector<Tranche> tranches;
   {
     static Timer* const tranches_timer = timer("vqsr::createTranches");
     TimerScope scope(tranches_timer);
     tranches =
         createTranches(data_, param_.targets.empty() ? kDefaultTargets : param_.targets, param_.var_type);
-    writeTranches(name, tranches_file_, tranches);
   }
+  writeRecalFile(name, output_, data_, training.annotations(), contigs, context->reference->path());
+  writeTranches(name, tranches_file_, tranches);
   if (plot_file_.empty()) return;
   const double accepted = tranches.empty() ? param_.min_accept_lod : tranches.front().minVQSLod;
   writePlotFile(name, plot_file_, output_, param_, data_, accepted, training);

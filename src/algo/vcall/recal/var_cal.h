@@ -44,6 +44,8 @@ struct VarCalParam {
   int negativeComponents() const;
 };
 
+class VarCalTraining;
+
 class VarCal final : public Algo {
  public:
   class Engine;
@@ -64,8 +66,11 @@ class VarCal final : public Algo {
   void addModelOptions(OptionParser& parser);
   std::string usage() const;
   void settle(const std::vector<const char*>& positional);
-  bool addResourceParam(const char* value);  // false, with a message, when it cannot be parsed
+  void addResourceParam(const char* value);
   std::unique_ptr<VCFCache> openVcf(const std::string& path) const;
+  void clearFile(const std::string& path) const;
+  void clearOutputs() const;
+  void writeResults(VarCalTraining& training) const;
 
   VarCalParam param_;
   std::string vcf_, tranches_file_, plot_file_, output_;

@@ -17,6 +17,13 @@ bool isCovered(const VCFLine& record, const VariantDatum& datum) {
   return record.pos < datum.pos + datum.length && record.end > datum.pos;
 }
 
+void fetch(VCFCache& reader, uint32_t from, int32_t to, VCFLine::Column last) {
+  static Timer* const db_timer = timer("fetch_db");
+  TimerScope scope(db_timer);
+  reader.fetch(int32_t(from), to);
+  reader.requireColumn(last);
+}
+
 void agree(const Resource& resource, VariantDatum& datum) {
   datum.isKnown |= resource.known;
   datum.atTrainingSite |= resource.training;
@@ -64,8 +71,6 @@ Algo::Result* VarCal::Engine::finishShard() {
 
 void VarCal::Engine::advance(uint32_t from, uint32_t to) {
   if (contig_ < 0) return;
-  static Timer* const db_timer = timer("fetch_db");
-  TimerScope scope(db_timer);
   std::vector<VariantDatum>& data = result_->data;
   const size_t first = data.size();
   is_indel_.clear();
@@ -79,7 +84,7 @@ void VarCal::Engine::advance(uint32_t from, uint32_t to) {
 }
 
 void VarCal::Engine::collect(VCFCache& reader, uint32_t from, uint32_t to, bool aggregate) {
-  reader.fetch(int32_t(from), int32_t(to));
+  fetch(reader, from, int32_t(to), VCFLine::kInfo);
   for (const VCFLine& line : reader.records()) {
     if (line.pos < int64_t(from)) continue;
     if (line.pos >= int64_t(to)) break;
@@ -124,7 +129,7 @@ void VarCal::Engine::consult(Source& source, uint32_t from, size_t first) {
   std::vector<VariantDatum>& data = result_->data;
   int32_t end = int32_t(from);
   for (size_t i = first; i < data.size(); ++i) end = std::max(end, data[i].pos + data[i].length);
-  source.reader->fetch(int32_t(from), end);
+  fetch(*source.reader, from, end, VCFLine::kFilter);
   const std::span<const VCFLine> records = source.reader->records();
   size_t passed = 0;  // records that end before the datum, and all after it
   for (size_t i = first; i < data.size(); ++i) {

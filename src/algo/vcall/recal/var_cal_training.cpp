@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <strings.h>
 
+#include "base/in_chunks.h"
 #include "base/text.h"
 #include "base/timer.h"
 
@@ -19,6 +20,7 @@ constexpr double kMQOffset = 0.01, kMQJitter = 0.05, kMQTolerance = 1e-6;
 constexpr double kDither = 0.01;        // for annotations of few values
 constexpr double kMissingSpread = 0.1;  // standard deviations
 constexpr double kLeastDeviation = 1e-5;
+constexpr size_t kChunk = 4096;      // data that a thread scores at a time
 constexpr double kLargestLod = 1e6;  // beyond, a density is 0 in double precision
 
 constexpr const char* kDithered[] = {"HaplotypeScore", "FS", "InbreedingCoeff", "SQR"};
@@ -78,41 +80,43 @@ bool VarCalTraining::recalibrate() {
     return false;
   }
 
+  good_ = trainModel("vqsr::trainGoodModel", param_.positiveComponents(), positive);
+  if (failed_) return false;
   std::vector<Datum*> all;
   all.reserve(data_.size());
   for (VariantDatum& datum : data_) all.push_back(&datum);
-  const auto makeModel = [&](int components) {
-    return std::make_unique<GaussianMixtureModel>(size_t(components), annotations_.size(), param_.mixture,
-                                                  &random_, pool_);
-  };
-  {
-    static Timer* const good_timer = timer("vqsr::trainGoodModel");
-    TimerScope good_scope(good_timer);
-    good_ = makeModel(param_.positiveComponents());
-    good_->train(positive);
-  }
-  if (!good_->converged()) return !(failed_ = true);
   const std::vector<double> good = good_->evaluateData(all);
   for (size_t i = 0; i < data_.size(); ++i) data_[i].lod = good[i];
 
   const std::vector<Datum*> negative = negativeSet();
   fprintf(stderr, "negative training data size %lu\n", (unsigned long)negative.size());
-  {
-    static Timer* const bad_timer = timer("vqsr::trainBadModel");
-    TimerScope bad_scope(bad_timer);
-    bad_ = makeModel(param_.negativeComponents());
-    bad_->train(negative);
-  }
-  if (!bad_->converged()) return !(failed_ = true);
-  const std::vector<double> bad = bad_->evaluateData(all);
-  static Timer* const culprit_timer = timer("findCulprit");
-  TimerScope culprit_scope(culprit_timer);
-  for (size_t i = 0; i < data_.size(); ++i) {
-    const double lod = data_[i].lod - bad[i];
-    data_[i].lod = std::isnan(lod) ? -kLargestLod : std::clamp(lod, -kLargestLod, kLargestLod);
-    data_[i].culprit = findCulprit(data_[i], *good_, *bad_);
-  }
+  bad_ = trainModel("vqsr::trainBadModel", param_.negativeComponents(), negative);
+  if (failed_) return false;
+  computeLod(bad_->evaluateData(all));
   return true;
+}
+
+std::unique_ptr<GaussianMixtureModel> VarCalTraining::trainModel(const char* timer_name, int components,
+                                                                 const std::vector<Datum*>& data) {
+  TimerScope scope(timer(timer_name));
+  auto model = std::make_unique<GaussianMixtureModel>(size_t(components), annotations_.size(), param_.mixture,
+                                                      &random_, pool_);
+  model->train(data);
+  failed_ = !model->converged();
+  return model;
+}
+
+// From the density of the good model, in lod, and that of the bad one.
+void VarCalTraining::computeLod(const std::vector<double>& bad) {
+  static Timer* const culprit_timer = timer("findCulprit");
+  TimerScope scope(culprit_timer);
+  inChunks(pool_, data_.size(), kChunk, [&](size_t first, size_t last) {
+    for (size_t i = first; i < last; ++i) {
+      const double lod = data_[i].lod - bad[i];
+      data_[i].lod = std::isnan(lod) ? -kLargestLod : std::clamp(lod, -kLargestLod, kLargestLod);
+      data_[i].culprit = findCulprit(data_[i], *good_, *bad_);
+    }
+  });
 }
 
 // ---- annotations ----

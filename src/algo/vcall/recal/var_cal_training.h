@@ -4,6 +4,7 @@
 // Errors   std::runtime_error for annotations that say nothing.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,9 @@ class VarCalTraining {
   void findMissing();
   void normalizeData();
   void reorderAnnotations();
+  std::unique_ptr<GaussianMixtureModel> trainModel(const char* timer_name, int components,
+                                                   const std::vector<Datum*>& data);
+  void computeLod(const std::vector<double>& bad);
   std::vector<Datum*> positiveSet();
   std::vector<Datum*> negativeSet();
 
