@@ -78,6 +78,26 @@ def test_what_is_left_out(compare):
     assert (compare.folder / "d.txt").read_text() == "c1\t3\tG\tA\tgenotype\nc1\t8\tA\tT\tfalse\n"
 
 
+def test_recall_by_fraction(compare):
+    lines = ["##fileformat=VCFv4.2", "#CHROM POS ID REF ALT QUAL FILTER INFO".replace(" ", "\t")]
+    for pos, ref, alt, info in [(3, "G", "A", "X=1;AF=0.5"), (5, "T", "C", "AF=0.05"), (8, "A", "T", "AF=0.05;KIND=snv"),
+                                (10, "CT", "C", "AF=0.05"), (50, "T", "C", "MAF=0.5")]:
+        lines.append(f"c1\t{pos}\t.\t{ref}\t{alt}\t.\t.\t{info}")
+    (compare.folder / "truth.vcf").write_text("\n".join(lines) + "\n")
+    vcf(compare.folder / "calls.vcf.gz", (3, "G", "A", "0/1"), (8, "A", "T", "0/1"), (50, "T", "C", "0/1"))
+    done = compare("--by-fraction")
+    assert [line.split() for line in done.stdout.splitlines()[4:]] == [
+        ["0.5", "1", "0", "1.0000", "0", "0", "-"], ["0.05", "2", "1", "0.5000", "1", "1", "0.0000"]], done.stderr
+
+
+def test_many_neighbours(compare):
+    """Twelve SNPs beside each other, of which the other file writes the first two as a deletion and an insertion."""
+    snps = [(pos, REFERENCE[pos - 1], "ACGT"["ACGT".index(REFERENCE[pos - 1]) - 1], "0|1") for pos in range(33, 45)]
+    vcf(compare.folder / "truth.vcf", *snps)
+    vcf(compare.folder / "calls.vcf.gz", (32, "GTA", "G", "0/1"), (34, "A", "AGT", "0/1"), *snps[2:])
+    assert compare.figures() == {"SNP": (12, 10, 0, 0, "1.0000"), "INDEL": (0, 2, 0, 0, "-")}
+
+
 @pytest.mark.parametrize("record, text", [
     ((3, "C", "A", "0/1"), "calls.vcf.gz: line 3: REF C differs from ref.fa"),
     ((60, "AC", "A", "0/1"), "calls.vcf.gz: line 3: REF AC differs from ref.fa"),
