@@ -49,7 +49,7 @@ class Calls:
         draw, self.folder, self.lengths, self.records, self.said = random.Random(seed), folder, lengths, [], {}
         for contig, length in lengths.items():
             places = sorted(draw.sample(range(1, length - 9), length // 60))
-            for at in sorted([1, length, *places, *draw.sample(places, 9)]):  # some places twice, as split records have them
+            for at in sorted([0, 1, length, length + 1, *places, *draw.sample(places, 9)]):  # some places twice, as split records have them
                 ref = "ACGTA"[: draw.choice([1, 1, 1, 1, 3, 5])] if at < length - 9 else "A"
                 alts = ",".join(draw.sample(["C", "G", "T", "CCC", "AT", "CTTCT", "*"], draw.choice([1, 1, 1, 2]))) if draw.random() < 0.95 else "."
                 self.records.append([contig, str(at), draw.choice([".", "rs1"]), ref, alts, draw.choice(["30.5", "."]),

@@ -123,7 +123,7 @@ void VCFCache::setContig(const std::string& name) {
 void VCFCache::fetch(int32_t start, int32_t end) {
   if (start < startPos_) {
     startPos_ = start;
-    loadedEnd_ = 0;
+    loadedEnd_ = std::min(start, 0);  // POS 0 lies in front of the first base
     empty();
   } else if (start > startPos_) {
     dropBefore(start);

@@ -75,8 +75,8 @@ void ApplyVarCal::Engine::advance(uint32_t from, uint32_t to) {
   {
     static Timer* const db_timer = timer("fetch_db");
     TimerScope scope(db_timer);
-    input_->fetch(int32_t(from), end);
-    recal_->fetch(int32_t(from), end);
+    input_->fetch(begin, end);
+    recal_->fetch(begin, end);
     recal_->requireColumn(VCFLine::kInfo);
     cursor_ = 0;
     position_ = kNowhere;

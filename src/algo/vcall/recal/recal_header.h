@@ -28,8 +28,6 @@ class RecalHeader {
   // filters, and `commandLine`.
   void copy(IOHandle& input, const std::string& path, const std::string& commandLine, const Sink& write);
 
-  const std::vector<std::string>& filterLines() const { return filter_lines_; }
-
  private:
   void addFilter(const std::string& id, const std::string& description);
   [[noreturn]] void failRead(const IOHandle& stream, const std::string& path) const;
