@@ -55,6 +55,7 @@ bool sameFragment(const LocusRead& a, const LocusRead& b) {
 // How many of each allele's `counts` reads go, `total` in all; see contaminationDownsample(). `total` is less than the sum.
 std::vector<size_t> shareOut(const std::vector<size_t>& counts, size_t total, int mode) {
   std::vector<size_t> taken(counts.size());
+  if (total == 0) return taken;
   size_t rest = total;
   const auto take = [&](size_t allele, size_t most) {
     const size_t count = std::min({most, counts[allele] - taken[allele], rest});
@@ -63,10 +64,15 @@ std::vector<size_t> shareOut(const std::vector<size_t>& counts, size_t total, in
   };
   if (mode == 0) {
     const size_t all = std::accumulate(counts.begin(), counts.end(), size_t{0});
+    std::vector<size_t> order(counts.size());
+    std::iota(order.begin(), order.end(), size_t{0});
+    std::stable_sort(order.begin(), order.end(),
+                     [&](size_t a, size_t b) { return counts[a] * total % all > counts[b] * total % all; });
     for (size_t a = 0; a < counts.size(); ++a) take(a, counts[a] * total / all);
+    for (const size_t a : order) take(a, 1);  // the largest remainders
   }
   while (rest > 0) {
-    const size_t part = mode == 0 ? 1 : (rest + 1) / 2;
+    const size_t part = (rest + 1) / 2;
     for (size_t a = 1; a < counts.size(); ++a) take(a, part);
     take(0, part);
   }

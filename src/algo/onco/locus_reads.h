@@ -45,7 +45,7 @@ class LocusReads {
   //   mode 1    the alternates in turn, then the reference, give half of what is to go, or all they have; the rest goes
   //             by further rounds. Reads of another person look like an alternate at a low fraction, and at most half of
   //             those of a heterozygous site do
-  //   mode 0    in proportion to the reads of each allele: fractions stay as they are, but for rounding
+  //   mode 0    in proportion to the reads of each allele: fractions stay as they are
   // `contig` and the position seed the draw. `fraction` is in [0, 1).
   void contaminationDownsample(int32_t sample, double fraction, int mode, const char* contig,
                                uint32_t position);
