@@ -1,6 +1,7 @@
 #include "options.h"
 
 #include <charconv>
+#include <cmath>
 #include <functional>
 #include <set>
 #include <stdexcept>
@@ -33,7 +34,7 @@ double parseFraction(const std::string& text, double low, double high) {
 }
 
 uint32_t parseMillionths(const std::string& text, double low, double high) {
-  return static_cast<uint32_t>(parseFraction(text, low, high) * 1e6 + 0.5);
+  return static_cast<uint32_t>(std::lround(parseFraction(text, low, high) * 1e6));
 }
 
 std::vector<uint32_t> parseFractions(const std::string& text) {

@@ -1,6 +1,7 @@
 #include "tumor.h"
 
 #include <algorithm>
+#include <cassert>
 #include <tuple>
 
 #include "rng.h"
@@ -70,6 +71,7 @@ Sample mixed(const Sample& own, const Sample& other, uint32_t share) {
   auto add = [&](const Sample& from, uint32_t part) {
     uint64_t whole = 0;
     for (const WeightedHaplotype& haplotype : from.haplotypes) whole += haplotype.weight;
+    assert(whole > 0);
     for (const WeightedHaplotype& haplotype : from.haplotypes) {
       mix.haplotypes.push_back(haplotype);
       mix.haplotypes.back().weight = static_cast<uint32_t>(uint64_t(part) * 100 * haplotype.weight / whole);
