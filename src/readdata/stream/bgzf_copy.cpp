@@ -28,7 +28,7 @@ int BGZFHandle::copyPiece(BGZFHandle& source, uint32_t until, OffsetMap* map) {
 
 // Writes the raw block that readRaw() of `source` has just given.
 int BGZFHandle::copyRaw(BGZFHandle& source, size_t size) {
-  if (writeRaw(source.compressed_.get(), size) != 0) return kTargetFailed;
+  if (writeRaw(Intake::ofThread().compressed.get(), size) != 0) return kTargetFailed;
   block_address_ += size;
   source.block_address_ = source.next_address_ += size;
   return 0;

@@ -21,6 +21,15 @@ struct BGZFHandle::File {
   std::unique_ptr<char[]> buffer;  // of the stream, in read mode
 };
 
+// What a block passes through on its way in. Nothing in it outlives the call, so that the open files of a thread, of which
+// there may be thousands, share it.
+struct BGZFHandle::Intake {
+  std::unique_ptr<uint8_t[]> compressed = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
+  BlockInflater inflater;
+
+  static Intake& ofThread();
+};
+
 // One block on its way through the pool.
 struct BGZFHandle::Record {
   Record(int level, bool fast)

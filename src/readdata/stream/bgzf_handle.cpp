@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr size_t kStreamBuffer = 65536;
+constexpr size_t kStreamBuffer = 16384;  // for reading; what is larger goes past it
 
 bool verifyByDefault() {
   static const bool verify = getenv("bgzf_verify_crc") != nullptr;
@@ -98,17 +98,16 @@ bool BGZFHandle::openFile(const char* path, const char* mode) {
   file->descriptor = fileno(file->stream);
   level_ = levelOf(mode, level_);
   fast_ = level_ == 1;
-  block_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
-  compressed_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
-  other_block_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
   if (writing) {
+    block_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
+    compressed_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
+    other_block_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
     setvbuf(file->stream, reinterpret_cast<char*>(other_block_.get()), _IOFBF, bgzf::kMaxSize);
     compressor_ = std::make_unique<BlockCompressor>(level_, fast_);
     flags_ = kWrite;
   } else {
     file->buffer = std::make_unique_for_overwrite<char[]>(kStreamBuffer);
     setvbuf(file->stream, file->buffer.get(), _IOFBF, kStreamBuffer);
-    inflater_ = std::make_unique<BlockInflater>();
     flags_ = 0;
     struct stat status;
     if (fstat(file->descriptor, &status) == 0 && S_ISREG(status.st_mode)) file_size_ = status.st_size;
@@ -149,10 +148,6 @@ std::unique_ptr<IOHandle> BGZFHandle::clone() {
   handle->level_ = level_;
   handle->verify_crc_ = verify_crc_;
   handle->file_size_ = file_size_;
-  handle->block_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
-  handle->compressed_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
-  handle->other_block_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
-  handle->inflater_ = std::make_unique<BlockInflater>();
   handle->open_ = true;
   if (handle->seek(tell(), SEEK_SET) < 0) return nullptr;
   return handle;
@@ -191,7 +186,6 @@ int BGZFHandle::close() {
   open_ = false;
   flags_ = 0;
   file_.reset();
-  inflater_.reset();
   compressor_.reset();
   block_length_ = block_offset_ = other_length_ = 0;
   return writing && error_kind_ != 0 ? -1 : 0;

@@ -3,7 +3,7 @@
 // Units    a virtual offset is (file offset of the block << 16) | offset inside the uncompressed block.
 // Owns     its FILE and its buffers; clones keep the file open that they read.
 // Threads, errors: as IOHandle.
-// Cost     three 64 KiB buffers; no allocation per block.
+// Cost     writing three 64 KiB buffers, reading two from the first read on; no allocation per block.
 #pragma once
 
 #include <cassert>
@@ -89,6 +89,7 @@ class BGZFHandle final : public IOHandle {
 
  private:
   struct File;      // the stream, and the one that a clone depends on
+  struct Intake;    // memory for the block being read
   struct Parallel;  // blocks that are being compressed
   struct Record;    // one of them
 
@@ -99,7 +100,7 @@ class BGZFHandle final : public IOHandle {
   int64_t readSlow(void* buffer, size_t count);
   int64_t writeSlow(const void* buffer, size_t count);
   int readBlock();            // 1 a block is current and the cursor in it, 0 end of file, -1 failure
-  int readRaw(size_t* size);  // the block at next_address_ into compressed_: 1, 0 or -1 likewise
+  int readRaw(size_t* size);  // the block at next_address_ into the Intake: 1, 0 or -1 likewise
   int seekFile(uint64_t address);
   void swapBlocks();
   int writeRaw(const uint8_t* data, size_t size);
@@ -124,8 +125,8 @@ class BGZFHandle final : public IOHandle {
 
   // In read mode, block_length_ 0 with a cursor above 0 is a seek that the next read carries out.
   std::unique_ptr<uint8_t[]> block_;
-  std::unique_ptr<uint8_t[]> compressed_;
-  uint32_t block_length_ = 0;  // always 0 in write mode
+  std::unique_ptr<uint8_t[]> compressed_;  // in write mode
+  uint32_t block_length_ = 0;              // always 0 in write mode
   uint32_t block_offset_ = 0;
   uint64_t block_address_ = 0;
   uint64_t next_address_ = 0;
@@ -139,7 +140,6 @@ class BGZFHandle final : public IOHandle {
   uint32_t block_index_ = 0;
   IndexCallback index_callback_ = nullptr;
   void* index_context_ = nullptr;
-  std::unique_ptr<BlockInflater> inflater_;
   std::unique_ptr<BlockCompressor> compressor_;
   std::shared_ptr<const FastLzTables> tables_;  // of the fast path; blocks on their way hold on to theirs
   std::unique_ptr<Parallel> parallel_;

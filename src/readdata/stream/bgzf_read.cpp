@@ -13,6 +13,11 @@ constexpr uint64_t kUnknownPosition = ~uint64_t{0};
 
 }  // namespace
 
+BGZFHandle::Intake& BGZFHandle::Intake::ofThread() {
+  thread_local Intake intake;
+  return intake;
+}
+
 void BGZFHandle::swapBlocks() {
   std::swap(block_, other_block_);
   std::swap(block_length_, other_length_);
@@ -33,8 +38,9 @@ int BGZFHandle::seekFile(uint64_t address) {
 int BGZFHandle::readRaw(size_t* size) {
   if (seekFile(next_address_) != 0) return -1;
   FILE* stream = file_->stream;
+  uint8_t* compressed = Intake::ofThread().compressed.get();
   errno = 0;
-  size_t got = fread_unlocked(compressed_.get(), 1, bgzf::kHeaderSize, stream);
+  size_t got = fread_unlocked(compressed, 1, bgzf::kHeaderSize, stream);
   file_position_ += got;
   if (got == 0 && !ferror(stream)) return 0;
   if (got < bgzf::kHeaderSize) {
@@ -44,10 +50,10 @@ int BGZFHandle::readRaw(size_t* size) {
     file_position_ = kUnknownPosition;
     return fail(kIo, number != 0 ? number : EIO);
   }
-  *size = bgzf::blockSize(compressed_.get());
+  *size = bgzf::blockSize(compressed);
   if (*size == 0) return fail(kHeader);
   size_t rest = *size - bgzf::kHeaderSize;
-  got = fread_unlocked(compressed_.get() + bgzf::kHeaderSize, 1, rest, stream);
+  got = fread_unlocked(compressed + bgzf::kHeaderSize, 1, rest, stream);
   file_position_ += got;
   if (got == rest) return 1;
   int number = ferror(stream) ? errno : 0;  // without a failure the file has just ended too early
@@ -72,7 +78,10 @@ int BGZFHandle::readBlock() {
     int got = readRaw(&size);
     if (got < 0) return -1;
     if (got == 0) return cursor == 0 ? 0 : fail(kUsage);
-    switch (inflater_->inflate(compressed_.get(), size, verify_crc_, block_.get(), &block_length_)) {
+    if (block_ == nullptr) block_ = std::make_unique_for_overwrite<uint8_t[]>(bgzf::kMaxSize);
+    Intake& intake = Intake::ofThread();
+    switch (
+        intake.inflater.inflate(intake.compressed.get(), size, verify_crc_, block_.get(), &block_length_)) {
       case BlockInflater::kBadData:
         return fail(kZlib);
       case BlockInflater::kBadCrc:

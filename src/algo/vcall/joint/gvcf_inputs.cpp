@@ -134,6 +134,8 @@ void GVCFInputs::addInput(const Run& run, size_t input, const std::vector<Contig
     else if (first)
       ploidies[static_cast<size_t>(map[sample])] = ploidyOf(*first, sample);
   }
+  // A copy has no buffers before it reads, which none but those of engines do from here on.
+  caches[input] = std::make_unique<VCFCache>(*caches[input]);
 }
 
 // What holds for records of one sample, and not for joint ones.
