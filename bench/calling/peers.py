@@ -5,9 +5,9 @@ import subprocess
 COMPARE_CALLS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts", "compare-calls")
 
 
-def in_halves(contig, length, command, output):
-    """A text for the shell: `command` on both halves of the contig at a time, joined."""
-    halves = [(1, length // 2), (length // 2 + 1, length)]
+def in_halves(contig, length, command, output, start=1):
+    """A text for the shell: `command` on both halves of a stretch of the contig at a time, joined."""
+    halves = [(start, start + length // 2 - 1), (start + length // 2, start + length - 1)]
     starts = [f"({command.format(region=f'{contig}:{a}-{b}')}) >half{i}.vcf & half{i}=$!" for i, (a, b) in enumerate(halves)]
     return "; ".join([*starts, "wait $half0", "wait $half1", f"bcftools concat -Oz -o {output} half0.vcf half1.vcf"])
 
