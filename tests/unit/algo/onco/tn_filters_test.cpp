@@ -14,42 +14,39 @@ TandemRepeat repeat(int ref, int alt) {
   return {true, "AC", {ref, alt}};
 }
 
-TNThresholds thresholds(bool strContraction = true) {
+TNThresholds thresholds(bool contraction = true) {
   TNThresholds t;
   t.minTumorAlleleFrac = 0.02;
-  t.filterStrContraction = strContraction;
+  t.filterStrContraction = contraction;
   return t;
 }
 
 std::string filtersOf(const TNCall& call, const TNThresholds& t = thresholds()) {
   VariantContext record;
-  const bool alt_in_normal = addFilters(call, t, record);
-  return record.filter + (alt_in_normal ? " seen" : "");
+  const char* const seen = addFilters(call, t, record) ? " seen" : "";
+  return record.filter + seen;
 }
 
 TEST(TNFilters, OnEitherSide) {
+  const char* const kInNormal = "alt_allele_in_normal seen";
   const struct {
     const char* filter;
-    std::function<void(TNCall&, bool)> set;  // so that the filter fails, or only just does not
+    std::function<void(TNCall&, bool)> set;  // fails, or only just does not
     const char* otherwise = "";
   } cases[] = {
-      {"germline_risk", [](TNCall& c, bool fails) { c.lod.normal = fails ? 2.1999 : 2.2; }},
-      {"germline_risk", [](TNCall& c, bool fails) { c.isKnown = true, c.lod.normal = fails ? 5.4999 : 5.5; }},
-      {"germline_risk",
-       [](TNCall& c, bool fails) { c.isKnown = true, c.isCosmic = !fails, c.lod.normal = 2.2; }},
-      {"triallelic_site", [](TNCall& c, bool fails) { c.numPass = fails ? 2 : 1; }},
-      {"t_lod_fstar", [](TNCall& c, bool fails) { c.lod.tumor = fails ? 6.2999 : 6.3; }},
-      {"low_t_alt_frac", [](TNCall& c, bool fails) { c.tumor = evidence(fails ? 99 : 98, 2); }},
-      {"panel_of_normals", [](TNCall& c, bool fails) { c.inPanel = fails; }},
+      {"germline_risk", [](TNCall& c, bool bad) { c.lod.normal = bad ? 2.1999 : 2.2; }},
+      {"germline_risk", [](TNCall& c, bool bad) { c.isKnown = true, c.lod.normal = bad ? 5.4999 : 5.5; }},
+      {"germline_risk", [](TNCall& c, bool bad) { c.isKnown = true, c.isCosmic = !bad, c.lod.normal = 2.2; }},
+      {"triallelic_site", [](TNCall& c, bool bad) { c.numPass = bad ? 2 : 1; }},
+      {"t_lod_fstar", [](TNCall& c, bool bad) { c.lod.tumor = bad ? 6.2999 : 6.3; }},
+      {"low_t_alt_frac", [](TNCall& c, bool bad) { c.tumor = evidence(bad ? 99 : 98, 2); }},
+      {"panel_of_normals", [](TNCall& c, bool bad) { c.inPanel = bad; }},
       // By count: 2 reads; by fraction: 1 of 33; and in both cases by quality.
-      {"alt_allele_in_normal seen",
-       [](TNCall& c, bool fails) { c.normal = evidence(99, fails ? 2 : 1, 21); }},
-      {"alt_allele_in_normal seen",
-       [](TNCall& c, bool fails) { c.normal = evidence(fails ? 32 : 33, 1, 21); }},
-      {"alt_allele_in_normal seen", [](TNCall& c, bool fails) { c.normal = evidence(9, 2, fails ? 21 : 20); },
-       " seen"},
-      {"str_contraction", [](TNCall& c, bool fails) { c.repeat = repeat(3, fails ? 2 : 1); }},
-      {"str_contraction", [](TNCall& c, bool fails) { c.repeat = repeat(fails ? 4 : 2, 3); }},
+      {kInNormal, [](TNCall& c, bool bad) { c.normal = evidence(99, bad ? 2 : 1, 21); }},
+      {kInNormal, [](TNCall& c, bool bad) { c.normal = evidence(bad ? 32 : 33, 1, 21); }},
+      {kInNormal, [](TNCall& c, bool bad) { c.normal = evidence(9, 2, bad ? 21 : 20); }, " seen"},
+      {"str_contraction", [](TNCall& c, bool bad) { c.repeat = repeat(3, bad ? 2 : 1); }},
+      {"str_contraction", [](TNCall& c, bool bad) { c.repeat = repeat(bad ? 4 : 2, 3); }},
   };
   for (const auto& c : cases)
     for (const bool fails : {false, true}) {
@@ -73,42 +70,34 @@ TEST(TNFilters, AllInOrder) {
             "triallelic_site;t_lod_fstar;low_t_alt_frac;panel_of_normals");
 }
 
-struct Event {
-  uint32_t position;
-  const char* filter;
-  bool altInNormal;
-  const char* expected;
-};
+using Filters = std::vector<std::string>;
 
-void checkRegion(const std::vector<Event>& events, const char* longest, const char* shortest) {
-  std::vector<VariantContext> records(events.size());
+void checkRegion(const std::vector<uint32_t>& positions, const Filters& own,
+                 const std::vector<bool>& altInNormal, const Filters& expected, const std::string& longest,
+                 const std::string& shortest) {
+  std::vector<VariantContext> records(own.size());
   std::vector<VariantContext*> pointers;
-  std::vector<bool> alt_in_normal;
-  for (size_t i = 0; i < events.size(); ++i) {
-    records[i].start = events[i].position;
-    records[i].filter = events[i].filter;
+  for (size_t i = 0; i < own.size(); ++i) {
+    records[i].start = positions[i];
+    records[i].filter = own[i];
     pointers.push_back(&records[i]);
-    alt_in_normal.push_back(events[i].altInNormal);
   }
-  addRegionFilters(pointers, alt_in_normal);
-  for (size_t i = 0; i < events.size(); ++i) {
-    EXPECT_EQ(records[i].filter, events[i].expected);
-    const VariantAttr info = {
-        {"ECNT", {std::to_string(events.size())}}, {"MAX_ED", {longest}}, {"MIN_ED", {shortest}}};
+  addRegionFilters(pointers, altInNormal);
+  const VariantAttr info = {
+      {"ECNT", {std::to_string(own.size())}}, {"MAX_ED", {longest}}, {"MIN_ED", {shortest}}};
+  for (size_t i = 0; i < own.size(); ++i) {
+    EXPECT_EQ(records[i].filter, expected[i]);
     EXPECT_EQ(records[i].info, info);
   }
 }
 
 TEST(TNFilters, Regions) {
-  const char* const kAlt = "alt_allele_in_normal";
-  checkRegion({}, "", "");
-  checkRegion({{100, "", true, "PASS"}}, ".", ".");
-  checkRegion({{100, "", false, "PASS"}, {112, "t_lod_fstar", false, "t_lod_fstar"}}, "12", "12");
-  checkRegion({{100, "", true, "multi_event_alt_allele_in_normal"}, {101, kAlt, true, kAlt}}, "1", "1");
-  checkRegion({{100, "", true, "multi_event_alt_allele_in_normal;clustered_events"},
-               {110, kAlt, true, "alt_allele_in_normal;clustered_events"},
-               {140, "", false, "homologous_mapping_event;clustered_events"}},
-              "30", "10");
+  const std::string alt = "alt_allele_in_normal", multi = "multi_event_" + alt, many = ";clustered_events";
+  checkRegion({100}, {""}, {true}, {"PASS"}, ".", ".");
+  checkRegion({100, 112}, {"", "x"}, {false, false}, {"PASS", "x"}, "12", "12");
+  checkRegion({100, 101}, {"x", alt}, {true, true}, {"x;" + multi, alt}, "1", "1");
+  checkRegion({100, 110, 140}, {"", alt, ""}, {true, true, false},
+              {multi + many, alt + many, "homologous_mapping_event" + many}, "30", "10");
 }
 
 }  // namespace
