@@ -42,6 +42,7 @@ def usage(driver):
         "  LocusCollector\n"
         "  QualCal\n"
         "  ReadWriter\n"
+        "  TNhaplotyper\n"
         "  VarCal\n"
     )
 

@@ -1,12 +1,12 @@
 #include "algo/vcall/activity_profile.h"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <emmintrin.h>
 
 #include "algo/vcall/read_window.h"
 #include "base/bases.h"
+#include "base/equal_prefix.h"
 
 namespace {
 
@@ -34,32 +34,6 @@ double likelihood(uint32_t quality, bool matches, uint32_t n, uint32_t ploidy) {
 void addRow(double* sums, const double* row, uint32_t stride) {
   for (uint32_t i = 0; i < stride; i += 2)
     _mm_storeu_pd(sums + i, _mm_add_pd(_mm_loadu_pd(sums + i), _mm_loadu_pd(row + i)));
-}
-
-uint32_t equalPrefix(const char* a, const char* b, uint32_t length) {
-  uint32_t i = 0;
-  for (; i + 16 <= length; i += 16) {
-    const __m128i left = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i));
-    const __m128i right = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i));
-    const uint32_t equal = uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(left, right)));
-    if (equal != 0xFFFF) return i + uint32_t(std::countr_one(equal));
-  }
-  while (i < length && a[i] == b[i]) ++i;
-  return i;
-}
-
-// Of a read whose fragment ends where its alignment does, what is clipped behind is adapter.
-struct ClippedAdapter {
-  bool left = false, right = false;
-};
-
-ClippedAdapter clippedAdapter(const Read& read) {
-  constexpr uint16_t kPairBits = FLAG_PAIRED | FLAG_UNMAPPED | FLAG_MATE_UNMAPPED;
-  const bool faces_mate = (read.flag & kPairBits) == FLAG_PAIRED && read.mate_ref_id == read.ref_id &&
-                          read.isReverse() != bool(read.flag & FLAG_MATE_REVERSE);
-  if (!faces_mate || read.tlen == 0) return {};
-  if (read.isReverse()) return {read.tlen < 0 && int64_t(read.start) <= read.mate_start, false};
-  return {false, read.tlen > 0 && int64_t(read.end) >= int64_t(read.start) + read.tlen};
 }
 
 }  // namespace

@@ -160,8 +160,8 @@ void RegionAssembler::clipReads(const std::vector<Read*>& reads, ActiveRegion in
   // Where mates overlap they are one fragment, whose errors they share: the reverse read gives way.
   std::unordered_map<std::string_view, const Read*> forward;
   for (const Read* read : reads)
-    if (!read->isReverse() && !(read->flag & FLAG_SUPPLEMENTARY) && (read->flag & FLAG_PAIRED) &&
-        read->mapq >= param_.minMapQual)
+    if (param_.clipOverlaps && !read->isReverse() && !(read->flag & FLAG_SUPPLEMENTARY) &&
+        (read->flag & FLAG_PAIRED) && read->mapq >= param_.minMapQual)
       forward[read->name] = read;
   clips.clear();
   for (Read* read : reads) {
@@ -177,6 +177,12 @@ void RegionAssembler::clipReads(const std::vector<Read*>& reads, ActiveRegion in
     if (mate != forward.end() && ((mate->second->flag ^ read->flag) & FLAG_FIRST) &&
         read->start < mate->second->end && read->end > mate->second->start)
       start = std::max(start, mate->second->end);
+    Read::Region trusted;
+    if (param_.clipLowEnds) {
+      if (!read->effectiveRegion(int(param_.minBaseQual), true, trusted)) continue;
+      start = std::max(start, trusted.start);
+      end = std::min(end, trusted.end);
+    }
     ReadClip clip;
     if (!clipRead(*read, adapterFreeWindow(*read), start, end, clip) || clip.length() < kMinReadBases)
       continue;

@@ -45,6 +45,8 @@ struct AssemblyParam {
   int resampleDepth = 10000, resampleReadLen = 100;  // depth 0 and less: no sampling
   int trimSoftClip = 0;
   bool hasGiven = false;
+  bool clipOverlaps = true;  // of mates: else the caller looks to it that a fragment counts once
+  bool clipLowEnds = false;  // ends of reads below minBaseQual
 };
 
 // The work on a task that any thread may do. What a region may cost is bounded:

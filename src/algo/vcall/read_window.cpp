@@ -29,6 +29,15 @@ ReadWindow adapterFreeWindow(const Read& read) {
   return window;
 }
 
+ClippedAdapter clippedAdapter(const Read& read) {
+  constexpr uint16_t kPairBits = FLAG_PAIRED | FLAG_UNMAPPED | FLAG_MATE_UNMAPPED;
+  const bool faces_mate = (read.flag & kPairBits) == FLAG_PAIRED && read.mate_ref_id == read.ref_id &&
+                          read.isReverse() != bool(read.flag & FLAG_MATE_REVERSE);
+  if (!faces_mate || read.tlen == 0) return {};
+  if (read.isReverse()) return {read.tlen < 0 && int64_t(read.start) <= read.mate_start, false};
+  return {false, read.tlen > 0 && int64_t(read.end) >= int64_t(read.start) + read.tlen};
+}
+
 bool clipRead(Read& read, ReadWindow window, uint32_t start, uint32_t end, ReadClip& clip) {
   if (read.length == 0 || window.start >= window.end) return false;
   uint32_t body = 0, body_end = read.n_cigar;

@@ -16,6 +16,13 @@ struct ReadWindow {
 // at most 100 bases, the bases past the mate's start are adapter.
 ReadWindow adapterFreeWindow(const Read& read);
 
+// Which soft clips are adapter: those behind an end where the fragment ends, too.
+struct ClippedAdapter {
+  bool left = false, right = false;
+};
+
+ClippedAdapter clippedAdapter(const Read& read);
+
 // The part of `read` inside [start, end), and inside `window` where that is narrower than the aligned span. Soft-clipped
 // bases count as if the read went on along the reference. Inserted bases at a border that cuts the read are left out;
 // a border inside a deletion leaves the bases behind it. Sets all fields of `clip` but the sample; the reference span is

@@ -235,7 +235,7 @@ std::unique_ptr<VCFCache> VariantCallAlgo::openVcf(const std::string& path) cons
   cache->getHeader(header);
   const std::vector<Contig> contigs = context->reference->contigs();
   if (!checkContigs(header, path, contigs, contigMapOf(contigs), true))
-    throw std::invalid_argument(name + ": contigs in vcf " + path + " are not compatible with the reference");
+    throw std::invalid_argument(name + contigFault(path));
   return cache;
 }
 

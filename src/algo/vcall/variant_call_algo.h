@@ -66,6 +66,12 @@ class VariantCallAlgo : public Algo {
   // Sets samples_, by default with sample_of_group_ from the read groups. First step of init(), before side inputs and
   // the header; it may still change wanted_.
   virtual void takeSamples();
+  // An indexed VCF of the run's reference; null for an empty path.
+  std::unique_ptr<VCFCache> openVcf(const std::string& path) const;
+  // What is said of a VCF of other contigs, behind the name.
+  virtual std::string contigFault(const std::string& path) const {
+    return ": contigs in vcf " + path + " are not compatible with the reference";
+  }
   // Header lines of the caller itself: those that the common ones replace or stand behind, and those behind them.
   virtual void startHeader(VCFHeader&) {}
   virtual void addHeaderLines(VCFHeader&) {}
@@ -94,7 +100,6 @@ class VariantCallAlgo : public Algo {
   VCFHeader headerOf(const std::string& partial) const;
   void discardOutput();
   void makeRoomInTables() const;
-  std::unique_ptr<VCFCache> openVcf(const std::string& path) const;  // null for an empty path
   std::unique_ptr<VCFWriter> openOutput(bool gvcf) const;
   void completeAnnotations();
   // variant_call_header.cpp
@@ -147,7 +152,7 @@ class VariantCallAlgo::Engine : public Algo::Engine {
   void passOver(uint32_t end) { bands_.passOver(end); }
 
   // Makes the dbSNP records of [start, end) those that emitVariant() looks among. Before the records of a region.
-  void fetchDb(uint32_t start, uint32_t end);
+  virtual void fetchDb(uint32_t start, uint32_t end);
 
   const VariantCallAlgo& vcall() const { return *static_cast<const VariantCallAlgo*>(algo); }
   size_t sampleCount() const { return vcall().samples_.size(); }
@@ -156,6 +161,14 @@ class VariantCallAlgo::Engine : public Algo::Engine {
 
   // Called for each record when it has its place and alleles, before genotypes and annotations.
   virtual void startRecord(const Site&, VariantContext&) {}
+
+  // Makes the record of a site: place and alleles.
+  void placeRecord(const Site& site, VariantContext& record) const;
+  // Takes the id of the dbSNP record with an alternate of this one, which is flagged DB.
+  void setId(VariantContext& record);
+  // The first of the records, in order of position, at the place of `record` with its REF and one of its alternates; null
+  // when there is none.
+  static const VCFLine* findKnown(std::span<const VCFLine> known, const VariantContext& record);
 
   // The two halves of emitVariant(). A record that waits between them needs its bases kept, for it does not own them.
   void makeRecord(const Site& site, double qual, VariantContext& record);
@@ -168,7 +181,6 @@ class VariantCallAlgo::Engine : public Algo::Engine {
 
  private:
   void setAlleles(const Site& site, VariantContext& record) const;
-  void setId(VariantContext& record);
   template <typename Work>
   void writeTemp(Work work);
 

@@ -188,11 +188,15 @@ void VariantCallAlgo::Engine::setAlleles(const Site& site, VariantContext& recor
   record.end = site.position + static_cast<uint32_t>(record.refLength);
 }
 
-void VariantCallAlgo::Engine::makeRecord(const Site& site, double qual, VariantContext& record) {
+void VariantCallAlgo::Engine::placeRecord(const Site& site, VariantContext& record) const {
   record.clear();
   record.chrom = context->shard.contig;
-  record.qual = qual;
   setAlleles(site, record);
+}
+
+void VariantCallAlgo::Engine::makeRecord(const Site& site, double qual, VariantContext& record) {
+  placeRecord(site, record);
+  record.qual = qual;
   startRecord(site, record);
 
   const bool gvcf = vcall().emit_mode_ == kGvcf;
@@ -215,21 +219,31 @@ void VariantCallAlgo::Engine::makeRecord(const Site& site, double qual, VariantC
     def->object->annotate(record, described, vcall().wanted_);
 
   if (qual < call_conf_) record.addFilter("LowQual");
-  if (db_cache_) setId(record);
+  setId(record);
 }
 
 void VariantCallAlgo::Engine::setId(VariantContext& record) {
+  if (!db_cache_) return;
   const std::span<const VCFLine> known = db_cache_->records();
   const auto position = static_cast<int32_t>(record.start);
   while (db_cursor_ < known.size() && known[db_cursor_].pos < position) ++db_cursor_;
-  for (size_t i = db_cursor_; i < known.size() && known[i].pos == position; ++i) {
-    if (!sameBases(known[i].column(VCFLine::kRef), record.ref, static_cast<size_t>(record.refLength)) ||
-        !hasAlternateOf(known[i].column(VCFLine::kAlt), record))
-      continue;
-    record.id = known[i].column(VCFLine::kId);
+  if (const VCFLine* const same = findKnown(known.subspan(db_cursor_), record)) {
+    record.id = same->column(VCFLine::kId);
     record.setFlag("DB", true);
-    return;
   }
+}
+
+const VCFLine* VariantCallAlgo::Engine::findKnown(std::span<const VCFLine> known,
+                                                  const VariantContext& record) {
+  const auto position = static_cast<int32_t>(record.start);
+  for (const VCFLine& line : known) {
+    if (line.pos > position) break;
+    if (line.pos == position &&
+        sameBases(line.column(VCFLine::kRef), record.ref, static_cast<size_t>(record.refLength)) &&
+        hasAlternateOf(line.column(VCFLine::kAlt), record))
+      return &line;
+  }
+  return nullptr;
 }
 
 void VariantCallAlgo::Engine::writeRecord(const VariantContext& record) {

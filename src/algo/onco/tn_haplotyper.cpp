@@ -1,0 +1,268 @@
+// Options, samples and header of TNhaplotyper.
+#include "algo/onco/tn_haplotyper.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+#include <stdexcept>
+
+#include "algo/onco/tn_engine.h"
+#include "algo/vcall/pairhmm/models.h"
+#include "base/text.h"
+
+namespace {
+
+constexpr double kAnyNumber = std::numeric_limits<double>::max();
+constexpr double kTumorMapQualCap = 60, kNoMapQualCap = 255;
+
+struct HeaderLine {
+  const char *id, *number, *type, *description;
+};
+
+constexpr const char* kFilters[][2] = {
+    {"germline_risk", "\"Evidence indicates this site is germline, not somatic\""},
+    {"alt_allele_in_normal", "\"Evidence seen in the normal sample\""},
+    {"panel_of_normals", "\"Seen in at least 2 samples in the panel of normals\""},
+    {"triallelic_site", "\"Site filtered because more than two alt alleles pass tumor LOD\""},
+    {"multi_event_alt_allele_in_normal", "\"Multiple events observed in tumor and normal\""},
+    {"clustered_events", "\"Clustered events observed in the tumor\""},
+    {"homologous_mapping_event", "\"More than three events were observed in the tumor\""},
+    {"t_lod_fstar", "\"Tumor does not meet likelihood threshold\""},
+    {"low_t_alt_frac", "\"Site filtered due to low alt allele fraction\""},
+    {"str_contraction", "\"Site filtered due to contraction of short tandem repeat region\""},
+};
+
+constexpr HeaderLine kInfoLines[] = {
+    {"TLOD", "1", "Float", "\"Tumor LOD score\""},
+    {"ECNT", "1", "String", "\"Number of events in this haplotype\""},
+    {"HCNT", "1", "String", "\"Number of haplotypes that support this variant\""},
+    {"MAX_ED", "1", "Integer", "\"Maximum distance between events in this active region\""},
+    {"MIN_ED", "1", "Integer", "\"Minimum distance between events in this active region\""},
+    {"RPA", ".", "Integer", "\"Copies of the repeat unit in each allele, the reference first\""},
+    {"RU", "1", "String", "\"Repeat unit, bases\""},
+    {"STR", "0", "Flag", "\"The variant changes the number of copies in a short tandem repeat\""},
+};
+constexpr HeaderLine kNormalLod = {"NLOD", "1", "Float", "\"Normal LOD score\""};
+constexpr HeaderLine kPanelCount = {"PON", "1", "String", "\"Count from Panel of Normals\""};
+
+constexpr HeaderLine kFormatLines[] = {
+    {"AF", "1", "Float", "\"Allele fraction of the event in the tumor\""},
+    {"QSS", "R", "Integer", "\"Sum of base quality scores for each allele\""},
+    {"BaseQRankSumPS", "1", "Float", "\"Z-score of base qualities, alternate against reference reads\""},
+    {"ClippingRankSumPS", "1", "Float", "\"Z-score of clipped bases, alternate against reference reads\""},
+    {"MQRankSumPS", "1", "Float", "\"Z-score of mapping qualities, alternate against reference reads\""},
+    {"ReadPosRankSumPS", "1", "Float", "\"Z-score of positions in the read, alternate against reference\""},
+    {"ReadPosEndDistPS", "1", "Float", "\"Mean distance of the alternate from the end of its reads\""},
+    {"NBQPS", "1", "Float", "\"Mean base quality around the alternate\""},
+    {"ALT_F1R2", "1", "Integer", "\"Alternate reads of orientation F1R2\""},
+    {"ALT_F2R1", "1", "Integer", "\"Alternate reads of orientation F2R1\""},
+    {"REF_F1R2", "1", "Integer", "\"Reference reads of orientation F1R2\""},
+    {"REF_F2R1", "1", "Integer", "\"Reference reads of orientation F2R1\""},
+    {"FOXOG", "1", "Float", "\"Fraction of alt reads indicating OxoG error\""},
+};
+
+void addInfoLine(VCFHeader& header, const HeaderLine& line) {
+  header.addInfoDef(line.id, line.number, line.type, line.description);
+}
+
+}  // namespace
+
+TNhaplotyper::TNhaplotyper(DriverContext* context, int count, const char* const args[])
+    : AssemblyCallAlgo(context, count, args) {
+  OptionParser parser;
+  addOptions(parser);
+  if (!readArguments(parser, usage(), count, args, false)) return;
+  if (!merge_ && tumor_sample_.empty()) throw std::invalid_argument(name + ": missing tumor sample");
+  if (!merge_ && tumor_sample_ == normal_sample_)
+    throw std::invalid_argument(name + ": tumor and normal are the same sample " + tumor_sample_);
+  settleParam();
+  wanted_ = {};
+  settleAssembly(makeModel());
+}
+
+// ---- options ----
+
+void TNhaplotyper::addOptions(OptionParser& parser) {
+  addSampleOptions(parser);
+  addFileOptions(parser);
+  parser.addList("cosmic", 0, "Known somatic variants", cosmic_files_);
+  parser.addList("pon", 0, "Panel-of-normal file", panel_files_);
+  parser.addFlag("detect_pon", 0, "Call a normal as a tumor, to build a panel of normals", param_.detectPon);
+  addThresholdOptions(parser);
+  addReadOptions(parser);
+  addPcrOption(parser);
+  addRanged(parser, "phasing", "Disable/enable phasing: 0 or 1 (default: 1)", 0, 1, param_.phasing);
+  addAssemblyOptions(parser);
+}
+
+void TNhaplotyper::addSampleOptions(OptionParser& parser) {
+  const auto addSample = [&](const char* option, const char* help, const char* repeated, std::string& field) {
+    parser.add({option, required_argument, 0, help}, [this, repeated, &field](const char* value) {
+      if (!field.empty()) throw std::invalid_argument(name + repeated);
+      field = value;
+      return true;
+    });
+  };
+  addSample("tumor_sample", "Tumor sample name", ": multiple tumor sample id", tumor_sample_);
+  addSample("normal_sample", "Normal sample name", ": multiple normal sample id", normal_sample_);
+  parser.addFlag("use_real_sample_name", 0, "Name the columns as the samples, not TUMOR and NORMAL",
+                 use_real_sample_name_);
+}
+
+void TNhaplotyper::addThresholdOptions(OptionParser& parser) {
+  const auto addLod = [&](const char* option, const char* help, double& field) {
+    addNumber(parser, option, help, -kAnyNumber, kAnyNumber, field);
+  };
+  TNThresholds& thresholds = param_.thresholds;
+  addLod("min_init_tumor_lod", "Minimum tumorLOD for candidate selection (default: 4.0)",
+         param_.minInitTumorLod);
+  addLod("min_init_normal_lod", "Minimum normalLOD for candidate selection (default: 0.5)",
+         param_.minInitNormalLod);
+  addLod("min_tumor_lod", "Minimum tumorLOD (default: 6.3)", thresholds.minTumorLod);
+  addLod("min_normal_lod", "Minimum normalLOD (default: 2.2)", thresholds.minNormalLod);
+  addLod("min_dbsnp_normal_lod", "Minimum normalLOD at dbSNP site (default: 5.5)",
+         thresholds.minDbsnpNormalLod);
+  addFraction(parser, "min_tumor_allele_frac", "Minimum allele fraction in the tumor (default: 0.01)",
+              thresholds.minTumorAlleleFrac);
+  addRanged(parser, "filter_t_alt_frac", "Disable/enable the filter of it: 0 or 1 (default: 1)", 0, 1,
+            param_.filterTAltFrac);
+  addRanged(parser, "max_normal_alt_cnt", "Alternate reads that are too many in the normal (default: 2)", 0,
+            INT32_MAX, thresholds.maxNormalAltCnt);
+  addRanged(parser, "max_normal_alt_qsum", "Their maximum sum of base qualities (default: 20)", 0, INT32_MAX,
+            thresholds.maxNormalAltQsum);
+  addFraction(parser, "max_normal_alt_frac", "Allele fraction that is too high in the normal (default: 0.03)",
+              thresholds.maxNormalAltFrac);
+  addRanged(parser, "filter_str_contraction", "Disable/enable the filter: 0 or 1 (default: 0)", 0, 1,
+            param_.filterStrContraction);
+  addLod("min_noramlLOD_active", "Minimum normalLOD of an active position (default: 0.5)",
+         param_.activity.minNormalLod);
+  addRanged(parser, "max_normalAlt_active", "Maximum alternate reads in the normal there (default: 10)", 0,
+            INT32_MAX, param_.activity.maxNormalAlt);
+  parser.addFlag("ignore_normal_lod_loc", 0, "Do not select candidates by their normalLOD",
+                 param_.ignoreNormalLodLoc);
+}
+
+void TNhaplotyper::addReadOptions(OptionParser& parser) {
+  addRanged(parser, "min_base_qual", "Minimum base quality to consider (default: 10)", 0, 255,
+            param_.minBaseQual);
+  addRanged(parser, "min_mapq", "Minimum mapping quality (default: 20)", 0, 255, param_.minMapQual);
+  parser.addFlag("no_mapq_cap", 0, "Do not limit base qualities by the mapping quality", param_.noMapqCap);
+  addRanged(parser, "max_error_per_read", "Errors of a read beyond which it is left out (default: 2)", 1,
+            1000, param_.maxErrorPerRead);
+  parser.addFlag("clip_by_minbq", 0, "Clip the ends of reads below min_base_qual", param_.clipLowEnds);
+  addFraction(parser, "tumor_contamination_frac", "Estimated tumor contamination fraction (default: 0.)",
+              param_.tumorContaminationFrac);
+  addFraction(parser, "normal_contamination_frac", "Estimated normal contamination fraction (default: 0.)",
+              param_.normalContaminationFrac);
+  addRanged(parser, "contamination_downsample_mode",
+            "Contaminants: 0 in proportion to the alleles, 1 evenly (default: 1)", 0, 1,
+            param_.contaminationDownsampleMode);
+}
+
+void TNhaplotyper::addNumber(OptionParser& parser, const char* option, const char* help, double low,
+                             double high, double& field) {
+  parser.add({option, required_argument, 0, help}, [this, option, low, high, &field](const char* value) {
+    char* rest;
+    const double number = strtod(value, &rest);
+    if (rest == value || *rest || !(number >= low && number <= high))
+      throw std::invalid_argument(name + ": invalid " + option + " " + value);
+    field = number;
+    return true;
+  });
+}
+
+// In [0, 1).
+void TNhaplotyper::addFraction(OptionParser& parser, const char* option, const char* help, double& field) {
+  addNumber(parser, option, help, 0, std::nextafter(1.0, 0.0), field);
+}
+
+void TNhaplotyper::settleParam() {
+  param_.clipOverlaps = false;  // LocusReads::removeOverlap() chooses at each position
+  param_.thresholds.filterStrContraction = param_.filterStrContraction;
+  if (!param_.filterTAltFrac) param_.thresholds.minTumorAlleleFrac = 0;
+  TNActivity::Limits& activity = param_.activity;
+  activity.minBaseQual = param_.minBaseQual;
+  activity.minMapQual = param_.minMapQual;
+  activity.minTumorLod = param_.minInitTumorLod;
+  activity.checksNormal = hasNormal() && !param_.ignoreNormalLodLoc;
+}
+
+std::unique_ptr<PairHMM::Model> TNhaplotyper::makeModel() const {
+  auto model = std::make_unique<TumorNormalModel>(param_.pcrModel, hasNormal() ? kNormal : -1);
+  std::map<std::string, double> settings{{"tumor:mapQualCap", kTumorMapQualCap},
+                                         {"maxErrorsForRead", double(param_.maxErrorPerRead)}};
+  if (param_.noMapqCap) settings["tumor:mapQualCap"] = settings["normal:mapQualCap"] = kNoMapQualCap;
+  model->configure(settings);
+  return model;
+}
+
+std::string TNhaplotyper::usage() const {
+  return format(
+      "Usage for %s:\n"
+      "  driver -i tumor.bam [-i normal.bam] -r reference.fasta [driver_options] \\\n"
+      "         --algo %s --tumor_sample name [--normal_sample name] \\\n"
+      "         [algo_options] output.vcf[.gz]\n\n",
+      name.c_str(), name.c_str());
+}
+
+std::vector<std::string> TNhaplotyper::inputs() const {
+  std::vector<std::string> files = AssemblyCallAlgo::inputs();
+  if (merge_) return files;
+  for (const auto* more : {&cosmic_files_, &panel_files_})
+    files.insert(files.end(), more->begin(), more->end());
+  return files;
+}
+
+// ---- start ----
+
+void TNhaplotyper::init() {
+  AssemblyCallAlgo::init();
+  if (merge_) return;
+  for (const std::string& path : cosmic_files_)
+    if (!path.empty()) cosmic_.push_back(openVcf(path));
+  for (const std::string& path : panel_files_)
+    if (!path.empty()) panel_.push_back(openVcf(path));
+}
+
+int32_t TNhaplotyper::sampleOfName(const std::string& sample) const {
+  if (sample == tumor_sample_) return kTumor;
+  return hasNormal() && sample == normal_sample_ ? kNormal : -1;
+}
+
+void TNhaplotyper::takeSamples() {
+  bool found[] = {false, false}, others = false;
+  for (const ReadGroup& group : context->reads->input().readGroups()) {
+    const int32_t sample = sampleOfName(group.sample);
+    sample_of_group_.push_back(sample);
+    (sample < 0 ? others : found[sample]) = true;
+  }
+  const auto refuse = [this](const char* text) { throw std::invalid_argument(name + text); };
+  if (!found[kTumor]) refuse(": tumor sample SM tag is not present in the bam file");
+  if (hasNormal() && !found[kNormal]) refuse(": normal sample SM tag is not present in the bam file");
+  if (others) refuse(": the input bam file has SM tags that are not being used");
+  samples_.push_back(use_real_sample_name_ ? tumor_sample_ : "TUMOR");
+  if (hasNormal()) samples_.push_back(use_real_sample_name_ ? normal_sample_ : "NORMAL");
+}
+
+std::string TNhaplotyper::contigFault(const std::string& path) const {
+  return ": Contigs in vcf " + path + " are not compatible with reference";
+}
+
+void TNhaplotyper::addHeaderLines(VCFHeader& header) {
+  header.addLine("tumor_sample", tumor_sample_);
+  if (hasNormal()) header.addLine("normal_sample", normal_sample_);
+  for (const auto& [id, description] : kFilters) header.addDef("FILTER", id, {{"Description", description}});
+  for (const HeaderLine& line : kInfoLines) addInfoLine(header, line);
+  if (hasNormal()) addInfoLine(header, kNormalLod);
+  if (!panel_files_.empty()) addInfoLine(header, kPanelCount);
+  for (const char* unused : {"GQ", "PL"}) header.removeFormatDef(unused);
+  for (const HeaderLine& line : kFormatLines)
+    header.addFormatDef(line.id, line.number, line.type, line.description);
+  if (param_.phasing) addPhasingLines(header);
+}
+
+Algo::Engine* TNhaplotyper::newEngine(DriverContext* engine_context, int) {
+  return new Engine(engine_context, this, param_);
+}
+
+static const TemplateAlgoBuilder<TNhaplotyper> builder("TNhaplotyper");
