@@ -25,14 +25,14 @@ TEST(TandemRepeat, ByHand) {
       {"GTCGTA", "C", "CA", "", {}, false},               // inserts something new
       {"GTCACACACT", "CACAC", "C", "AC", {3, 1}, false},  // two units
       {"GTCACACACT", "CAC", "C", "AC", {3, 2}, true},
-      {"GTCACACACT", "CACA", "C", "", {}, false},     // one and a half
+      {"GTCACACAACACAT", "CACACA", "C", "ACACA", {2, 1}, false},
       {"GTCAAAAAG", "CAA", "CA", "A", {5, 4}, true},  // REF and ALT share more than the anchor
       {"AACACTG", "CAC", "C", "AC", {2, 1}, false},   // a copy lies before the event
       {"GTCACGTTGACGTTGA", "CACGTTG", "C", "ACGTTG", {2, 1}, false},
       {"GTCACGTTGCACGTTGC", "CACGTTGC", "C", "", {}, false},  // a unit of 7
       {"GTCAAAAG", "C", "T", "", {}, false},
       {"GTCAAAAG", "CA", "TT", "", {}, false},
-      {"GTCAAAAG", "CAA", "T", "", {}, false},
+      {"GTACACACT", "ACAC", "T", "", {}, false},   // not that alone
       {"GTCAAA", "CAA", "C", "A", {3, 1}, false},  // to the end of the window
   };
   for (const auto& c : cases) {
