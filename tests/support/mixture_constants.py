@@ -71,13 +71,11 @@ def show(name, values):
 
 k = len(MU)
 r = expect(MU, SIGMA, np.full(k, PRIOR_COUNTS), np.full(k, SHRINKAGE), np.full(k, DIRICHLET))
-show("responsibility of the first component, data 0, 1, 2, 45", r[[0, 1, 2, 45], 0])
 count, mu, sigma = maximise(r)
 show("probSum", count)
 show("mu", mu)
 show("sigma, lower triangles", [s[np.tril_indices(N)] for s in sigma])
 r = expect(mu, sigma, PRIOR_COUNTS + count, SHRINKAGE + count, DIRICHLET + count)
-show("second responsibilities", r[[0, 1, 2, 45], 0])
 count, mu, sigma = maximise(r)
 sigma = sigma / count[:, None, None]
 weight = count / DATA

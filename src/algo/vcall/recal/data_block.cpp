@@ -1,5 +1,7 @@
 #include "algo/vcall/recal/data_block.h"
 
+#include <limits>
+
 namespace {
 
 double totalOf(const DataBlock::Lanes& even, const DataBlock::Lanes& odd) {
@@ -9,12 +11,6 @@ double totalOf(const DataBlock::Lanes& even, const DataBlock::Lanes& odd) {
 
 }  // namespace
 
-void DataBlock::load(std::span<Datum* const> data) {
-  for (size_t i = 0; i < data.size(); ++i) setRow(i, data[i]->annotations);
-  for (Column& column : columns)
-    for (size_t i = data.size(); i < kSize; ++i) column[i] = 0;
-}
-
 void DataBlock::centre(std::span<const double> mean) {
   for (size_t d = 0; d < columns.size(); ++d)
     for (size_t k = 0; k < kSteps; ++k) centred[d].at[k] = columns[d].at[k] - mean[d];
@@ -23,17 +19,42 @@ void DataBlock::centre(std::span<const double> mean) {
 // The inverse is symmetric: what lies off the diagonal counts twice.
 void DataBlock::findLogs(const MultivariateGaussian& gaussian, double constant, Column& logs) {
   centre(gaussian.mu);
-  logs.fill(0);
-  for (size_t i = 0; i < columns.size(); ++i) {
-    const double diagonal = gaussian.sigmaInverse[i][i];
-    for (size_t k = 0; k < kSteps; ++k) product_.at[k] = diagonal * centred[i].at[k];
-    for (size_t j = 0; j < i; ++j) {
-      const double twice = gaussian.sigmaInverse[i][j] + gaussian.sigmaInverse[j][i];
-      for (size_t k = 0; k < kSteps; ++k) product_.at[k] += twice * centred[j].at[k];
-    }
-    for (size_t k = 0; k < kSteps; ++k) logs.at[k] += product_.at[k] * centred[i].at[k];
+  const size_t n = columns.size();
+  terms_.clear();
+  for (size_t i = 0; i < n; ++i) {
+    for (size_t j = 0; j < i; ++j)
+      terms_.push_back(Lanes{} + (gaussian.sigmaInverse[i][j] + gaussian.sigmaInverse[j][i]));
+    terms_.push_back(Lanes{} + gaussian.sigmaInverse[i][i]);
   }
-  for (Lanes& lanes : logs.at) lanes = constant - MultivariateGaussian::kHalfLog10E * lanes;
+  for (size_t k = 0; k < kSteps; ++k) {
+    Lanes distance{};
+    const Lanes* term = terms_.data();
+    for (size_t i = 0; i < n; ++i) {
+      Lanes product{};
+      for (size_t j = 0; j <= i; ++j) product += *term++ * centred[j].at[k];
+      distance += product * centred[i].at[k];
+    }
+    logs.at[k] = constant - MultivariateGaussian::kHalfLog10E * distance;
+  }
+}
+
+void DataBlock::findNearest(std::span<const double> means, Column& nearest) const {
+  const size_t n = columns.size();
+  for (size_t k = 0; k < kSteps; ++k) {
+    Lanes least = Lanes{} + std::numeric_limits<double>::max(), best{};
+    const double* mean = means.data();
+    for (double c = 0; mean < means.data() + means.size(); ++c) {
+      Lanes distance{};
+      for (size_t d = 0; d < n; ++d) {
+        const Lanes away = columns[d].at[k] - *mean++;
+        distance += away * away;
+      }
+      const auto nearer = distance < least;
+      least = nearer ? distance : least;
+      best = nearer ? Lanes{} + c : best;
+    }
+    nearest.at[k] = best;
+  }
 }
 
 double DataBlock::sum(const Column& values) {

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "algo/vcall/recal/multivariate_gaussian.h"
-#include "algo/vcall/recal/variant_datum.h"
 
 struct DataBlock {
   static constexpr size_t kSize = 256;  // data, whose values stay in the first cache
@@ -22,28 +21,23 @@ struct DataBlock {
     void fill(double value) {
       for (Lanes& lanes : at) lanes = Lanes{value, value, value, value};
     }
-    // Of `count` values, and zeros behind them.
-    void load(const double* values, size_t count) {
-      for (size_t i = 0; i < kSize; ++i) (*this)[i] = i < count ? values[i] : 0;
-    }
   };
 
-  explicit DataBlock(size_t dimensions) : columns(dimensions), centred(dimensions) {}
+  explicit DataBlock(size_t dimensions) : centred(dimensions) {}
 
-  // At most kSize data; zeros stand behind them.
-  void load(std::span<Datum* const> data);
-  void setRow(size_t datum, std::span<const double> x) {
-    for (size_t d = 0; d < columns.size(); ++d) columns[d][datum] = x[d];
-  }
   void centre(std::span<const double> mean);  // `centred` becomes what is left
   // `constant` - log10(e) / 2 (x - mu)' sigmaInverse (x - mu)
   void findLogs(const MultivariateGaussian& gaussian, double constant, Column& logs);
+  // The number of the mean, of `means` one behind the other, that is nearest to each datum; the first of equal ones.
+  void findNearest(std::span<const double> means, Column& nearest) const;
 
   static double sum(const Column& values);
   static double sumOfProducts(const Column& a, const Column& b);
 
-  std::vector<Column> columns, centred;  // by dimension
+  std::span<const Column> columns;  // by dimension; not owned
+  std::vector<Column> centred;
+  std::vector<Column> logs;  // by component, of who wants them
 
  private:
-  Column product_;
+  std::vector<Lanes> terms_;  // scratch
 };

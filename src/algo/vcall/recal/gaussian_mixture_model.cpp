@@ -71,21 +71,33 @@ GaussianMixtureModel::GaussianMixtureModel(size_t components, size_t dimensions,
 
 template <typename Add>
 std::vector<double> GaussianMixtureModel::sumParts(size_t size, const Add& add) const {
-  const size_t parts = (data_.size() + partsize() - 1) / partsize();
+  const size_t parts = (count_ + partsize() - 1) / partsize();
   std::vector<double> sums(std::max<size_t>(parts, 1) * size);
-  inChunks(pool_, data_.size(), partsize(), [&](size_t first, size_t last) {
+  inChunks(pool_, count_, partsize(), [&](size_t first, size_t last) {
     DataBlock block(dimensions_);
-    double* const part = sums.data() + first / partsize() * size;
-    for (size_t begin = first; begin < last; begin += DataBlock::kSize) {
-      const size_t count = std::min(DataBlock::kSize, last - begin);
-      block.load(data_.subspan(begin, count));
-      add(block, begin, count, part);
+    const size_t part = first / partsize();
+    const Column* columns = blocks_.data() + part * blocksPerPart() * dimensions_;
+    for (; first < last; first += DataBlock::kSize, columns += dimensions_) {
+      block.columns = {columns, dimensions_};
+      add(block, std::min(DataBlock::kSize, last - first), sums.data() + part * size);
     }
   });
   for (size_t part = 1; part < parts; ++part)
     for (size_t i = 0; i < size; ++i) sums[i] += sums[part * size + i];
   sums.resize(size);
   return sums;
+}
+
+void GaussianMixtureModel::load(const Data& data) {
+  count_ = data.size();
+  const size_t whole = count_ / partsize() * blocksPerPart(), left = count_ % partsize();
+  blocks_.assign((whole + (left + DataBlock::kSize - 1) / DataBlock::kSize) * dimensions_, {});
+  for (size_t i = 0; i < count_; ++i) {
+    const size_t within = i % partsize(),
+                 block = i / partsize() * blocksPerPart() + within / DataBlock::kSize;
+    for (size_t d = 0; d < dimensions_; ++d)
+      blocks_[block * dimensions_ + d][within % DataBlock::kSize] = data[i]->annotations[d];
+  }
 }
 
 void GaussianMixtureModel::train(const Data& data) {
@@ -108,8 +120,7 @@ void GaussianMixtureModel::train(const Data& data) {
     fprintf(stderr, "%s\n", failure.what());
     converged_ = false;
   }
-  data_ = {};
-  responsibilities_ = {};
+  blocks_ = {};
 }
 
 // ---- the start ----
@@ -150,26 +161,21 @@ void GaussianMixtureModel::initRandomModel() {
   }
 }
 
+std::vector<double> GaussianMixtureModel::allMeans() const {
+  std::vector<double> means;
+  for (const BayesianMultivariateGaussian& gaussian : gaussians_)
+    means.insert(means.end(), gaussian.mu.begin(), gaussian.mu.end());
+  return means;
+}
+
 // One round of k-means. False when no mean has moved: none will in another round.
 bool GaussianMixtureModel::moveMeans() {
   const size_t row = dimensions_ + 1;  // sums of the values, and the count
+  const std::vector<double> means = allMeans();
   const std::vector<double> sums =
-      sumParts(gaussians_.size() * row, [&](DataBlock& block, size_t, size_t count, double* part) {
-        Column least, nearest, distance;
-        least.fill(std::numeric_limits<double>::max());
-        nearest.fill(0);
-        for (size_t c = 0; c < gaussians_.size(); ++c) {
-          block.centre(gaussians_[c].mu);
-          distance.fill(0);
-          for (const Column& x : block.centred)
-            for (size_t k = 0; k < DataBlock::kSteps; ++k) distance.at[k] += x.at[k] * x.at[k];
-          const DataBlock::Lanes own = DataBlock::Lanes{} + double(c);
-          for (size_t k = 0; k < DataBlock::kSteps; ++k) {
-            const auto nearer = distance.at[k] < least.at[k];
-            least.at[k] = nearer ? distance.at[k] : least.at[k];
-            nearest.at[k] = nearer ? own : nearest.at[k];
-          }
-        }
+      sumParts(gaussians_.size() * row, [&](const DataBlock& block, size_t count, double* part) {
+        Column nearest;
+        block.findNearest(means, nearest);
         for (size_t i = 0; i < count; ++i) {
           double* const own = part + size_t(nearest[i]) * row;
           for (size_t d = 0; d < dimensions_; ++d) own[d] += block.columns[d][i];
@@ -198,21 +204,27 @@ void GaussianMixtureModel::eStep() {
   double lambdas = 0;
   for (const BayesianMultivariateGaussian& gaussian : gaussians_) lambdas += gaussian.hp_lambda;
   for (BayesianMultivariateGaussian& gaussian : gaussians_) gaussian.precomputeDenominator(lambdas);
-  responsibilities_.resize(gaussians_.size());
-  for (std::vector<double>& values : responsibilities_) values.resize(data_.size());
-  inChunks(pool_, data_.size(), partsize(), [&](size_t first, size_t last) {
-    TimerScope compute_scope(compute_timer);
-    DataBlock block(dimensions_);
-    std::vector<Column> values(gaussians_.size());
-    Column most, sum;
-    for (size_t begin = first; begin < last; begin += DataBlock::kSize) {
-      const size_t count = std::min(DataBlock::kSize, last - begin);
-      block.load(data_.subspan(begin, count));
-      for (size_t c = 0; c < gaussians_.size(); ++c)
-        block.findLogs(gaussians_[c], gaussians_[c].cachedDenomLog10, values[c]);
-      scaleByMost(values, most, sum);
-      for (size_t c = 0; c < gaussians_.size(); ++c)
-        for (size_t i = 0; i < count; ++i) responsibilities_[c][begin + i] = values[c][i] / sum[i];
+  means_ = allMeans();
+  const size_t row = sumsPerComponent(), n = dimensions_;
+  TimerScope compute_scope(compute_timer);
+  sums_ = sumParts(gaussians_.size() * row, [&](DataBlock& block, size_t count, double* part) {
+    std::vector<Column>& r = block.logs;
+    r.resize(gaussians_.size());
+    for (size_t c = 0; c < gaussians_.size(); ++c)
+      block.findLogs(gaussians_[c], gaussians_[c].cachedDenomLog10, r[c]);
+    Column most, sum, weighted;
+    scaleByMost(r, most, sum);
+    for (size_t c = 0; c < gaussians_.size(); ++c, part += row) {
+      for (size_t k = 0; k < DataBlock::kSteps; ++k) r[c].at[k] /= sum.at[k];
+      for (size_t i = count; i < DataBlock::kSize; ++i) r[c][i] = 0;
+      block.centre(gaussians_[c].mu);
+      part[0] += DataBlock::sum(r[c]);
+      for (size_t i = 0; i < n; ++i) {
+        for (size_t k = 0; k < DataBlock::kSteps; ++k) weighted.at[k] = r[c].at[k] * block.centred[i].at[k];
+        part[1 + i] += DataBlock::sum(weighted);
+        for (size_t j = 0; j <= i; ++j)
+          part[1 + n + i * n + j] += DataBlock::sumOfProducts(weighted, block.centred[j]);
+      }
     }
   });
 }
@@ -222,79 +234,49 @@ void GaussianMixtureModel::eStep() {
 double GaussianMixtureModel::mStep(bool last) {
   static Timer* const step_timer = timer("VBEM::MStep");
   TimerScope scope(step_timer);
-  findMeans();
-  const size_t n = dimensions_;
-  const std::vector<double> scatter = findScatter();
   double delta = 0;
   for (size_t c = 0; c < gaussians_.size(); ++c) {
-    BayesianMultivariateGaussian& gaussian = gaussians_[c];
-    const double weight = gaussian.probSum / double(data_.size());
+    maximise(c, last);
+    const double weight = gaussians_[c].probSum / double(count_);
     if (!std::isfinite(weight)) throw std::overflow_error("numeric overflow");
-    delta = std::max(delta, std::abs(weight - gaussian.mixtureWeight));
-    gaussian.mixtureWeight = weight;
-
-    const double f = gaussian.probSum / (options_.shrinkage + gaussian.probSum), g = 1 - f;
-    for (size_t i = 0; i < n; ++i) {
-      for (size_t j = 0; j <= i; ++j) {
-        const double outer =
-            f * options_.shrinkage * (gaussian.mu[i] - empiricalMu_[i]) * (gaussian.mu[j] - empiricalMu_[j]);
-        double value = scatter[(c * n + i) * n + j] + empiricalSigma_[i][j] + outer;
-        if (last) value /= gaussian.probSum;
-        gaussian.sigma[i][j] = gaussian.sigma[j][i] = value;
-      }
-    }
-    for (size_t d = 0; d < n; ++d) gaussian.mu[d] = f * gaussian.mu[d] + g * empiricalMu_[d];
-    if (last) continue;
-    gaussian.hp_a = options_.prior_counts + gaussian.probSum;
-    gaussian.hp_b = options_.shrinkage + gaussian.probSum;
-    gaussian.hp_lambda = options_.dirichlet + gaussian.probSum;
+    delta = std::max(delta, std::abs(weight - gaussians_[c].mixtureWeight));
+    gaussians_[c].mixtureWeight = weight;
   }
   return delta;
 }
 
-// Of each component, what it answers for and the mean of it.
-void GaussianMixtureModel::findMeans() {
-  static Timer* const mu_timer = timer("accumMu_compute");
-  TimerScope scope(mu_timer);
-  const size_t n = dimensions_, row = n + 1;
-  const std::vector<double> sums = sumParts(
-      gaussians_.size() * row, [&](const DataBlock& block, size_t first, size_t count, double* part) {
-        Column r;
-        for (size_t c = 0; c < gaussians_.size(); ++c) {
-          r.load(responsibilities_[c].data() + first, count);
-          for (size_t d = 0; d < n; ++d) part[c * row + d] += DataBlock::sumOfProducts(r, block.columns[d]);
-          part[c * row + n] += DataBlock::sum(r);
-        }
-      });
-  for (size_t c = 0; c < gaussians_.size(); ++c) {
-    gaussians_[c].probSum = std::max(sums[c * row + n], kLeastSum);
-    for (size_t d = 0; d < n; ++d) gaussians_[c].mu[d] = sums[c * row + d] / gaussians_[c].probSum;
-  }
-}
-
-// Of each component, the lower triangle of the scatter around its mean.
-std::vector<double> GaussianMixtureModel::findScatter() const {
-  static Timer* const sigma_timer = timer("accumSigma_compute");
-  TimerScope scope(sigma_timer);
+// The sums are around the mean that the E-step had: `moved` is from there to the mean of what the component answers for.
+void GaussianMixtureModel::maximise(size_t component, bool last) {
+  BayesianMultivariateGaussian& gaussian = gaussians_[component];
   const size_t n = dimensions_;
-  return sumParts(gaussians_.size() * n * n, [&](DataBlock& block, size_t first, size_t count, double* part) {
-    Column r, weighted;
-    for (size_t c = 0; c < gaussians_.size(); ++c) {
-      r.load(responsibilities_[c].data() + first, count);
-      block.centre(gaussians_[c].mu);
-      for (size_t i = 0; i < n; ++i) {
-        for (size_t k = 0; k < DataBlock::kSteps; ++k) weighted.at[k] = r.at[k] * block.centred[i].at[k];
-        for (size_t j = 0; j <= i; ++j)
-          part[(c * n + i) * n + j] += DataBlock::sumOfProducts(weighted, block.centred[j]);
-      }
+  const double* const sums = sums_.data() + component * sumsPerComponent();
+  gaussian.probSum = std::max(sums[0], kLeastSum);
+  const double f = gaussian.probSum / (options_.shrinkage + gaussian.probSum), g = 1 - f;
+  std::vector<double> moved(n), raw(n);
+  for (size_t d = 0; d < n; ++d) {
+    moved[d] = sums[1 + d] / gaussian.probSum;
+    raw[d] = means_[component * n + d] + moved[d];
+    gaussian.mu[d] = f * raw[d] + g * empiricalMu_[d];
+  }
+  for (size_t i = 0; i < n; ++i) {
+    for (size_t j = 0; j <= i; ++j) {
+      const double scatter = sums[1 + n + i * n + j] - gaussian.probSum * moved[i] * moved[j];
+      const double outer = f * options_.shrinkage * (raw[i] - empiricalMu_[i]) * (raw[j] - empiricalMu_[j]);
+      double value = scatter + empiricalSigma_[i][j] + outer;
+      if (last) value /= gaussian.probSum;
+      gaussian.sigma[i][j] = gaussian.sigma[j][i] = value;
     }
-  });
+  }
+  if (last) return;
+  gaussian.hp_a = options_.prior_counts + gaussian.probSum;
+  gaussian.hp_b = options_.shrinkage + gaussian.probSum;
+  gaussian.hp_lambda = options_.dirichlet + gaussian.probSum;
 }
 
 void GaussianMixtureModel::finalWeights() {
   mStep(true);
   for (BayesianMultivariateGaussian& gaussian : gaussians_) {
-    gaussian.log10MixtureWeight = std::log10(gaussian.probSum / double(data_.size()));
+    gaussian.log10MixtureWeight = std::log10(gaussian.probSum / double(count_));
     gaussian.precomputePlain();
   }
 }
@@ -319,11 +301,14 @@ double GaussianMixtureModel::evaluateDatumInOneDimension(const Datum& datum, siz
 class GaussianMixtureModel::Evaluation {
  public:
   explicit Evaluation(const GaussianMixtureModel& model)
-      : model_(model), block_(model.dimensions_), logs_(model.gaussians_.size()) {}
+      : model_(model), rows_(model.dimensions_), block_(model.dimensions_), logs_(model.gaussians_.size()) {
+    block_.columns = rows_;
+  }
+  Evaluation(const Evaluation&) = delete;
 
   // The density of row `x` is a draw for a value that is the mean over `draws` rows in a row.
   void add(std::span<const double> x, int draws, double& value) {
-    block_.setRow(waiting_.size(), x);
+    for (size_t d = 0; d < rows_.size(); ++d) rows_[d][waiting_.size()] = x[d];
     waiting_.push_back({draws, &value});
     if (waiting_.size() == DataBlock::kSize) flush();
   }
@@ -353,6 +338,7 @@ class GaussianMixtureModel::Evaluation {
   };
 
   const GaussianMixtureModel& model_;
+  std::vector<Column> rows_;  // by dimension
   DataBlock block_;
   std::vector<Column> logs_;  // by component
   std::vector<Row> waiting_;

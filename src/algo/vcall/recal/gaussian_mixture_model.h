@@ -5,7 +5,8 @@
 //          of threads: sums are added, and generators seeded, in the order of the parts.
 // Errors   train() ends with converged() false when numbers overflow. A covariance without Cholesky factor is told on
 //          standard error, and a constant stands in for its determinant.
-// Cost     train(): 8 bytes per datum and component. Time is linear in both.
+// Cost     train(): 8 bytes per datum and dimension; responsibilities live for a block of data, in which they are summed
+//          up. Time is linear in data, components and the square of dimensions.
 // Source   Bishop, Pattern Recognition and Machine Learning (2006), 10.2; MacQueen's k-means to begin with.
 #pragma once
 
@@ -47,8 +48,8 @@ class GaussianMixtureModel {
 
   void dump(FILE* stream) const;
 
-  // The steps of train(), one by one. The data outlive them.
-  void load(const Data& data) { data_ = data; }
+  // The steps of train(), one by one.
+  void load(const Data& data);
   void initRandomModel();
   void eStep();
   // The largest change of a mixture weight. The `last` one leaves covariances in place of scatter.
@@ -56,19 +57,22 @@ class GaussianMixtureModel {
   void finalWeights();
 
   std::vector<BayesianMultivariateGaussian>& gaussians() { return gaussians_; }
-  double responsibility(size_t component, size_t datum) const { return responsibilities_[component][datum]; }
 
  private:
   class Evaluation;
 
+  std::vector<double> allMeans() const;
   void drawMean(BayesianMultivariateGaussian& gaussian);
   void drawScatter(BayesianMultivariateGaussian& gaussian);
   bool moveMeans();
-  void findMeans();
-  std::vector<double> findScatter() const;
+  void maximise(size_t component, bool last);
   double marginalByComponent(const Datum& datum, JavaUtil::Random& random) const;
   size_t partsize() const { return size_t(options_.partsize > 0 ? options_.partsize : 1); }
-  // The sums, over all data, of what add(block, first, count, sums) adds to `size` zeros for each block of a part.
+  size_t blocksPerPart() const { return (partsize() + DataBlock::kSize - 1) / DataBlock::kSize; }
+  // Places of a component in the sums of an E-step: its responsibilities; those times the distance from its mean; times
+  // two dimensions of it.
+  size_t sumsPerComponent() const { return 1 + dimensions_ + dimensions_ * dimensions_; }
+  // The sums, over all data, of what add(block, count, sums) adds to `size` zeros for each block of a part.
   template <typename Add>
   std::vector<double> sumParts(size_t size, const Add& add) const;
 
@@ -77,8 +81,11 @@ class GaussianMixtureModel {
   std::vector<BayesianMultivariateGaussian> gaussians_;
   std::vector<double> empiricalMu_;
   SquareMatrix empiricalSigma_;
-  std::vector<std::vector<double>> responsibilities_;  // by component, over the data
-  std::span<Datum* const> data_;                       // while it trains
+  // While it trains: the data, by block of a part and dimension, with zeros behind the last.
+  std::vector<DataBlock::Column> blocks_;
+  size_t count_ = 0;
+  std::vector<double> sums_,
+      means_;  // of the E-step, and what the components' means were then, one behind the other
   JavaUtil::Random* random_;
   thread_coop* pool_;
   bool converged_ = true;

@@ -84,11 +84,6 @@ TEST_F(OneStep, IsThatOfTheFormulas) {
   start(model);
   model.load(all);
   model.eStep();
-  const std::vector<size_t> looked = {0, 1, 2, 45};
-  const double first[] = {0.9994694684, 0.253669344194, 0.114724633671, 0.99882368533};
-  const double second[] = {0.999999520622, 0.0344246465881, 0.0377167775561, 0.999997603595};
-  for (size_t i = 0; i < looked.size(); ++i) EXPECT_NEAR(model.responsibility(0, looked[i]), first[i], kNear);
-
   model.mStep();
   const double counts[] = {39.8823910815, 50.1176089185};
   const double means[][3] = {{1.57059496025, 1.5357260049, 1.15098289549},
@@ -105,9 +100,6 @@ TEST_F(OneStep, IsThatOfTheFormulas) {
       for (size_t j = 0; j <= i; ++j, ++k) EXPECT_NEAR(gaussian.sigma[i][j], scatter[c][k], kNear);
     }
   }
-  model.eStep();
-  for (size_t i = 0; i < looked.size(); ++i)
-    EXPECT_NEAR(model.responsibility(0, looked[i]), second[i], kNear);
 }
 
 TEST_F(OneStep, DensitiesAreThoseOfTheFormulas) {
