@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 #include <strings.h>
 #include <sys/stat.h>
@@ -294,16 +295,29 @@ void VariantCallAlgo::mergePartials() {
     if (blocks && isOfWholeContigs(first, name)) static_cast<GVCFWriter&>(*writer_).expectAllPositions();
     for (const std::string& partial : partials_) writer_->merge(partial);
   } catch (...) {
+    writer_.reset();
     discardOutput();
     throw;
   }
 }
 
-// Half a merged file looks like a whole one.
-void VariantCallAlgo::discardOutput() {
-  writer_.reset();
+// Half a file looks like a whole one. Of those of shards the ones that other threads have open go, too.
+void VariantCallAlgo::discardOutput() const {
   struct stat status;
   if (lstat(output_.c_str(), &status) == 0 && S_ISREG(status.st_mode)) unlink(output_.c_str());
+  if (merge_) return;
+  const std::filesystem::path path(output_);
+  const std::string begin = path.filename().string() + "_";
+  std::error_code ignored;
+  std::vector<std::filesystem::path> found;
+  for (const auto& entry :
+       std::filesystem::directory_iterator(path.has_parent_path() ? path.parent_path() : ".", ignored)) {
+    const std::string file = entry.path().filename().string();
+    int64_t shard;
+    if (file.starts_with(begin) && parseInteger(file.substr(begin.size()), 0, INT32_MAX, shard))
+      found.push_back(entry.path());
+  }
+  for (const auto& file : found) unlink(file.c_str());
 }
 
 void VariantCallAlgo::finish() {
@@ -311,7 +325,7 @@ void VariantCallAlgo::finish() {
   try {
     writer_->close();
   } catch (...) {
-    if (merge_) discardOutput();
+    discardOutput();
     throw;
   }
 }
@@ -329,7 +343,12 @@ uint64_t VariantCallAlgo::Result::memorySize() const {
 void VariantCallAlgo::merge(const Shard&, Algo::Result* result) {
   const std::unique_ptr<Result> owned(static_cast<Result*>(result));
   if (!owned || owned->path.empty()) return;
-  writer_->merge(owned.get(), owned->path);
+  try {
+    writer_->merge(owned.get(), owned->path);
+  } catch (...) {
+    discardOutput();
+    throw;
+  }
   if (unlink(owned->path.c_str()) != 0)
     throw std::runtime_error(name + ": cannot remove file " + owned->path + ": " + strerror(errno));
 }

@@ -11,7 +11,6 @@
 #pragma once
 
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -98,7 +97,8 @@ class VariantCallAlgo : public Algo {
   void settleAnnotations();
   void mergePartials();
   VCFHeader headerOf(const std::string& partial) const;
-  void discardOutput();
+  // Takes away what a failed run has written of the output.
+  void discardOutput() const;
   void makeRoomInTables() const;
   std::unique_ptr<VCFWriter> openOutput(bool gvcf) const;
   void completeAnnotations();

@@ -1,6 +1,5 @@
 // A site on its way to the file: the decision, the record, reference blocks.
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -30,6 +29,7 @@ void VariantCallAlgo::Engine::writeTemp(Work work) {
     work();
   } catch (const std::runtime_error&) {
     perror(writer_->path().c_str());
+    vcall().discardOutput();
     throw std::runtime_error(algo->name + ": failed to write to temp file");
   }
 }
