@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "algo/onco/tn_annotations.h"
+#include "algo/onco/tn_artefacts.h"
 #include "algo/onco/tn_filters.h"
 #include "base/text.h"
 
@@ -13,6 +15,13 @@ constexpr uint32_t kLongestWindow = 4096;  // positions
 
 std::string textOf(const Allele& allele) {
   return std::string(allele.bases, size_t(allele.length));
+}
+
+// REF and ALT of a SNP, else 'N'.
+std::pair<char, char> basesOf(const VariantContext& record) {
+  const Allele& alt = record.alleles[0];
+  return record.refLength == 1 && alt.length == 1 ? std::pair(record.ref[0], alt.bases[0])
+                                                  : std::pair('N', 'N');
 }
 
 }  // namespace
@@ -103,6 +112,7 @@ void TNhaplotyper::Engine::calcSite(const AssemblyTask& task, EventSite event) {
   call.hasNormal = has_normal_;
   call.lod = lods[alternate];
   const auto allele = int32_t(alternate + 1);
+  const auto [ref, alt] = basesOf(record);
   call.tumor = evidenceOf(locus_, kTumor, allele);
   if (has_normal_) call.normal = evidenceOf(locus_, kNormal, allele);
   call.repeat =
@@ -110,6 +120,7 @@ void TNhaplotyper::Engine::calcSite(const AssemblyTask& task, EventSite event) {
                          textOf(record.alleles[0]));
   lookUp(record, call);
   alt_in_normal_.push_back(addFilters(call, param_.thresholds, record));
+  if (param_.filterArtefacts) addArtefactFilters(calcArtefacts(locus_, allele, call.tumor, ref, alt), record);
   describe(*held.site, alternate, call, record);
   held_.push_back(std::move(held));
 }
@@ -161,9 +172,8 @@ void TNhaplotyper::Engine::addColumn(int32_t sample, int32_t allele, VariantCont
       locus_.reads(), [sample](const LocusRead& read) { return read.sample == sample && read.counts(); });
   record.addGenotype(column, "GT", "%s", sample == kTumor ? "0/1" : "0/0");
   record.addGenotype(column, "DP", int(depth));
-  const bool is_snp = record.refLength == 1 && record.alleles[0].length == 1;
-  annotateSample(locus_, sample, allele, is_snp ? record.ref[0] : 'N',
-                 is_snp ? record.alleles[0].bases[0] : 'N', column, record);
+  const auto [ref, alt] = basesOf(record);
+  annotateSample(locus_, sample, allele, ref, alt, column, record);
 }
 
 void TNhaplotyper::Engine::finishRegion(const AssemblyTask& task) {

@@ -32,6 +32,12 @@ constexpr const char* kFilters[][2] = {
     {"str_contraction", "\"Site filtered due to contraction of short tandem repeat region\""},
 };
 
+constexpr const char* kArtefactFilters[][2] = {
+    {"strand_artefact", "\"Alternate reads lie on one strand\""},
+    {"read_end_artefact", "\"Alternate bases lie at the ends of reads\""},
+    {"oxidation_artefact", "\"Alternate reads have the orientation of oxidized guanine\""},
+};
+
 constexpr HeaderLine kInfoLines[] = {
     {"TLOD", "1", "Float", "\"Tumor LOD score\""},
     {"ECNT", "1", "String", "\"Number of events in this haplotype\""},
@@ -134,6 +140,8 @@ void TNhaplotyper::addThresholdOptions(OptionParser& parser) {
               thresholds.maxNormalAltFrac);
   addRanged(parser, "filter_str_contraction", "Disable/enable the filter: 0 or 1 (default: 0)", 0, 1,
             param_.filterStrContraction);
+  addRanged(parser, "filter_artefacts", "Disable/enable the filters of artefacts: 0 or 1 (default: 1)", 0, 1,
+            param_.filterArtefacts);
   addLod("min_noramlLOD_active", "Minimum normalLOD of an active position (default: 0.5)",
          param_.activity.minNormalLod);
   addRanged(parser, "max_normalAlt_active", "Maximum alternate reads in the normal there (default: 10)", 0,
@@ -251,7 +259,12 @@ std::string TNhaplotyper::contigFault(const std::string& path) const {
 void TNhaplotyper::addHeaderLines(VCFHeader& header) {
   header.addLine("tumor_sample", tumor_sample_);
   if (hasNormal()) header.addLine("normal_sample", normal_sample_);
-  for (const auto& [id, description] : kFilters) header.addDef("FILTER", id, {{"Description", description}});
+  const auto addFilter = [&](const char* const(&filter)[2]) {
+    header.addDef("FILTER", filter[0], {{"Description", filter[1]}});
+  };
+  for (const auto& filter : kFilters) addFilter(filter);
+  if (param_.filterArtefacts)
+    for (const auto& filter : kArtefactFilters) addFilter(filter);
   for (const HeaderLine& line : kInfoLines) addInfoLine(header, line);
   if (hasNormal()) addInfoLine(header, kNormalLod);
   if (!panel_files_.empty()) addInfoLine(header, kPanelCount);

@@ -23,7 +23,7 @@ class TNhaplotyper final : public AssemblyCallAlgo {
     double tumorContaminationFrac = 0, normalContaminationFrac = 0;
     int contaminationDownsampleMode = 1;
     int phasing = 1;
-    int filterTAltFrac = 1, filterStrContraction = 0;
+    int filterTAltFrac = 1, filterStrContraction = 0, filterArtefacts = 1;
     int maxErrorPerRead = 2;
     bool detectPon = false, ignoreNormalLodLoc = false, noMapqCap = false;
   };
