@@ -42,7 +42,7 @@ def simulate(build, length, *options):
 
 
 class Timed:
-    """One side of a comparison: least wall seconds and peak memory over the rounds.
+    """One side of a comparison: least wall and processor seconds and peak memory over the rounds.
 
     `command` is a list of words, or a text for the shell. `makes` names the files that it makes: they are removed before
     each round, and `size` is the bytes of the first.
@@ -51,7 +51,7 @@ class Timed:
     def __init__(self, command, makes=(), stdin=None, stdout="log"):
         self.command = ["sh", "-ec", command] if isinstance(command, str) else command
         self.makes, self.stdin, self.stdout = makes, stdin or os.devnull, stdout
-        self.seconds = float("inf")
+        self.seconds = self.processor_seconds = float("inf")
         self.mebibytes = 0
         self.size = 0
 
@@ -64,6 +64,7 @@ class Timed:
             child = subprocess.Popen(self.command, stdout=out, stderr=log, stdin=stdin)
             _, status, usage = os.wait4(child.pid, 0)
             self.seconds = min(self.seconds, time.monotonic() - begin)
+            self.processor_seconds = min(self.processor_seconds, usage.ru_utime + usage.ru_stime)
         if status != 0:
             sys.exit(f"status {status}: {' '.join(self.command)}\n{open('log').read()[-2000:]}")
         self.size = os.path.getsize(self.makes[0]) if self.makes else 0

@@ -80,9 +80,9 @@ for count in COUNTS:
     table.add(what, pieces[count].seconds, merges[count].seconds, "bcftools merge -g alone; two halves")
     table.add(what, pieces[count].seconds, calls.seconds, "bcftools merge -g, call -m; two halves", at_most=0.5)
 
-per_sample = {count: round(1000 * whole[count].seconds / count, 1) for count in COUNTS}
+per_sample = {count: round(1000 * whole[count].processor_seconds / count, 1) for count in COUNTS}
 for fewer, more in zip(COUNTS, COUNTS[1:]):
-    table.add(f"milliseconds per sample, {more} of {LENGTH / 1e6:g} Mb", per_sample[more], per_sample[fewer], f"{fewer} samples", at_most=1.1,
+    table.add(f"processor milliseconds per sample, {more} of {LENGTH / 1e6:g} Mb", per_sample[more], per_sample[fewer], f"{fewer} samples", at_most=1.1,
               unit="")
 least, most = COUNTS[0], COUNTS[-1]
 memory = {name: round((sides[most].mebibytes - sides[least].mebibytes) * 1024 / (most - least))
