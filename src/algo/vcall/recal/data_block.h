@@ -31,6 +31,9 @@ struct DataBlock {
   // The number of the mean, of `means` one behind the other, that is nearest to each datum; the first of equal ones.
   void findNearest(std::span<const double> means, Column& nearest) const;
 
+  // Of one column of logs (base 10) per component: most[i], and 10^(value - most[i]) for each value, which add up to
+  // sum[i].
+  static void scaleByMost(std::vector<Column>& values, Column& most, Column& sum);
   static double sum(const Column& values);
   static double sumOfProducts(const Column& a, const Column& b);
 

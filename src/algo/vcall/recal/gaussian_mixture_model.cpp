@@ -39,19 +39,6 @@ class Log10Sum {
   double most_ = kNone, sum_ = 0;
 };
 
-// Of one column per component: most[i], and 10^(value - most[i]) for each value, which add up to sum[i].
-void scaleByMost(std::vector<Column>& values, Column& most, Column& sum) {
-  most.fill(kNone);
-  sum.fill(0);
-  for (const Column& column : values)
-    for (size_t k = 0; k < DataBlock::kSteps; ++k)
-      most.at[k] = column.at[k] > most.at[k] ? column.at[k] : most.at[k];
-  for (Column& column : values) {
-    for (size_t i = 0; i < DataBlock::kSize; ++i) column[i] = exp10Fast(column[i] - most[i]);
-    for (size_t k = 0; k < DataBlock::kSteps; ++k) sum.at[k] += column.at[k];
-  }
-}
-
 }  // namespace
 
 GaussianMixtureModel::GaussianMixtureModel(size_t components, size_t dimensions,
@@ -213,7 +200,7 @@ void GaussianMixtureModel::eStep() {
     for (size_t c = 0; c < gaussians_.size(); ++c)
       block.findLogs(gaussians_[c], gaussians_[c].cachedDenomLog10, r[c]);
     Column most, sum, weighted;
-    scaleByMost(r, most, sum);
+    DataBlock::scaleByMost(r, most, sum);
     for (size_t c = 0; c < gaussians_.size(); ++c, part += row) {
       for (size_t k = 0; k < DataBlock::kSteps; ++k) r[c].at[k] /= sum.at[k];
       for (size_t i = count; i < DataBlock::kSize; ++i) r[c][i] = 0;
@@ -319,7 +306,7 @@ class GaussianMixtureModel::Evaluation {
       const BayesianMultivariateGaussian& gaussian = model_.gaussians_[c];
       block_.findLogs(gaussian, gaussian.log10MixtureWeight + gaussian.cachedDenomLog10, logs_[c]);
     }
-    scaleByMost(logs_, most, sum);
+    DataBlock::scaleByMost(logs_, most, sum);
     for (size_t i = 0; i < waiting_.size(); ++i) {
       const Row& row = waiting_[i];
       drawn_.add(most[i] + std::log10(sum[i]));

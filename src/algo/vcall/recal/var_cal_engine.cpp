@@ -111,7 +111,7 @@ bool VarCal::Engine::take(const VCFLine& line, bool aggregate) {
   return true;
 }
 
-// A value that is no number, or not finite, is missing.
+// A value that is no number, or beyond what a Float of a VCF can be, is missing.
 void VarCal::Engine::readAnnotations(const VCFLine& line, VariantDatum& datum) const {
   datum.annotations.assign(param_.annotations.size(), std::numeric_limits<double>::quiet_NaN());
   VCFFieldCursor field(line, -1);
@@ -120,7 +120,8 @@ void VarCal::Engine::readAnnotations(const VCFLine& line, VariantDatum& datum) c
       if (!field.is(param_.annotations[i].c_str()) || field.valueLength == 0) continue;
       char* rest;
       const double value = strtod(field.value, &rest);
-      if (rest != field.value && std::isfinite(value)) datum.annotations[i] = value;
+      if (rest != field.value && std::abs(value) <= std::numeric_limits<float>::max())
+        datum.annotations[i] = value;
     }
   }
 }
