@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <stdexcept>
 
 #include "algo/vcall/haplotyper_engine.h"
@@ -16,6 +17,8 @@ constexpr int64_t kMaxPloidy = 50;
 constexpr size_t kMaxGenotypes = 1024;      // of a site
 constexpr size_t kMostGenotypes = 1 << 20;  // of a site, when the user says how many alternates it may have
 constexpr int kMinDerivedAlternates = 2;
+constexpr double kConfidence = 30;  // phred
+constexpr double kNotGiven = std::numeric_limits<double>::quiet_NaN();
 
 // The largest number of alternates whose genotypes the exact model is to handle.
 int deriveMaxAlternates(uint32_t ploidy) {
@@ -30,7 +33,9 @@ Haplotyper::Haplotyper(DriverContext* context, int count, const char* const args
     : AssemblyCallAlgo(context, count, args) {
   OptionParser parser;
   addOptions(parser);
+  call_conf_ = emit_conf_ = kNotGiven;
   if (!readArguments(parser, usage(), count, args, true)) return;
+  settleConfidence();
   settlePhasing();
   checkGenotypes();
   param_.hasGiven = !given_file_.empty();
@@ -59,6 +64,12 @@ void Haplotyper::addOptions(OptionParser& parser) {
   addAssemblyOptions(parser);
   addGivenOption(parser);
   addFileOptions(parser);
+}
+
+// What is too weak in one sample may be clear among many: a GVCF leaves the choice to the joint caller.
+void Haplotyper::settleConfidence() {
+  for (double* confidence : {&call_conf_, &emit_conf_})
+    if (std::isnan(*confidence)) *confidence = emit_mode_ == kGvcf ? 0 : kConfidence;
 }
 
 void Haplotyper::settlePhasing() {

@@ -29,6 +29,7 @@ class Haplotyper final : public AssemblyCallAlgo {
 
  private:
   void addOptions(OptionParser& parser);
+  void settleConfidence();
   void settlePhasing();
   void checkGenotypes() const;
   std::string usage() const;
