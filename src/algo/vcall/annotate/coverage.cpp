@@ -52,6 +52,15 @@ void addQualityByDepth(VariantContext& record, const SiteContext& context) {
   record.addInfo("QD", "%.3f", qd >= kQDLimit ? kQDCapped : qd);
 }
 
+// Of all samples; -1 when no sample has one.
+int64_t totalDepth(const SiteContext& context) {
+  int64_t depth = -1;
+  for (const GenotypeCall& call : context.calls)
+    if (call.depth >= 0) depth = std::max<int64_t>(depth, 0) + call.depth;
+  return depth;
+}
+
+// RAW_MQ is a sum over DP reads, so that those of many records make a mean; not all of them need have a base here.
 void addMappingQuality(VariantContext& record, const SiteContext& context, const AnnotationSet& wanted) {
   double squares = 0;
   int64_t reads = 0;
@@ -61,9 +70,10 @@ void addMappingQuality(VariantContext& record, const SiteContext& context, const
     ++reads;
   }
   if (reads == 0) return;
-  if (wanted.has(AnnotationField::RAW_MQ)) record.addInfo("RAW_MQ", "%.3f", squares);
-  if (wanted.has(AnnotationField::MQ))
-    record.addInfo("MQ", "%.3f", std::sqrt(squares / static_cast<double>(reads)));
+  const double mean = squares / static_cast<double>(reads);
+  if (wanted.has(AnnotationField::RAW_MQ))
+    record.addInfo("RAW_MQ", "%.3f", mean * static_cast<double>(totalDepth(context)));
+  if (wanted.has(AnnotationField::MQ)) record.addInfo("MQ", "%.3f", std::sqrt(mean));
 }
 
 }  // namespace
@@ -72,9 +82,7 @@ void addMappingQuality(VariantContext& record, const SiteContext& context, const
 void CoverageAnnotator::annotate(VariantContext& record, const SiteContext& context,
                                  const AnnotationSet& wanted) const {
   if (wanted.has(AnnotationField::DP)) {
-    int64_t depth = -1;
-    for (const GenotypeCall& call : context.calls)
-      if (call.depth >= 0) depth = std::max<int64_t>(depth, 0) + call.depth;
+    const int64_t depth = totalDepth(context);
     if (depth >= 0) record.addInfo("DP", "%" PRId64, depth);
   }
   if (wanted.has(AnnotationField::MQ) || wanted.has(AnnotationField::RAW_MQ))

@@ -167,8 +167,8 @@ TEST(CoverageTest, DepthAndMappingQuality) {
   maker.reads(2, 0, false, 30, 30).reads(1, 1, false, 2, 50).reads(1, 1, false, 30, 0).reads(1, -1);
   Fields fields = maker.annotate();
   EXPECT_EQ(fields["DP"], "11");
-  EXPECT_EQ(fields["RAW_MQ"], "4300.000");
-  EXPECT_EQ(fields["MQ"], "32.787");  // sqrt(4300 / 4)
+  EXPECT_EQ(fields["MQ"], "32.787");         // sqrt(4300 / 4)
+  EXPECT_EQ(fields["RAW_MQ"], "11825.000");  // for each of DP, also those without a base here
   EXPECT_EQ(fields["MQ0"], "1");
   EXPECT_EQ(fields["GQ_MEAN"], "30.250");
   EXPECT_EQ(fields.count("MIN_DP") + fields.count("SB") + fields.count("GQ_STDDEV"), 0u);  // not a number
