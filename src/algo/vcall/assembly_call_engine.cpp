@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <stdexcept>
 
 #include "base/text.h"
 #include "base/timer.h"
@@ -14,7 +13,6 @@ constexpr uint32_t kPadding = 100;  // bases of assembly to each side of an acti
 // Bases before a shard in which an inactive position makes its regions those that any other cut would give. Of a longer
 // run the regions depend on the cut.
 constexpr uint32_t kLookBack = 1000;
-constexpr uint32_t kReferenceBatch = 1 << 16;
 
 uint32_t minus(uint32_t position, uint32_t bases) {
   return position - std::min(position, bases);
@@ -101,17 +99,9 @@ void AssemblyCallAlgo::Engine::feed(uint32_t start, uint32_t end) {
 void AssemblyCallAlgo::Engine::fetchReference(uint32_t start, uint32_t end) {
   static Timer* const ref_timer = timer("fetch_ref");
   TimerScope scope(ref_timer);
-  const char* const contig = context->shard.contig;
   // What pending regions will need lies before.
   const uint32_t from = std::min(start, minus(tracker_.settledTo(), kPadding));
-  if (window_contig_ == contig && from >= window_.start && end <= window_.end()) return;
-  const uint32_t size = std::min(std::max(end - from, kReferenceBatch), contig_end_ - from);
-  window_contig_ = contig;
-  window_.start = from;
-  window_.bases.resize(size);
-  if (context->reference->fetch(contig, from, from + size, window_.bases.data()) != size)
-    throw std::runtime_error("Failed to read contig " + window_contig_ + " from " +
-                             context->reference->path());
+  window_.hold(*context->reference, context->shard.contig, from, end);
 }
 
 void AssemblyCallAlgo::Engine::fetchReads(uint32_t start, uint32_t end, std::vector<Read*>& reads) {

@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "algo/vcall/activity_tracker.h"
@@ -55,8 +54,8 @@ class AssemblyCallAlgo::Engine : public VariantCallAlgo::Engine {
 
   // Of the region being called.
   std::vector<double> rows_;     // reads by haplotypes, log10
-  std::vector<Read*> aligned_;   // by read, as its best haplotype aligns it
-  std::vector<ReadClip> clips_;  // of these
+  std::vector<Read*> aligned_;   // by read, as its best haplotype aligns it; borrowed
+  std::vector<ReadClip> clips_;  // what of these was evaluated
   std::vector<RegionRecord> held_;
 
  private:
@@ -98,9 +97,8 @@ class AssemblyCallAlgo::Engine : public VariantCallAlgo::Engine {
   uint32_t run_start_ = 0;           // a region that begins here may be part of a longer run
   uint32_t certain_from_ = 0;        // regions from here on are those of the shard before, too
 
-  std::string window_contig_;
-  ReferenceWindow window_;
+  MovingReference window_;
   std::vector<Read*> reads_;
   std::vector<ActivePosition> active_;                     // of the window
-  std::vector<std::unique_ptr<RealignedRead>> realigned_;  // of the region
+  std::vector<std::unique_ptr<RealignedRead>> realigned_;  // what is new in aligned_
 };

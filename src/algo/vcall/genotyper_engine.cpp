@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <stdexcept>
 
 #include "base/timer.h"
 
@@ -11,7 +10,6 @@ namespace {
 constexpr uint32_t kExcluded = FLAG_UNMAPPED | FLAG_SECONDARY | FLAG_QC_FAIL | FLAG_DUPLICATE;
 constexpr uint32_t kReferencePad = 200;
 // The reference is read in pieces of at least so many bases.
-constexpr uint32_t kReferenceBatch = 1 << 16;
 constexpr uint64_t kPileupBytes = 32 << 20;
 constexpr uint64_t kLongestRegion = 4096;
 
@@ -81,16 +79,7 @@ bool Genotyper::Engine::fetchReference(uint32_t start, uint32_t& end) {
   if (start >= length) return false;
   end = std::min(end, length);
   const uint32_t from = start - std::min(start, pad), to = end + std::min(length - end, pad);
-  if (window_contig_ == contig && from >= window_.start && to <= window_.end()) return true;
-
-  const uint32_t size = std::min(std::max(to - from, kReferenceBatch), length - from);
-  window_contig_ = contig;
-  window_.start = from;
-  window_.bases.resize(size);
-  const uint32_t fetched = context->reference->fetch(contig, from, from + size, window_.bases.data());
-  if (fetched != size)
-    throw std::runtime_error("Failed to read contig " + window_contig_ + " from " +
-                             context->reference->path());
+  window_.hold(*context->reference, contig, from, to);
   return true;
 }
 

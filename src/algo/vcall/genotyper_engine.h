@@ -55,8 +55,7 @@ class Genotyper::Engine final : public VariantCallAlgo::Engine, private Genotype
   uint32_t region_limit_;  // bases: bounds the memory of the pileup
   uint32_t done_ = 0;      // positions before it are called
 
-  std::string window_contig_;
-  ReferenceWindow window_;  // holds the region and what it needs beside it
+  MovingReference window_;  // holds the region and what it needs beside it
   std::vector<Read*> reads_;
   std::vector<std::vector<Read*>> sample_reads_;
   std::unique_ptr<SNPPileup> pileup_;  // null when no SNPs are called
