@@ -351,6 +351,8 @@ def test_bad_files(run, cohort, tmp_path):
             (tmp_path / "noindex.g.vcf", RUN, "Failed to load index for {}"), (tmp_path / "none.g.vcf.gz", RUN, "Failed to open vcf file {}"),
             (made("short", snp + "0/1:3,9,0:90,0,80\n"), RUN, "{}"), (made("long", snp + "0/1:3,9,0:90,0,80,99,99,99,99\n"), RUN, "{}"),
             (made("ad", snp + "0/1:3,9,0,5:90,0,80,99,99,99\n"), RUN, "{}"), (made("word", snp + "0/1:3,9,0:90,x,80,99,99,99\n"), RUN, "{}"),
+            (made("cut_line", block, snp[: snp.index("GT:")] + "GT\n"), RUN, "{}"),
+            (made("chromosomes", block.replace("0/0", "/".join("0" * 1001))), RUN, "Input file {} has samples of ploidy 1001, above 1000"),
             (made("huge", snp + "0/1:3,9,0:90,0,99999999999999,99,99,99\n"), RUN, "{}"),
             (made("ploidy", snp + "0/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1/1:3,9,0:90,0,80,99,99,99\n"), RUN, "{}")):
         done = run("-t", 2, *words("ref.fa", [good, path], "out.vcf.gz"))

@@ -46,14 +46,10 @@ void GenotypeMerge::add(const Event& event, const std::vector<int>& sampleMap, s
     GenotypeLikelihoods& likelihoods = samples.likelihoods[sample];
     map_.clear();
     uint32_t ploidy;
-    if (columns_.likelihoods(event.alts.size(), ploidy, pl_)) {
-      if (ploidy > max_ploidy_)
-        failRecord(*event.line, format("Sample %zu has ploidy %u, above %u of the files' first records",
-                                       column + 1, ploidy, max_ploidy_));
-      if (likelihoods.gl.empty() || likelihoods.ploidy == ploidy) {
-        likelihoods.ploidy = ploidy;
-        addLikelihoods(event, alleles, likelihoods);
-      }
+    if (columns_.likelihoods(event.alts.size(), max_ploidy_, ploidy, pl_) &&
+        (likelihoods.gl.empty() || likelihoods.ploidy == ploidy)) {
+      likelihoods.ploidy = ploidy;
+      addLikelihoods(event, alleles, likelihoods);
     }
     addCounts(event, alleles, samples.counts[sample]);
     if (!event.starts || event.isBlock) continue;

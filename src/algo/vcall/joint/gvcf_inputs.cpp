@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <future>
+#include <numeric>
 #include <stdexcept>
+#include <string_view>
 
+#include "algo/vcall/joint/sample_columns.h"
 #include "base/crash.h"
 #include "base/descriptor_limit.h"
 #include "base/log.h"
@@ -42,26 +44,21 @@ void reserveDescriptors(const GVCFInputs::Run& run, size_t inputs) {
 }
 
 // The numbers, or points in their place, that stand between the slashes of a genotype, up to anything else.
-uint32_t countChromosomes(const char* text, const char* end) {
+uint32_t countChromosomes(std::string_view genotype) {
   uint32_t count = 0;
-  for (;; ++text) {
-    const char* const number = text;
-    while (text < end && *text >= '0' && *text <= '9') ++text;
-    if (text == number && text < end && *text == '.') ++text;
-    if (text == number) return count;
+  for (size_t at = 0;; ++at) {
+    const size_t number = at;
+    while (at < genotype.size() && genotype[at] >= '0' && genotype[at] <= '9') ++at;
+    if (at == number && at < genotype.size() && genotype[at] == '.') ++at;
+    if (at == number) return count;
     ++count;
-    if (text == end || *text != '/') return count;
+    if (at == genotype.size() || genotype[at] != '/') return count;
   }
 }
 
-uint32_t ploidyOf(const VCFLine& record, size_t sample) {
-  VCFFieldCursor cursor(record, static_cast<int32_t>(sample));
-  while (cursor.next()) {
-    if (!cursor.is("GT")) continue;
-    const uint32_t count = countChromosomes(cursor.value, cursor.value + cursor.valueLength);
-    return count > 0 ? count : GVCFInputs::kUsualPloidy;
-  }
-  return GVCFInputs::kUsualPloidy;
+uint32_t ploidyOf(std::string_view genotype) {
+  const uint32_t count = countChromosomes(genotype);
+  return count > 0 ? count : GVCFInputs::kUsualPloidy;
 }
 
 }  // namespace
@@ -127,15 +124,26 @@ void GVCFInputs::addInput(const Run& run, size_t input, const std::vector<Contig
   std::vector<int>& map = sampleMaps[input];
   if (!header.merge(own, map, run.uniquifySamples)) refuse(": Incompatible input file " + path);
   ploidies.resize(header.samples.size(), kUsualPloidy);
+  SampleColumns columns;
+  if (first) columns.restart(*first);
   for (size_t sample = 0; sample < map.size(); ++sample) {
+    const bool known = first && columns.next();
     if (map[sample] < 0)
       fprintf(stderr, "Warning: %s: sample %s of input file %s is there already, not used again\n",
               run.name.c_str(), own.samples[sample].c_str(), path.c_str());
-    else if (first)
-      ploidies[static_cast<size_t>(map[sample])] = ploidyOf(*first, sample);
+    else if (known)
+      ploidies[static_cast<size_t>(map[sample])] = ploidyOf(columns.written("GT"));
   }
+  if (largestPloidy() > kMaxPloidy)
+    refuse(format(": Input file %s has samples of ploidy %u, above %u", path.c_str(), largestPloidy(),
+                  kMaxPloidy));
   // A copy has no buffers before it reads, which none but those of engines do from here on.
   caches[input] = std::make_unique<VCFCache>(*caches[input]);
+}
+
+uint32_t GVCFInputs::largestPloidy() const {
+  return std::accumulate(ploidies.begin(), ploidies.end(), kUsualPloidy,
+                         [](uint32_t a, uint32_t b) { return std::max(a, b); });
 }
 
 // What holds for records of one sample, and not for joint ones.

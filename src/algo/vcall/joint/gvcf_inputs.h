@@ -20,6 +20,7 @@
 struct GVCFInputs {
   // Of a sample whose file does not tell.
   static constexpr uint32_t kUsualPloidy = 2;
+  static constexpr uint32_t kMaxPloidy = 1000;
 
   // What is to be opened, and for whom.
   struct Run {
@@ -35,6 +36,9 @@ struct GVCFInputs {
       sampleMaps;                  // by path and column of that file: the output's column, -1: not used
   std::vector<uint32_t> ploidies;  // per sample of the output, from the first record of its file
   VCFHeader header;                // of all files; without what only GVCFs have
+
+  // Of the samples, kUsualPloidy at least.
+  uint32_t largestPloidy() const;
 
   // Opens `paths` and fills the rest. Makes room for their descriptors, and says in an std::invalid_argument how many
   // are needed when there is none. With a pool a file that cannot be opened ends the process with its text, status 255.

@@ -1,7 +1,6 @@
 // gvcftyper.cpp - options and start of GVCFtyper.
 #include "algo/vcall/joint/gvcftyper.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 #include <unordered_set>
@@ -84,8 +83,7 @@ std::vector<std::string> GVCFtyper::inputs() const {
 // ---- start ----
 
 int GVCFtyper::ploidy() const {
-  const std::vector<uint32_t>& ploidies = gvcfs_.ploidies;
-  return static_cast<int>(*std::max_element(ploidies.begin(), ploidies.end()));
+  return static_cast<int>(gvcfs_.largestPloidy());
 }
 
 void GVCFtyper::takeSamples() {

@@ -15,18 +15,10 @@
 
 namespace {
 
-constexpr uint32_t kReferenceBatch = 1 << 16;
-constexpr uint32_t kMaxPloidy = 1000;
 constexpr size_t kMaxGenotypes = 1 << 16;  // of a sample; bounds the memory of a site
 constexpr double kUninformative = -0.09;   // sum of log10 likelihoods that tell nothing
 constexpr int64_t kMinSampleReads = 3;     // a sample with fewer says nothing of its strands
 constexpr char kNonRefText[] = {kNonRefCode};
-
-uint32_t largestPloidy(const std::vector<uint32_t>& ploidies) {
-  uint32_t largest = 2;
-  for (const uint32_t ploidy : ploidies) largest = std::max(largest, ploidy);
-  return std::min(largest, kMaxPloidy);
-}
 
 // As many alternates as `limit` allows and the genotypes of a sample stay countable with.
 size_t limitOf(size_t limit, uint32_t ploidy) {
@@ -49,10 +41,10 @@ bool isSingleBase(const Allele& allele) {
 GVCFtyper::Engine::Engine(DriverContext* context, GVCFtyper* algo)
     : VariantCallAlgo::Engine(context, algo),
       gvcfs_(algo->gvcfs()),
-      max_alternates_(limitOf(algo->maxAltAlleles(), largestPloidy(gvcfs_.ploidies))),
+      max_alternates_(limitOf(algo->maxAltAlleles(), gvcfs_.largestPloidy())),
       inputs_(gvcfs_.caches.size()),
       events_(gvcfs_.caches.size()),
-      merge_(largestPloidy(gvcfs_.ploidies)) {
+      merge_(gvcfs_.largestPloidy()) {
   for (size_t i = 0; i < inputs_.size(); ++i)
     inputs_[i].cache = std::make_unique<VCFCache>(*gvcfs_.caches[i]);
 }
@@ -93,8 +85,10 @@ void GVCFtyper::Engine::advance(uint32_t from, uint32_t to) {
 // ---- records ----
 
 void GVCFtyper::Engine::fetchRecords(uint32_t from, uint32_t to) {
-  for (Input& input : inputs_) {
+  for (size_t i = 0; i < inputs_.size(); ++i) {
+    Input& input = inputs_[i];
     input.cache->fetch(static_cast<int32_t>(from), static_cast<int32_t>(to));
+    input.cache->requireColumn(gvcfs_.sampleMaps[i].empty() ? VCFLine::kInfo : VCFLine::kSample);
     input.cursor.restart(input.cache->records());
   }
 }
@@ -160,16 +154,10 @@ bool GVCFtyper::Engine::gatherEvents(uint32_t position, int32_t& longest) {
 // `length` bases, upper case and N, inside the contig. Valid until the next call.
 const char* GVCFtyper::Engine::reference(uint32_t position, uint32_t length) {
   const char* const contig = context->shard.contig;
-  if (window_contig_ != contig || position < window_.start || position + length > window_.end()) {
+  if (!window_.holds(contig, position, position + length)) {
     static Timer* const ref_timer = timer("fetch_ref");
     TimerScope scope(ref_timer);
-    const uint32_t size = std::min(std::max(length, kReferenceBatch), contig_end_ - position);
-    window_contig_ = contig;
-    window_.start = position;
-    window_.bases.resize(size);
-    if (context->reference->fetch(contig, position, position + size, window_.bases.data()) != size)
-      throw std::runtime_error("Failed to read contig " + window_contig_ + " from " +
-                               context->reference->path());
+    window_.hold(*context->reference, contig, position, position + length);
     for (char& base : window_.bases)
       if (!isBase(base)) base = 'N';
   }
@@ -212,8 +200,9 @@ void GVCFtyper::Engine::uniteAlleles(uint32_t position, int32_t length) {
   union_.build(events_, ref, length);
   if (union_.alts().size() > max_alternates_) {
     scores_.assign(union_.alts().size() + 1, 0.0);
-    forEvents(
-        [this](const Event& event, const std::vector<int>& map) { sumLikelihoods(event, map, scores_); });
+    forEvents([this, most = gvcfs_.largestPloidy()](const Event& event, const std::vector<int>& map) {
+      sumLikelihoods(event, map, most, scores_);
+    });
     union_.keepBest(events_, scores_, max_alternates_);
   }
   site_.position = position;

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "algo/vcall/joint/attribute_merge.h"
@@ -48,8 +47,7 @@ class GVCFtyper::Engine final : public VariantCallAlgo::Engine {
   size_t max_alternates_;
   std::vector<Input> inputs_;
   std::vector<uint32_t> positions_;  // that are called in the window, ascending
-  std::string window_contig_;
-  ReferenceWindow window_;
+  MovingReference window_;
   uint32_t contig_end_ = 0;
 
   std::vector<Event> events_;  // by input

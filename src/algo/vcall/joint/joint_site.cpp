@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <stdexcept>
 
 #include "algo/vcall/joint/sample_columns.h"
 
@@ -167,7 +166,8 @@ void AlleleUnion::keepBest(std::vector<Event>& events, const std::vector<double>
 
 // ---- scores ----
 
-void sumLikelihoods(const Event& event, const std::vector<int>& sampleMap, std::vector<double>& scores) {
+void sumLikelihoods(const Event& event, const std::vector<int>& sampleMap, uint32_t maxPloidy,
+                    std::vector<double>& scores) {
   if (!event.line) return;
   // By allele of the record, the reference first; several that are "*" count once.
   std::vector<int32_t> listed(event.alts.size() + 1, EventAllele::kDead);
@@ -186,7 +186,7 @@ void sumLikelihoods(const Event& event, const std::vector<int>& sampleMap, std::
   columns.restart(*event.line);
   for (size_t sample = 0; sample < sampleMap.size() && columns.next(); ++sample) {
     uint32_t ploidy;
-    if (sampleMap[sample] < 0 || !columns.likelihoods(event.alts.size(), ploidy, pl)) continue;
+    if (sampleMap[sample] < 0 || !columns.likelihoods(event.alts.size(), maxPloidy, ploidy, pl)) continue;
     int32_t least = pl[0];
     std::vector<uint32_t> best;
     GenotypeWalk walk(ploidy);

@@ -90,5 +90,7 @@ class AlleleUnion {
 };
 
 // Adds to `scores`, by allele of the union, how much better (phred, zero or negative) the best genotype with a listed
-// alternate is than the homozygous reference, for each sample of the output: `sampleMap` is negative for others.
-void sumLikelihoods(const Event& event, const std::vector<int>& sampleMap, std::vector<double>& scores);
+// alternate is than the homozygous reference, for each sample of the output: `sampleMap` is negative for others. Throws
+// as SampleColumns::likelihoods() does.
+void sumLikelihoods(const Event& event, const std::vector<int>& sampleMap, uint32_t maxPloidy,
+                    std::vector<double>& scores);

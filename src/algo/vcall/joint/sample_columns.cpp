@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
-#include <limits>
 #include <stdexcept>
 
 #include "algo/vcall/model/genotype_index.h"
@@ -22,13 +21,9 @@ void forPieces(std::string_view text, char separator, Take take) {
   }
 }
 
-bool isMissing(std::string_view value) {
-  return value.empty() || value == ".";
-}
-
 // The chromosomes of a GT: 0 when it is missing, "./." has 2.
 uint32_t ploidyOf(std::string_view genotype) {
-  if (isMissing(genotype)) return 0;
+  if (genotype.empty()) return 0;
   return 1 + static_cast<uint32_t>(std::count_if(genotype.begin(), genotype.end(),
                                                  [](char c) { return c == '/' || c == '|'; }));
 }
@@ -56,17 +51,15 @@ bool SampleColumns::next() {
   const char* const end = strchrnul(cursor_, '\t');
   values_.clear();
   forPieces({cursor_, static_cast<size_t>(end - cursor_)}, ':', [this](std::string_view value) {
-    if (values_.size() < keys_.size()) values_.push_back(isMissing(value) ? std::string_view() : value);
+    if (values_.size() < keys_.size()) values_.push_back(value);
   });
   cursor_ = *end == '\t' ? end + 1 : nullptr;
   ++sample_;
   return true;
 }
 
-std::string_view SampleColumns::value(const char* key) const {
-  for (size_t i = 0; i < keys_.size(); ++i)
-    if (keys_[i] == key) return value(i);
-  return {};
+size_t SampleColumns::place(const char* key) const {
+  return static_cast<size_t>(std::find(keys_.begin(), keys_.end(), key) - keys_.begin());
 }
 
 void SampleColumns::numbers(const char* key, std::vector<int32_t>& list, int32_t dot) const {
@@ -90,12 +83,16 @@ void SampleColumns::numbers(const char* key, std::vector<int32_t>& list, int32_t
   if (missing) list.clear();
 }
 
-bool SampleColumns::likelihoods(size_t alts, uint32_t& ploidy, std::vector<int32_t>& pl) const {
+bool SampleColumns::likelihoods(size_t alts, uint32_t maxPloidy, uint32_t& ploidy,
+                                std::vector<int32_t>& pl) const {
   pl.clear();
   ploidy = ploidyOf(value("GT"));
   if (ploidy == 0) return false;
   numbers("PL", pl);
   if (pl.empty()) return false;
+  if (ploidy > maxPloidy)
+    failRecord(*line_, format("Sample %d has ploidy %u, above %u, the largest of the files' first records",
+                              sample_, ploidy, maxPloidy));
   if (const size_t expected = GenotypeIndex::count(ploidy, alts + 1); pl.size() != expected)
     failRecord(*line_, format("PL of sample %d has %zu values, not the %zu of its genotypes", sample_,
                               pl.size(), expected));

@@ -147,19 +147,24 @@ TEST(SumLikelihoods, TakesTheBestGenotypeWithAListedAlternate) {
   AlleleUnion alleles;
   alleles.build(made.events, kReference, 1);
   std::vector<double> scores(3, 0.0);
-  sumLikelihoods(made.events[0], {0, 1, 2, 3, 4, 5, -1}, scores);
+  sumLikelihoods(made.events[0], {0, 1, 2, 3, 4, 5, -1}, 4, scores);
   EXPECT_EQ(scores, (std::vector<double>{0, -90 - 50 - 40, -90}));
 
   MadeEvents deleted;  // "*" is the first of its alleles alone
   deleted.add(1, 1, "ACG", "A,AC,<NON_REF>", ".", "GT:PL", "1:50,30,0,90");
   alleles.build(deleted.events, kReference + 1, 1);
   scores.assign(2, 0.0);
-  sumLikelihoods(deleted.events[0], {0}, scores);
+  sumLikelihoods(deleted.events[0], {0}, 4, scores);
   EXPECT_EQ(scores[1], -20);
 
   MadeEvents wrong;
   wrong.add(0, 1, "A", "C,<NON_REF>", ".", "GT:PL", "0/1:1,2,3");
   alleles.build(wrong.events, kReference, 1);
-  EXPECT_THROW(sumLikelihoods(wrong.events[0], {0}, scores), std::runtime_error);
+  EXPECT_THROW(sumLikelihoods(wrong.events[0], {0}, 4, scores), std::runtime_error);
+
+  MadeEvents many;  // genotypes that would take too long to walk through
+  many.add(0, 1, "A", "C", ".", "GT:PL", "0/0/0/0/1:9,8,7,6,5,4");
+  alleles.build(many.events, kReference, 1);
+  EXPECT_THROW(sumLikelihoods(many.events[0], {0}, 4, scores), std::runtime_error);
 }
 }  // namespace
