@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
-#include <numeric>
 #include <stdexcept>
 #include <string_view>
 #include <unordered_map>
@@ -17,6 +16,7 @@
 #include "algo/vcall/read_sampling.h"
 #include "algo/vcall/read_window.h"
 #include "algo/vcall/region_trimmer.h"
+#include "base/bases.h"
 #include "base/timer.h"
 
 namespace {
@@ -40,10 +40,6 @@ bool before(const ReadClip& a, const ReadClip& b) {
   return a.sample < b.sample;
 }
 
-bool isBase(char letter) {
-  return letter == 'A' || letter == 'C' || letter == 'G' || letter == 'T';
-}
-
 std::unique_ptr<Haplotype> makeReference(const AssemblyTask& task) {
   auto reference = std::make_unique<Haplotype>();
   reference->bases = task.reference.bases;
@@ -57,7 +53,7 @@ std::unique_ptr<Haplotype> makeReference(const AssemblyTask& task) {
 // take such letters go.
 void acceptUnknownReference(std::vector<std::unique_ptr<Haplotype>>& haplotypes,
                             const ReferenceWindow& reference) {
-  if (std::all_of(reference.bases.begin(), reference.bases.end(), isBase)) return;
+  if (allBases(reference.bases)) return;
   for (auto& haplotype : haplotypes) {
     size_t in_ref = size_t(haplotype->alignmentStart), in_read = 0;
     for (const uint32_t word : haplotype->cigar) {
@@ -76,8 +72,7 @@ void acceptUnknownReference(std::vector<std::unique_ptr<Haplotype>>& haplotypes,
     return !haplotype->isRef &&
            std::any_of(haplotype->eventMap.begin(), haplotype->eventMap.end(), [](const auto& entry) {
              const HaplotypeEvent& event = entry.second;
-             return !std::all_of(event.ref.begin(), event.ref.end(), isBase) ||
-                    !std::all_of(event.alt.begin(), event.alt.end(), isBase);
+             return !allBases(event.ref) || !allBases(event.alt);
            });
   });
 }
@@ -92,15 +87,19 @@ std::vector<size_t> readsPerSample(const std::vector<ReadClip>& reads, size_t sa
 void boundCells(AssemblyTask& task, size_t samples) {
   double bases = 0;
   for (const ReadClip& clip : task.reads) bases += clip.length();
-  const double most = RegionAssembler::kMaxCells;
-  const double per_haplotype = bases * (task.trimmedInterval.end - task.trimmedInterval.start);
-  if (per_haplotype * double(task.haplotypes.size()) <= most) return;
-  const auto affordable = size_t(most / per_haplotype);
-  RegionTrimmer::sortUnique(task.haplotypes, std::max(affordable, RegionAssembler::kFewHaplotypes));
-  const double share = most / (per_haplotype * double(task.haplotypes.size()));
-  if (share >= 1) return;
+  const auto share = [&] {  // that is affordable; insertions that are given may be long
+    double cells = 0;
+    for (const auto& haplotype : task.haplotypes) cells += bases * double(haplotype->bases.size());
+    return RegionAssembler::kMaxCells / cells;
+  };
+  const double affordable = share();
+  if (!(affordable < 1)) return;
+  RegionTrimmer::sortUnique(task.haplotypes, std::max(size_t(affordable * double(task.haplotypes.size())),
+                                                      RegionAssembler::kFewHaplotypes));
+  const double of_reads = share();
+  if (!(of_reads < 1)) return;
   std::vector<size_t> limits = readsPerSample(task.reads, samples);
-  for (size_t& limit : limits) limit = size_t(std::ceil(double(limit) * share));
+  for (size_t& limit : limits) limit = size_t(std::ceil(double(limit) * of_reads));
   sampleReads(task.reads, limits, task.contig, task.activeInterval.start);
 }
 
