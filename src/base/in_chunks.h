@@ -1,7 +1,6 @@
 // in_chunks.h - one loop spread over the idle threads of a pool.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <exception>
 #include <future>

@@ -110,7 +110,6 @@ void AssemblyCallAlgo::parseKmerSizes(const char* text) {
   assemblyParam().kmerSizes = std::move(sizes);
 }
 
-// Checks what the options say together, and sets up the likelihoods.
 void AssemblyCallAlgo::settleAssembly(std::unique_ptr<PairHMM::Model> model) {
   // The one place that knows which assemblers there are.
   if (assemblyParam().assembleMode == 2)

@@ -1,5 +1,7 @@
 // assembly_call_algo.h - what callers by assembly share: the options of assembly and of read likelihoods, and the pipeline
 // of regions (assembly_call_engine.h). A caller says where to look, and what the reads under the haplotypes mean.
+// Threads  constant from init() on.
+// Errors   std::invalid_argument with the algorithm's name in front, for options.
 #pragma once
 
 #include <memory>
@@ -28,7 +30,7 @@ class AssemblyCallAlgo : public VariantCallAlgo {
   AssemblyCallAlgo(DriverContext* context, int count, const char* const args[]);
   ~AssemblyCallAlgo() override;
 
-  virtual Param& assemblyParam() = 0;
+  virtual Param& assemblyParam() = 0;  // the caller's own; options are written to it
   void addPcrOption(OptionParser& parser);
   void addAssemblyOptions(OptionParser& parser);  // of likelihoods, too
   // Binds an option whose value must lie in [low, high].

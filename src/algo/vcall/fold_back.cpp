@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <string_view>
 
 #include "base/bases.h"
 #include "readdata/bam/bam_record.h"

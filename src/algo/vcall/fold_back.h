@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string_view>
 
 #include "algo/vcall/reference_window.h"
 #include "readdata/bam/read.h"

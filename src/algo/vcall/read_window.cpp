@@ -1,7 +1,6 @@
 #include "algo/vcall/read_window.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace {
 

@@ -1,7 +1,6 @@
 #include "algo/vcall/region_trimmer.h"
 
 #include <algorithm>
-#include <string>
 #include <tuple>
 #include <utility>
 

@@ -6,7 +6,6 @@
 // joined by '+' (12x3+14), minPL joined by commas.
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 

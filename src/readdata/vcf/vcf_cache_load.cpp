@@ -1,6 +1,5 @@
 // Reading on: from the chunks of the index to the first record of a region, from there line by line.
 #include <algorithm>
-#include <cstdio>
 #include <memory>
 #include <stdexcept>
 

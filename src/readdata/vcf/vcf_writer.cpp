@@ -1,7 +1,6 @@
 #include "readdata/vcf/vcf_writer.h"
 
 #include <cassert>
-#include <cstdio>
 #include <stdexcept>
 #include <unistd.h>
 #include <utility>

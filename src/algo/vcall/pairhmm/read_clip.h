@@ -9,11 +9,9 @@
 
 struct ReadClip {
   Read* read = nullptr;
-  int32_t readStart = 0, readEnd = 0;       // offsets of the evaluated bases
-  uint32_t refStart = 0, refEnd = 0;        // what that part spans of the reference
-  const ReadClip* mateOrOverlap = nullptr;  // the clip of the mate that covers the same bases, or null
-  void* scratch = nullptr;                  // for whoever holds the clips
-  int32_t sample = 0;                       // in the samples of the output
+  int32_t readStart = 0, readEnd = 0;  // offsets of the evaluated bases
+  uint32_t refStart = 0, refEnd = 0;   // what that part spans of the reference
+  int32_t sample = 0;                  // in the samples of the output
 
   int32_t length() const { return readEnd - readStart; }
 };
