@@ -223,15 +223,6 @@ std::vector<std::string> TNhaplotyper::inputs() const {
 
 // ---- start ----
 
-void TNhaplotyper::init() {
-  AssemblyCallAlgo::init();
-  if (merge_) return;
-  for (const std::string& path : cosmic_files_)
-    if (!path.empty()) cosmic_.push_back(openVcf(path));
-  for (const std::string& path : panel_files_)
-    if (!path.empty()) panel_.push_back(openVcf(path));
-}
-
 int32_t TNhaplotyper::sampleOfName(const std::string& sample) const {
   if (sample == tumor_sample_) return kTumor;
   return hasNormal() && sample == normal_sample_ ? kNormal : -1;
@@ -250,6 +241,14 @@ void TNhaplotyper::takeSamples() {
   if (others) refuse(": the input bam file has SM tags that are not being used");
   samples_.push_back(use_real_sample_name_ ? tumor_sample_ : "TUMOR");
   if (hasNormal()) samples_.push_back(use_real_sample_name_ ? normal_sample_ : "NORMAL");
+  openKnown(cosmic_files_, cosmic_);
+  openKnown(panel_files_, panel_);
+}
+
+void TNhaplotyper::openKnown(const std::vector<std::string>& paths,
+                             std::vector<std::unique_ptr<VCFCache>>& caches) const {
+  for (const std::string& path : paths)
+    if (!path.empty()) caches.push_back(openVcf(path));
 }
 
 std::string TNhaplotyper::contigFault(const std::string& path) const {

@@ -31,12 +31,12 @@ class TNhaplotyper final : public AssemblyCallAlgo {
   TNhaplotyper(DriverContext* context, int count, const char* const args[]);
 
   std::vector<std::string> inputs() const override;
-  void init() override;
   Algo::Engine* newEngine(DriverContext* context, int index) override;
 
  protected:
   AssemblyCallAlgo::Param& assemblyParam() override { return param_; }
-  // Makes the columns: the tumor, and behind it the normal. sample_of_group_ holds kTumor or kNormal.
+  // Makes the columns: the tumor, and behind it the normal. sample_of_group_ holds kTumor or kNormal. Opens the files of
+  // known variants, for the output does not exist yet.
   void takeSamples() override;
   std::string contigFault(const std::string& path) const override;
   void addHeaderLines(VCFHeader& header) override;
@@ -51,6 +51,7 @@ class TNhaplotyper final : public AssemblyCallAlgo {
   void addFraction(OptionParser& parser, const char* option, const char* help, double& field);
   void settleParam();
   std::unique_ptr<PairHMM::Model> makeModel() const;
+  void openKnown(const std::vector<std::string>& paths, std::vector<std::unique_ptr<VCFCache>>& caches) const;
   int32_t sampleOfName(const std::string& sample) const;
   bool hasNormal() const { return !normal_sample_.empty(); }
   std::string usage() const;

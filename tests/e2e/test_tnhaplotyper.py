@@ -1,0 +1,197 @@
+"""TNhaplotyper: a simulated tumor beside its normal, alone and with faults, however the reads come in, and bad input."""
+
+import re
+import subprocess
+
+import pysam
+import pytest
+
+from test_genotyper import records_of, same_but_command, text_of
+
+SAMPLES = ["--tumor_sample", "TUMOR", "--normal_sample", "NORMAL"]
+
+
+@pytest.fixture(scope="module")
+def pair(simulate, tmp_path_factory):
+    """pair(option=value): a folder with a tumor, its normal and what is true of them; made once."""
+    made = {}
+
+    def make(**options):
+        key = tuple(sorted(options.items()))
+        if key not in made:
+            made[key] = tmp_path_factory.mktemp("pair")
+            words = [w for k, v in options.items() for w in (f"--{k.replace('_', '-')}", str(v))]
+            subprocess.run([simulate, "--out-dir", made[key], "--contigs", "chr1:120000,chr2:40000", "--samples", "NORMAL",
+                            "--tumor", "TUMOR", "--flag-duplicates", *words], check=True, stdout=subprocess.DEVNULL)
+        return made[key]
+
+    return make
+
+
+@pytest.fixture
+def call(run, tmp_path):
+    """call(folder, output, *options, bams, head): the output's path, after a run that went well."""
+
+    def somatic(folder, output, *options, bams=("TUMOR", "NORMAL"), head=("-t", 2), samples=SAMPLES):
+        reads = [word for bam in bams for word in ("-i", folder / f"{bam}.bam")]
+        done = run(*head, "-r", folder / "reference.fa", *reads, "--algo", "TNhaplotyper", *samples, *options, output)
+        assert done.returncode == 0, done.stderr
+        return tmp_path / output
+
+    return somatic
+
+
+def key(record):
+    return record.contig, record.pos, record.ref, record.alts[0]
+
+
+def passing(path):
+    return {key(r) for r in records_of(path) if r.filter == "PASS"}
+
+
+def test_finds_the_truth(call, pair):
+    folder = pair(seed=11)
+    path = call(folder, "out.vcf.gz", "-d", folder / "known_sites.vcf.gz", "--cosmic", folder / "cosmic.vcf.gz", "--pon", folder / "pon.vcf.gz")
+    truth = {key(r): float(r.info["AF"]) for r in records_of(folder / "somatic.vcf.gz")}
+    found = passing(path)
+    clear = {k for k, fraction in truth.items() if fraction >= 0.1}
+    assert len(clear) > 50 and len(found & clear) >= 0.94 * len(clear), sorted(clear - found)
+    assert len(found - set(truth)) <= 1, sorted(found - set(truth))
+    faint = {k for k, fraction in truth.items() if fraction < 0.1}
+    assert len(found & faint) >= 0.5 * len(faint)
+    known = {key(r) for r in records_of(folder / "known_sites.vcf.gz")}
+    filters = set(re.findall("##FILTER=<ID=([^,]*)", text_of(path)))
+    for record in records_of(path):
+        assert record.qual == "." and set(record.filter.split(";")) <= filters | {"PASS"}
+        assert (record.samples[0]["GT"], record.samples[1]["GT"]) == ("0/1", "0/0") and ("DB" in record.info) == (key(record) in known)
+        tlod, nlod = float(record.info["TLOD"]), float(record.info["NLOD"])
+        assert tlod >= 4 and nlod >= 0.5 and ("t_lod_fstar" in record.filter) == (tlod < 6.3), record.line
+        assert ("germline_risk" in record.filter) >= (nlod < 2.2) and len(record.alts) == 1
+    with pysam.VariantFile(str(path)) as file:
+        assert list(file.header.samples) == ["TUMOR", "NORMAL"] and sum(1 for _ in file) == len(records_of(path))
+
+
+def test_filters_faults_and_leaves_a_normal_alone(call, pair):
+    faults = {"strand_artefact_rate": 0.0002, "end_artefact_rate": 0.0002, "oxidation_rate": 0.0004}
+    folder = pair(seed=12, somatic_snv_rate=0, somatic_indel_rate=0, **faults)
+    planted = {(r.contig, r.pos) for r in records_of(folder / "artefacts.vcf.gz")}
+    open_to_all = call(folder, "all.vcf", "--filter_artefacts", 0)
+    filtered = call(folder, "filtered.vcf")
+    assert [r.line.split("\t")[:5] for r in records_of(open_to_all)] == [r.line.split("\t")[:5] for r in records_of(filtered)]
+    assert len(passing(open_to_all)) > 10 and len(passing(filtered)) <= 0.3 * len(passing(open_to_all))
+    assert {k[:2] for k in passing(filtered)} <= planted
+    used = set(";".join(r.filter for r in records_of(filtered)).split(";"))
+    assert {"strand_artefact", "read_end_artefact", "oxidation_artefact"} <= used
+    clean = pair(seed=13, somatic_snv_rate=0, somatic_indel_rate=0)
+    assert not passing(call(clean, "clean.vcf"))
+
+
+def test_same_calls_however_the_reads_come(call, run, pair, tmp_path):
+    folder = pair(seed=11)
+    small = ["--shard_param", "5000/500"]
+    options = ["--tumor_contamination_frac", "0.02"]
+    whole = call(folder, "whole.vcf.gz", *options, head=["-t", 1])
+    assert len(passing(whole)) > 50
+    # The tumor in two files of one read group each, the normal in front.
+    with pysam.AlignmentFile(folder / "TUMOR.bam") as source:
+        header = source.header.to_dict()
+        group = header["RG"][0]
+        for part in (0, 1):
+            header["RG"] = [{**group, "ID": f"part{part}"}]
+            with pysam.AlignmentFile(tmp_path / f"part{part}.bam", "wb", header=header) as out:
+                for read in source.fetch(until_eof=True):
+                    if sum(read.query_name.encode()) % 2 == part:
+                        read.set_tag("RG", f"part{part}")
+                        out.write(read)
+            source.reset()
+            pysam.index(str(tmp_path / f"part{part}.bam"))
+    for name, bams, head in (("order", ("NORMAL", "TUMOR"), ["-t", 3, *small]), ("parts", ("NORMAL", tmp_path / "part1", tmp_path / "part0"), ["-t", 2])):
+        assert same_but_command(call(folder, f"{name}.vcf.gz", *options, bams=bams, head=head)) == same_but_command(whole), name
+    for i, region in enumerate(("chr1:1-45000", "chr1:45001-120000", "chr2:1-40000")):
+        call(folder, f"{i}.vcf.gz", *options, head=["-t", 2, *small, "--shard", region])
+    assert run("--algo", "TNhaplotyper", "--merge", "merged.vcf.gz", "0.vcf.gz", "1.vcf.gz", "2.vcf.gz").returncode == 0
+    assert same_but_command(tmp_path / "merged.vcf.gz") == same_but_command(whole)
+
+
+def test_events_of_one_region(call, pair, tmp_path):
+    folder = pair(seed=13, somatic_snv_rate=0, somatic_indel_rate=0)
+    # Of a third of the fragments, the bases at so many positions are others: 2 in one region, 3 in the next.
+    places = [9999, 10019, 14999, 15011, 15029]
+    with pysam.AlignmentFile(folder / "NORMAL.bam") as source:
+        header = source.header.to_dict()
+        header["RG"] = [{**group, "ID": "t", "SM": "TUMOR"} for group in header["RG"][:1]]
+        with pysam.AlignmentFile(tmp_path / "made.bam", "wb", header=header) as out:
+            for read in source.fetch("chr2"):
+                if read.query_sequence and sum(read.query_name.encode()) % 3 == 0:
+                    bases, quals = list(read.query_sequence), read.query_qualities
+                    for offset, place in read.get_aligned_pairs(matches_only=True):
+                        if place in places:
+                            bases[offset] = "ACGT"[("ACGT".index(bases[offset]) + 1) % 4]
+                    read.query_sequence, read.query_qualities = "".join(bases), quals
+                read.set_tag("RG", "t")
+                out.write(read)
+    pysam.index(str(tmp_path / "made.bam"))
+    found = records_of(call(folder, "out.vcf", bams=[tmp_path / "made", "NORMAL"], head=["-t", 2, "--interval", "chr2:9000-16000"]))
+    assert [r.pos for r in found] == [place + 1 for place in places]
+    two, three = found[:2], found[2:]
+    assert all(r.filter == "PASS" and (r.info["ECNT"], r.info["MAX_ED"], r.info["MIN_ED"]) == ("2", "20", "20") for r in two)
+    assert all(r.filter == "homologous_mapping_event;clustered_events" for r in three)
+    assert all((r.info["ECNT"], r.info["MAX_ED"], r.info["MIN_ED"]) == ("3", "18", "12") for r in three)
+    for group in (two, three):
+        first = group[0]
+        assert all(r.samples[0]["PGT"] == "0|1" and r.samples[0]["PID"] == f"{first.pos}_{first.ref}_{first.alts[0]}" for r in group)
+        assert all(r.samples[1].get("PID", ".") == "." for r in group)
+
+
+def test_without_a_normal(call, pair):
+    folder = pair(seed=11)
+    alone = ["--tumor_sample", "TUMOR"]
+    path = call(folder, "alone.vcf", "--use_real_sample_name", bams=["TUMOR"], samples=alone, head=["-t", 2, "--interval", "chr2"])
+    records = records_of(path)
+    assert records and all("NLOD" not in r.info and len(r.samples) == 1 and "normal" not in r.filter and "germline" not in r.filter for r in records)
+    germline = {key(r) for r in records_of(folder / "truth.vcf.gz") if r.contig == "chr2" and len(r.alts) == 1}
+    assert len(passing(path) & germline) >= 0.8 * len(germline)
+    # A panel of these calls removes them, but not from the next member of the panel.
+    panel = make_vcf_indexed(path)
+    options = ["--pon", panel]
+    head = ["-t", 2, "--interval", "chr2"]
+    again = call(folder, "again.vcf", *options, bams=["TUMOR"], samples=alone, head=head)
+    assert not passing(again) and all("panel_of_normals" in r.filter and int(r.info["PON"]) >= 1 for r in records_of(again))
+    detected = call(folder, "detected.vcf", *options, "--detect_pon", bams=["TUMOR"], samples=alone, head=head)
+    assert passing(detected) == passing(path)
+
+
+def make_vcf_indexed(path):
+    return pysam.tabix_index(str(path), preset="vcf", keep_original=True, force=True)
+
+
+def test_bad_input(run, pair, tmp_path):
+    folder = pair(seed=11)
+    base = ["-r", folder / "reference.fa", "-i", folder / "TUMOR.bam", "-i", folder / "NORMAL.bam", "--algo", "TNhaplotyper"]
+    other = tmp_path / "other.vcf.gz"
+    with pysam.VariantFile(str(other), "w", header=pysam.VariantHeader()) as file:
+        file.header.add_line("##contig=<ID=chr9,length=5>")
+    pysam.tabix_index(str(other), preset="vcf", force=True)
+    bare = tmp_path / "bare.vcf"
+    bare.write_text("##fileformat=VCFv4.2\n#CHROM\tPOS\tID\tREF\tALT\tQUAL\tFILTER\tINFO\n")
+    for options, text in (
+            ([], "missing tumor sample"),
+            (["--tumor_sample", "X", "--normal_sample", "NORMAL"], "tumor sample SM tag is not present in the bam file"),
+            (["--tumor_sample", "TUMOR", "--normal_sample", "X"], "normal sample SM tag is not present in the bam file"),
+            (["--tumor_sample", "TUMOR", "--normal_sample", "TUMOR"], "tumor and normal are the same sample TUMOR"),
+            (["--tumor_sample", "TUMOR"], "the input bam file has SM tags that are not being used"),
+            ([*SAMPLES, "--tumor_sample", "B"], "multiple tumor sample id"),
+            ([*SAMPLES, "--normal_sample", "B"], "multiple normal sample id"),
+            ([*SAMPLES, "--pon", other], f"Contigs in vcf {other} are not compatible with reference"),
+            ([*SAMPLES, "--cosmic", other], f"Contigs in vcf {other} are not compatible with reference"),
+            ([*SAMPLES, "--tumor_contamination_frac", "1"], "invalid tumor_contamination_frac 1"),
+            ([*SAMPLES, "--normal_contamination_frac", "-0.1"], "invalid normal_contamination_frac -0.1"),
+            ([*SAMPLES, "--min_tumor_lod", "nan"], "invalid min_tumor_lod nan"),
+            ([*SAMPLES, "--phasing", "2"], "invalid phasing 2"),
+    ):
+        done = run(*base, *options, "out.vcf")
+        assert done.returncode != 0 and f"TNhaplotyper: {text}" in done.stderr and not (tmp_path / "out.vcf").exists(), done.stderr
+    done = run(*base, *SAMPLES, "--pon", bare, "out.vcf")
+    assert done.returncode != 0 and str(bare) in done.stderr
+    assert run(*base, *SAMPLES, "--tumor_contamination_frac", "0.999", "most.vcf").returncode == 0
+    assert not passing(tmp_path / "most.vcf")
