@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,10 @@ struct RegionRecord {
 //
 // Called haplotypes are those that carry an alternate in any of the sample's genotypes. Two heterozygous records are of a
 // group when their alternates have the same called haplotypes, or share all of them out: on the same chromosome, or on
-// opposite ones. The first of a group is 0|1. A homozygous record whose alternate all called haplotypes carry fits every
+// opposite ones. Assembly by short k-mers also makes haplotypes that no chromosome is. So two neighbours are of a group as
+// well when the `reads` (with `rows` of reads x haplotypes, NaN in front of one that says nothing) that reach both agree
+// on one of the two; without reads the haplotypes alone decide. The first of a group is 0|1. A homozygous record whose alternate all called haplotypes carry fits every
 // group, and joins that of the heterozygous record before it, or else behind it; without any, such records are one group.
 // Records of two alternates, of <NON_REF> and without a genotype have no phase, and neither has a group of one.
-void phaseRecords(std::vector<RegionRecord>& records, size_t haplotypes, const std::string& sample);
+void phaseRecords(std::vector<RegionRecord>& records, size_t haplotypes, const std::string& sample,
+                  std::span<const ReadClip> reads = {}, std::span<const double> rows = {});

@@ -19,6 +19,7 @@ struct PhasingTest : testing::Test {
     RegionRecord& made = records.back();
     made.site = std::make_unique<const EventSite>(std::move(site));
     made.record.start = position;
+    made.record.end = position + uint32_t(ref.size() - cut);
     made.record.ref = made.site->ref.data();
     made.record.refLength = int32_t(ref.size() - cut);
     for (const std::string& alt : made.site->alts)
@@ -30,8 +31,9 @@ struct PhasingTest : testing::Test {
     add(position, "A", {"C"}, {carriers}, "0/1");
   }
   // PGT and PID per record, "-" without.
-  std::vector<std::string> phases(size_t haplotypes) {
-    phaseRecords(records, haplotypes, "s");
+  std::vector<std::string> phases(size_t haplotypes, std::span<const ReadClip> reads = {},
+                                  std::span<const double> rows = {}) {
+    phaseRecords(records, haplotypes, "s", reads, rows);
     std::vector<std::string> texts;
     for (const RegionRecord& record : records) {
       const auto &phase = record.record.getGenotype("s", "PGT"), &id = record.record.getGenotype("s", "PID");
@@ -57,6 +59,36 @@ TEST_F(PhasingTest, UnrelatedHaplotypesAreNot) {
   het(40, {1});  // the rest of the second
   het(50, {2, 3});
   EXPECT_THAT(phases(5), ElementsAre("-", "0|1 21_A_C", "-", "1|0 21_A_C", "0|1 21_A_C"));
+}
+
+// All four combinations of two SNPs were assembled.
+TEST_F(PhasingTest, ReadsThatReachBothDecideAmongAllHaplotypes) {
+  const auto phasesBy = [&](const std::vector<std::pair<size_t, ReadClip>>& best) {
+    std::vector<ReadClip> reads;
+    std::vector<double> rows;
+    for (const auto& [haplotype, clip] : best) {
+      reads.push_back(clip);
+      for (size_t h = 0; h < 4; ++h) rows.push_back(h == haplotype ? -1 : -4);
+    }
+    records.clear();
+    het(9, {1, 3});
+    het(20, {2, 3});
+    return phases(4, reads, rows);
+  };
+  const ReadClip both{.refStart = 9, .refEnd = 21}, left{.refStart = 0, .refEnd = 20},
+      right{.refStart = 10, .refEnd = 30};
+  const auto none = ElementsAre("-", "-");
+  const auto cis = ElementsAre("0|1 10_A_C", "0|1 10_A_C"), trans = ElementsAre("0|1 10_A_C", "1|0 10_A_C");
+  EXPECT_THAT(phasesBy({{0, both}, {0, both}, {3, both}, {3, both}}), cis);
+  EXPECT_THAT(phasesBy({{1, both}, {1, both}, {2, both}, {2, both}, {0, left}, {0, left}, {3, right}}),
+              trans);
+  EXPECT_THAT(phasesBy({{0, both}, {0, both}, {3, both}, {3, left}, {3, right}}), none);
+  EXPECT_THAT(phasesBy({{0, both}, {0, both}, {3, both}, {3, both}, {1, both}}), none);
+  std::vector<std::pair<size_t, ReadClip>> many(10, {0, both});
+  many.insert(many.end(), {{3, both}, {3, both}, {1, both}});
+  EXPECT_THAT(phasesBy(many), cis);  // one in ten may stray
+  many.push_back({2, both});
+  EXPECT_THAT(phasesBy(many), none);
 }
 
 TEST_F(PhasingTest, HomozygousRecordsJoinTheirNeighbours) {
