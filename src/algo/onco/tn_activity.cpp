@@ -41,7 +41,7 @@ void TNActivity::build(const std::vector<Read*>& reads, std::span<const int32_t>
   for (auto& changes : depth_changes_) changes.assign(end - start + 1, 0);
   seen_.clear();
   for (Read* read : reads)
-    if (read->mapq >= limits_.minMapQual && read->length > 0)
+    if (read->mapq >= limits_.minMapQual && read->length > 0 && !(read->flag & FLAG_SUPPLEMENTARY))
       addRead(*read, sampleOf[size_t(read->read_group)]);
   std::sort(seen_.begin(), seen_.end());
 }

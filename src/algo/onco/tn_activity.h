@@ -1,7 +1,7 @@
 // tn_activity.h - where the tumor's reads have something that the reference and the normal lack: per position the log odds
 // of one kind of alternate at its own fraction, from the bases as they are aligned.
 //
-// A read of at least minMapQual counts inside its adapterFreeWindow(). Kinds of alternates are the four bases, and gaps:
+// A read of at least minMapQual that is no supplementary alignment counts inside its adapterFreeWindow(). Kinds of alternates are the four bases, and gaps:
 // the aligned bases beside an insertion, a deletion or a soft clip that is no adapter. A base has the error of its quality,
 // no better than that of the mapping. What matches the reference is counted whatever its quality: for where to look that
 // is enough, and it spares a look at each base.

@@ -185,7 +185,8 @@ void TNhaplotyper::addFraction(OptionParser& parser, const char* option, const c
 }
 
 void TNhaplotyper::settleParam() {
-  param_.clipOverlaps = false;  // LocusReads::removeOverlap() chooses at each position
+  param_.clipOverlaps = false;       // LocusReads::removeOverlap() chooses at each position
+  param_.usesSupplementary = false;  // of duplicates they are not marked: copies would pass for a variant
   param_.thresholds.filterStrContraction = param_.filterStrContraction;
   if (!param_.filterTAltFrac) param_.thresholds.minTumorAlleleFrac = 0;
   TNActivity::Limits& activity = param_.activity;

@@ -165,6 +165,7 @@ void RegionAssembler::clipReads(const std::vector<Read*>& reads, ActiveRegion in
   clips.clear();
   for (Read* read : reads) {
     if (read->mapq < param_.minMapQual) continue;
+    if (!param_.usesSupplementary && (read->flag & FLAG_SUPPLEMENTARY)) continue;
     const auto group = size_t(read->read_group);
     if (group >= sample_of_group_.size() || sample_of_group_[group] < 0) continue;
     const FoldBacks untrue = param_.trimSoftClip != 0 ? FoldBacks{0, 0} : findFoldBacks(*read, reference);

@@ -46,6 +46,7 @@ struct AssemblyParam {
   int trimSoftClip = 0;
   bool hasGiven = false;
   bool clipOverlaps = true;  // of mates: else the caller looks to it that a fragment counts once
+  bool usesSupplementary = true;
   bool clipLowEnds = false;  // ends of reads below minBaseQual
 };
 
