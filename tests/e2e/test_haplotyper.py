@@ -82,7 +82,7 @@ ROWS = {(q, matches): likelihoods_of(q, matches) for q in range(100) for matches
 
 def observations(line, reference, pileup, deleted):
     """What a read of the SAM text says of each position, counted into pileup and deleted."""
-    _, flag, contig, pos, mapq, cigar, rnext, pnext, tlen, bases, quals = line.split("\t")[:11]
+    _, flag, contig, pos, mapq, cigar, _, pnext, tlen, bases, quals = line.split("\t")[:11]
     flag, mapq, start, tlen, mate = int(flag), int(mapq), int(pos) - 1, int(tlen), int(pnext) - 1
     if flag & 0x704 or mapq < 20:
         return
@@ -94,32 +94,14 @@ def observations(line, reference, pileup, deleted):
         low = max(start, mate)
     elif facing and 0 < abs(tlen) <= 100 and not reverse and start <= tlen + mate:
         high = min(end, start + abs(tlen) + 1)
-    adapter = facing and rnext == "=" and tlen != 0 and (tlen < 0 and start <= mate if reverse else tlen > 0 and end >= start + tlen)
     quals = [ord(c) - 33 for c in quals]
     text, at, offset, place = reference[contig], pileup[contig], 0, start
-    aligned = [i for i, (_, op) in enumerate(words) if op in "M=X"]
-
-    def doubt(between, offset, clip_is_adapter, outer):
-        """Whether an indel or usable clipped bases lie among these words, of which the first begins at offset."""
-        for n, op in between:
-            if op in "ID" or (op == "S" and outer and not clip_is_adapter and max(quals[offset : offset + n]) >= 10):
-                return True
-            offset += n if op in "MIS=X" else 0
-        return False
-
-    for i, (n, op) in enumerate(words):
+    for n, op in words:
         if op in "M=X":
-            k = aligned.index(i)
-            first, last = k == 0, k == len(aligned) - 1
-            before = words[0 if first else aligned[k - 1] + 1 : i]
-            behind = words[i + 1 : None if last else aligned[k + 1]]
-            left = doubt(before, 0, adapter and reverse, first) and (place > low or low <= start)
-            right = doubt(behind, offset + n, adapter and not reverse, last) and (place + n < high or high >= end)
             for p in range(max(place, low), min(place + n, high)):
                 quality, base = quals[offset + p - place], bases[offset + p - place]
                 if quality >= 10 and base in "ACGT" and text[p] in "ACGT":
-                    against = base != text[p] or (left and p == place) or (right and p == place + n - 1)
-                    at[p].append(ROWS[min(quality, max(mapq, 10)), not against])
+                    at[p].append(ROWS[min(quality, max(mapq, 10)), base == text[p]])
         elif op == "D":
             for p in range(max(place, low), min(place + n, high)):
                 deleted[contig][p] += text[p] in "ACGT"

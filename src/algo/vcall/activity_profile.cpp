@@ -42,12 +42,14 @@ struct ActivityProfile::Span {
   uint32_t start, end;
 };
 
-ActivityProfile::ActivityProfile(size_t samples, uint32_t ploidy, uint32_t minBaseQual, uint32_t minMapQual)
+ActivityProfile::ActivityProfile(size_t samples, uint32_t ploidy, uint32_t minBaseQual, uint32_t minMapQual,
+                                 bool confidence)
     : samples_(samples),
       ploidy_(ploidy),
       wide_ploidy_(std::max(ploidy, 2u)),
       min_base_qual_(minBaseQual),
       min_map_qual_(minMapQual),
+      keeps_confidence_(confidence),
       stride_((wide_ploidy_ + 3) & ~1u) {
   fillTables();
 }
@@ -66,6 +68,8 @@ void ActivityProfile::fillTables() {
     }
     match[wide_ploidy_ + 1] = differ[wide_ploidy_ + 1] = 1;
   }
+  regain_ = match_;
+  for (size_t i = 0; i < regain_.size(); ++i) regain_[i] -= differ_[i];
   for (uint32_t n = 0; n <= wide_ploidy_; ++n)
     standard_.push_back(likelihood(kStandardQuality, true, n, wide_ploidy_));
   haploid_standard_ = {standard_.front(), standard_.back()};
@@ -83,7 +87,10 @@ void ActivityProfile::reset(const ReferenceWindow& reference, uint32_t start, ui
   empty(deleted_, samples_ * (size() + 1));
   empty(marks_, size());
   empty(clips_, size());
-  if (ploidy_ == 1) empty(haploid_, samples_ * size() * 2);
+  if (keeps_confidence_) {
+    empty(regained_, rows_.size());
+    empty(confidence_, samples_ * size() * (ploidy_ + 1));
+  }
   reference_.resize(size());
   for (uint32_t position = start; position < end; ++position) {
     const char base = reference.contains(position) ? reference.at(position) : 'N';
@@ -191,13 +198,17 @@ void ActivityProfile::addMatches(double* cell, const uint8_t* quals, uint32_t co
   }
 }
 
-// A base against the reference.
+// A base against the reference. One that matches is an edge of its alignment.
 void ActivityProfile::addEdge(const Read& read, uint32_t position, int32_t offset, double* sums) {
   const size_t index = position - start_;
   const uint8_t quality = read.quals[offset];
   if (quality < min_base_qual_ || !isBase(read.bases[offset]) || !reference_[index]) return;
-  addRow(sums + index * stride_, differ_.data() + size_t(std::min(quality, capOf(read))) * stride_, stride_);
+  double* const cell = sums + index * stride_;
+  const size_t row = size_t(std::min(quality, capOf(read))) * stride_;
+  addRow(cell, differ_.data() + row, stride_);
   marks_[index] = 1;
+  if (keeps_confidence_ && read.bases[offset] == reference_[index])
+    addRow(regained_.data() + (cell - rows_.data()), regain_.data() + row, stride_);
 }
 
 void ActivityProfile::addDeletion(Span window, int64_t start, int64_t end, int32_t* deleted) {
@@ -227,7 +238,6 @@ void ActivityProfile::finishSample(size_t sample) {
   for (uint32_t n = 0; n < values; ++n) deletion[n] = likelihood(kStandardQuality, false, n, wide_ploidy_);
   const double* sums = rows_.data() + sample * size() * stride_;
   double* row = rows_.data() + sample * size() * values;
-  double* haploid = ploidy_ == 1 ? haploid_.data() + sample * size() * 2 : nullptr;
   const int32_t* change = deleted_.data() + sample * (size() + 1);
   int32_t* depth = depth_.data() + sample * size();
   int32_t deleted = 0;
@@ -240,13 +250,19 @@ void ActivityProfile::finishSample(size_t sample) {
       marks_[i] = 1;
       for (uint32_t n = 0; n < values; ++n) row[n] += deleted * deletion[n];
     }
-    if (haploid) {
-      haploid[2 * i] = row[0];
-      haploid[2 * i + 1] = row[wide_ploidy_];
-      limit(haploid + 2 * i, 1, haploid_standard_.data(), depth[i]);
+    if (keeps_confidence_) {
+      const size_t at = sample * size() + i;
+      takeConfidence(row, regained_.data() + at * stride_, depth[i], confidence_.data() + at * (ploidy_ + 1));
     }
     limit(row, wide_ploidy_, standard_.data(), depth[i]);
   }
+}
+
+void ActivityProfile::takeConfidence(const double* row, const double* regained, int32_t depth,
+                                     double* confidence) const {
+  const uint32_t step = wide_ploidy_ / ploidy_;  // of one copy: none of two, or both
+  for (uint32_t n = 0; n <= ploidy_; ++n) confidence[n] = row[n * step] + regained[n * step];
+  limit(confidence, ploidy_, ploidy_ == 1 ? haploid_standard_.data() : standard_.data(), depth);
 }
 
 void ActivityProfile::limit(double* row, uint32_t ploidy, const double* standard, int32_t depth) const {
@@ -267,7 +283,8 @@ void ActivityProfile::clear(uint32_t start, uint32_t end) {
     const size_t first = at(sample, start);
     std::fill_n(depth_.begin() + ptrdiff_t(first), count, 0);
     std::fill_n(rows_.begin() + ptrdiff_t(first * (wide_ploidy_ + 1)), count * (wide_ploidy_ + 1), 0.0);
-    if (ploidy_ == 1) std::fill_n(haploid_.begin() + ptrdiff_t(first * 2), count * 2, 0.0);
+    if (keeps_confidence_)
+      std::fill_n(confidence_.begin() + ptrdiff_t(first * (ploidy_ + 1)), count * (ploidy_ + 1), 0.0);
   }
   std::fill_n(marks_.begin() + ptrdiff_t(from), count, 0);
   std::fill_n(clips_.begin() + ptrdiff_t(from), count, Clip{});

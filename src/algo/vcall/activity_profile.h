@@ -9,6 +9,9 @@
 // - deleted positions, at a quality of 30.
 // A clip counts when it has usable bases, and does not lie behind the end of the fragment (adapter).
 //
+// The doubt beside indels and clips is a reason to look closer, but no evidence of another base: the likelihoods of
+// reference confidence take these bases, too, for what they are.
+//
 // A position cannot speak for the reference more clearly than its depth, of at most 40, in matching bases of quality 30:
 // where the reference is ahead of the best of the others by more, these likelihoods stand in place of the sums.
 //
@@ -30,7 +33,9 @@
 
 class ActivityProfile {
  public:
-  ActivityProfile(size_t samples, uint32_t ploidy, uint32_t minBaseQual, uint32_t minMapQual);
+  // `confidence`: likelihoods() are asked for.
+  ActivityProfile(size_t samples, uint32_t ploidy, uint32_t minBaseQual, uint32_t minMapQual,
+                  bool confidence);
 
   // Walks the reads (those that overlap, in order, filtered by flag) over [start, end), which `reference` covers.
   // `sampleOf` is by read group.
@@ -38,10 +43,9 @@ class ActivityProfile {
              const ReferenceWindow& reference, uint32_t start, uint32_t end);
   void clear(uint32_t start, uint32_t end);  // outside the targets: as if there were no reads
 
-  // ploidy + 1 values, all 0 without data; those of the positions behind follow.
+  // Of reference confidence: ploidy + 1 values, all 0 without data; those of the positions behind follow.
   const double* likelihoods(size_t sample, uint32_t position) const {
-    const std::vector<double>& rows = ploidy_ == 1 ? haploid_ : rows_;
-    return rows.data() + at(sample, position) * (ploidy_ + 1);
+    return confidence_.data() + at(sample, position) * (ploidy_ + 1);
   }
   // Observations; those of the positions behind follow.
   const int32_t* depths(size_t sample, uint32_t position) const {
@@ -76,21 +80,25 @@ class ActivityProfile {
   uint32_t usableBases(const Read& read, int32_t from, int32_t to) const;
   void addClip(uint32_t position, uint32_t bases);
   void finishSample(size_t sample);
+  void takeConfidence(const double* row, const double* regained, int32_t depth, double* confidence) const;
   void limit(double* row, uint32_t ploidy, const double* standard, int32_t depth) const;
   uint8_t capOf(const Read& read) const;
 
   const size_t samples_;
   const uint32_t ploidy_, wide_ploidy_, min_base_qual_, min_map_qual_;
+  const bool keeps_confidence_;
   const uint32_t stride_;  // of a row of sums: wide_ploidy_ + 1 likelihoods, the depth, and up to one 0
   std::vector<double> match_, differ_;  // by quality, rows to be added to the sums
+  std::vector<double> regain_;          // match_ less differ_
   std::vector<double> standard_, haploid_standard_;
 
   uint32_t start_ = 0, end_ = 0;
-  std::vector<char> reference_;   // of the region, 0 for what is not A, C, G or T
-  std::vector<double> rows_;      // [sample][position]: the sums, then wide_ploidy_ + 1 likelihoods
-  std::vector<double> haploid_;   // [sample][position] with ploidy 1: the likelihoods of 0 and 1
-  std::vector<int32_t> depth_;    // [sample][position]
-  std::vector<int32_t> deleted_;  // [sample][position and one more]: changes from position to position
+  std::vector<char> reference_;     // of the region, 0 for what is not A, C, G or T
+  std::vector<double> rows_;        // [sample][position]: the sums, then wide_ploidy_ + 1 likelihoods
+  std::vector<double> regained_;    // [sample][position], as the sums: of edges that match, for confidence
+  std::vector<double> confidence_;  // [sample][position]: ploidy_ + 1 likelihoods
+  std::vector<int32_t> depth_;      // [sample][position]
+  std::vector<int32_t> deleted_;    // [sample][position and one more]: changes from position to position
   std::vector<uint8_t> marks_;
   std::vector<Clip> clips_;
 };

@@ -28,7 +28,7 @@ Haplotyper::Engine::Engine(DriverContext* context, Haplotyper* algo, const Param
     : AssemblyCallAlgo::Engine(context, algo, windowLimit(algo->samples_.size(), param.ploidy)),
       param_(param),
       gvcf_(emit_mode_ == kGvcf),
-      profile_(sampleCount(), param.ploidy, param.minBaseQual, param.minMapQual) {
+      profile_(sampleCount(), param.ploidy, param.minBaseQual, param.minMapQual, gvcf_) {
   activity_site_.ref = {kAnyBase, 1, 0, true};
   activity_site_.isSNP = true;
 }

@@ -30,7 +30,7 @@ struct Reads {
 // What all reads say of one position, in the plainest way.
 struct Expected {
   struct Sample {
-    std::vector<double> sums, haploid;
+    std::vector<double> sums, confidence;  // of at least two copies; of the ploidy
     int depth = 0;
   };
   std::vector<Sample> samples;
@@ -99,7 +99,7 @@ void count(Read& read, const ReferenceWindow& reference, std::vector<Expected>& 
     if (!isBase(ref)) continue;
     const bool deleted = column.op == 'D';
     if (!deleted && (!usable(column.offset) || !isBase(read.getBases()[column.offset]))) continue;
-    const bool matches = !deleted && !edge && read.getBases()[column.offset] == ref;
+    const bool equal = !deleted && read.getBases()[column.offset] == ref, matches = equal && !edge;
     const int quality =
         deleted ? 30 : std::min<int>(read.quals[column.offset], std::max<int>(read.mapq, kMinBaseQual));
     at.mark |= !matches;
@@ -107,7 +107,7 @@ void count(Read& read, const ReferenceWindow& reference, std::vector<Expected>& 
     ++sums.depth;
     for (uint32_t n = 0; n < sums.sums.size(); ++n)
       sums.sums[n] += observed(matches, quality, n, uint32_t(sums.sums.size() - 1));
-    for (uint32_t n = 0; n <= ploidy && ploidy == 1; ++n) sums.haploid[n] += observed(matches, quality, n, 1);
+    for (uint32_t n = 0; n <= ploidy; ++n) sums.confidence[n] += observed(equal, quality, n, ploidy);
   }
 }
 
@@ -175,12 +175,12 @@ TEST(ActivityProfile, IsTheSumOverBasesWhateverTheRegion) {
       const Reads reads = randomReads(rng, reference.bases, fragments);
       const uint32_t wide = std::max(ploidy, 2u);
       Expected nothing;
-      nothing.samples.assign(2, {std::vector<double>(wide + 1), std::vector<double>(2), 0});
+      nothing.samples.assign(2, {std::vector<double>(wide + 1), std::vector<double>(ploidy + 1), 0});
       std::vector<Expected> expected(600, nothing);
       for (Read* read : reads.all)
         count(*read, reference, expected, size_t(sample_of[size_t(read->read_group)]), ploidy);
 
-      ActivityProfile whole(2, ploidy, kMinBaseQual, kMinMapQual), part = whole;
+      ActivityProfile whole(2, ploidy, kMinBaseQual, kMinMapQual, true), part = whole;
       whole.build(reads.all, sample_of, reference, 0, 600);
       uint32_t start = 0, end = 0;
       int limits = 0, marks = 0;
@@ -204,7 +204,7 @@ TEST(ActivityProfile, IsTheSumOverBasesWhateverTheRegion) {
           ASSERT_EQ(whole.depth(s, p), sample.depth) << p;
           ASSERT_EQ(part.depth(s, p), sample.depth) << p;
           const std::vector<double> row = limited(sample.sums, sample.depth);
-          const std::vector<double> own = ploidy == 1 ? limited(sample.haploid, sample.depth) : row;
+          const std::vector<double> own = limited(sample.confidence, sample.depth);
           limits += row != sample.sums;
           for (uint32_t n = 0; n <= ploidy; ++n) {
             ASSERT_NEAR(whole.likelihoods(s, p)[n], own[n], 1e-8) << p << ' ' << n << ' ' << ploidy;
@@ -229,7 +229,7 @@ TEST(ActivityProfile, OutsideTheTargetsNothing) {
   ReferenceWindow reference{std::string(30, 'C'), 100};
   Reads reads;
   reads.add(readBuilder("a").at(0, 100).cigar("10S20M").seq(std::string(30, 'G')));
-  ActivityProfile profile(1, 1, kMinBaseQual, kMinMapQual);
+  ActivityProfile profile(1, 1, kMinBaseQual, kMinMapQual, true);
   profile.build(reads.all, std::vector<int32_t>{0}, reference, 100, 130);
   EXPECT_EQ(profile.meanSoftClip(100), 10);
   profile.clear(0, 110);
