@@ -106,7 +106,26 @@ void GVCFInputs::mergeVCFHeaders(const Run& run, const std::vector<Contig>& cont
   const ContigMap contig_map = contigMapOf(contigs);
   for (size_t i = 0; i < paths.size(); ++i) addInput(run, i, contigs, contig_map);
   if (header.samples.empty()) throw std::invalid_argument(run.name + ": no sample in the input vcf files");
+  dropUnused();
   removeGVCFLines();
+}
+
+// Files without a sample of their own have no say in what is called.
+void GVCFInputs::dropUnused() {
+  size_t kept = 0;
+  for (size_t i = 0; i < paths.size(); ++i) {
+    const std::vector<int>& map = sampleMaps[i];
+    if (std::all_of(map.begin(), map.end(), [](int column) { return column < 0; })) continue;
+    if (kept != i) {
+      paths[kept] = std::move(paths[i]);
+      caches[kept] = std::move(caches[i]);
+      sampleMaps[kept] = std::move(sampleMaps[i]);
+    }
+    ++kept;
+  }
+  paths.resize(kept);
+  caches.resize(kept);
+  sampleMaps.resize(kept);
 }
 
 void GVCFInputs::addInput(const Run& run, size_t input, const std::vector<Contig>& contigs,

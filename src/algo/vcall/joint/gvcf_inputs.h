@@ -30,7 +30,7 @@ struct GVCFInputs {
     int threads = 1;              // that will have shards of their own, and descriptors for them
   };
 
-  std::vector<std::string> paths;                 // in the order given, none twice
+  std::vector<std::string> paths;                 // in the order given; of those used
   std::vector<std::unique_ptr<VCFCache>> caches;  // one per path
   std::vector<std::vector<int>>
       sampleMaps;                  // by path and column of that file: the output's column, -1: not used
@@ -49,5 +49,6 @@ struct GVCFInputs {
   void mergeVCFHeaders(const Run& run, const std::vector<Contig>& contigs);
   void addInput(const Run& run, size_t input, const std::vector<Contig>& contigs,
                 const ContigMap& contig_map);
+  void dropUnused();
   void removeGVCFLines();
 };

@@ -2,6 +2,7 @@
 #include "algo/vcall/joint/gvcftyper.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <stdexcept>
 #include <unordered_set>
 
@@ -68,7 +69,7 @@ void GVCFtyper::takeFurtherArguments(const std::vector<std::string>& arguments) 
 void GVCFtyper::dropRepeatedInputs() {
   std::unordered_set<std::string> known;
   std::erase_if(input_paths_, [&](const std::string& path) {
-    if (known.insert(path).second) return false;
+    if (known.insert(std::filesystem::absolute(path).lexically_normal().string()).second) return false;
     fprintf(stderr, "Warning: %s: input file %s specified more than once\n", name.c_str(), path.c_str());
     return true;
   });
