@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,6 +38,32 @@ std::string linkTarget(const std::string& path) {
   const std::string target(text, size_t(length));
   const size_t slash = path.rfind('/');
   return target[0] == '/' || slash == path.npos ? target : path.substr(0, slash + 1) + target;
+}
+
+bool isNumber(const std::string& text) {  // _N
+  if (text.size() < 2 || text[0] != '_' || (text[1] == '0' && text.size() > 2)) return false;
+  return text.find_first_not_of("0123456789", 1) == text.npos;
+}
+
+// Whether a name that ends so, behind the output's, is one of its shards' files: _N as a number is printed; -1 is the
+// header's.
+bool isShardSuffix(std::string text) {
+  if (text == "_-1") return true;
+  const bool sorted = text.starts_with("_tmp_");  // _tmp_N, _tmp_N_N, _tmp_N_N.tmp: of a sort on the way
+  if (sorted) text.erase(0, 4);
+  if (sorted && text.ends_with(".tmp")) text.erase(text.size() - 4);
+  const size_t second = sorted ? text.find('_', 1) : text.npos;
+  return isNumber(text.substr(0, second)) && (second == text.npos || isNumber(text.substr(second)));
+}
+
+void discard(const std::string& path) {
+  struct stat status;
+  if (lstat(path.c_str(), &status) != 0) return;
+  if (S_ISREG(status.st_mode))
+    unlink(path.c_str());
+  else if (S_ISLNK(status.st_mode) && stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           truncate(path.c_str(), 0) != 0)
+    perror(path.c_str());
 }
 
 // A file of the run: the entries that lead to it, its own the last, and its identity when it exists.
@@ -75,20 +103,6 @@ class RunFile {
   std::string path;
 
  private:
-  // _N as a number is printed; -1 is the header's.
-  static bool isShardSuffix(std::string text) {
-    if (text == "_-1") return true;
-    const bool sorted = text.starts_with("_tmp_");  // _tmp_N, _tmp_N_N, _tmp_N_N.tmp: of a sort on the way
-    if (sorted) text.erase(0, 4);
-    if (sorted && text.ends_with(".tmp")) text.erase(text.size() - 4);
-    const size_t second = sorted ? text.find('_', 1) : text.npos;
-    return isNumber(text.substr(0, second)) && (second == text.npos || isNumber(text.substr(second)));
-  }
-  static bool isNumber(const std::string& text) {  // _N
-    if (text.size() < 2 || text[0] != '_' || (text[1] == '0' && text.size() > 2)) return false;
-    return text.find_first_not_of("0123456789", 1) == text.npos;
-  }
-
   std::vector<Entry> entries_;
   bool exists_ = false;
   bool plain_ = true;  // a regular file, or none yet
@@ -147,4 +161,41 @@ void refuseOutputClashes(const DriverContext& context, const std::vector<Algo*>&
           throw std::invalid_argument(text + "output file " + other.file.path + " of " + other.algo->name);
       outputs.push_back(std::move(output));
     }
+}
+
+void discardOutputs(const std::vector<OutputFile>& files) {
+  for (const OutputFile& output : files) {
+    discard(output.path);
+    if (!output.has_shard_files) continue;
+    const std::filesystem::path path(output.path);
+    const std::string begin = path.filename().string();
+    std::error_code ignored;
+    std::filesystem::directory_iterator entry(path.has_parent_path() ? path.parent_path() : ".", ignored),
+        end;
+    std::vector<std::string> found;
+    for (; !ignored && entry != end; entry.increment(ignored))
+      if (const std::string file = entry->path().filename().string();
+          file.starts_with(begin) && isShardSuffix(file.substr(begin.size())))
+        found.push_back(entry->path().string());
+    for (const std::string& file : found) discard(file);
+  }
+}
+
+void OutputGuard::opening(const std::function<void()>& open) {
+  std::unique_lock lock(mutex_);
+  if (!failed_) return open();
+  lock.unlock();
+  for (;;) pause();
+}
+
+void OutputGuard::discard(const std::vector<OutputFile>& files) {
+  {
+    std::unique_lock lock(mutex_);
+    if (failed_) {
+      lock.unlock();
+      for (;;) pause();
+    }
+    failed_ = true;
+  }
+  discardOutputs(files);
 }

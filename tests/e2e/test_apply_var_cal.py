@@ -2,6 +2,7 @@
 
 import os
 import random
+import resource
 import subprocess
 
 import pysam
@@ -215,6 +216,7 @@ def test_recal_lines_that_say_nothing(apply, calls, tmp_path, info, told):
     recal = indexed(tmp_path / "recal.vcf", header(calls.lengths) + f"chr1\t101\t.\tN\t<VQSR>\t.\t.\t{info}\n")
     result = apply("out.vcf", vcf=vcf, recal=recal)
     assert result.returncode != 0 and told in result.stderr and str(recal) in result.stderr
+    assert not [*tmp_path.glob("out.vcf*")]
 
 
 def test_recal_files_of_another_run(apply, calls, tmp_path):
@@ -259,3 +261,7 @@ def test_arguments_and_files_that_are_not_there(run, apply, sample, calls, tmp_p
     assert "Failed to load index for bare.vcf.gz" in apply("out.vcf", vcf="bare.vcf.gz").stderr
     full = run("-r", sample.reference, "--algo", "ApplyVarCal", *whole[:-1], "/dev/full")
     assert full.returncode != 0 and "/dev/full" in full.stderr
+    for shard in ("90000/500", "1000/500"):  # the file of a shard has no room, or the output itself
+        cut = run("-r", sample.reference, "--shard_param", shard, "--algo", "ApplyVarCal", *whole[:-1], "cut.vcf",
+                  preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (8000, 8000)))
+        assert cut.returncode != 0 and "File too large" in cut.stderr and not [*tmp_path.glob("cut.vcf*")]

@@ -156,6 +156,7 @@ BAD_OPTIONS = [
     (lambda w: w[:-1] + ["--tranche", "101", "o.vcf"], "Target false discovery rate(FDS) is unreasonable 101.000000"),
     (lambda w: w[:-1] + ["--partsize", "0", "o.vcf"], "VarCal: invalid partsize 0"),
     (lambda w: w[:-1] + ["--plot_file", "none/plot", "o.vcf"], "VarCal: cannot open file none/plot, No such file or directory"),
+    (lambda w: ["--shard", "chr1:1-1000", *w], "Algo VarCal does not support sharded traversal mode"),
     (lambda w: w[:-1] + ["none/o.vcf"], "VarCal: cannot open file none/o.vcf, No such file or directory"),
 ]
 
@@ -165,7 +166,7 @@ def test_bad_options(calls, run, tmp_path):
     for change, text in BAD_OPTIONS:
         line = change(list(map(str, words())))
         done = run(*line)
-        status = 255 if "cannot open" in text else 1
+        status = 255 if "cannot open" in text or "mode" in text else 1
         assert (done.returncode, done.stderr.splitlines()[-1]) == (status, text), (line, done.stderr)
 
 

@@ -116,11 +116,10 @@ void QualCal::listGroups() {
 
 void QualCal::openKnownSites() {
   const std::vector<Contig> contigs = context->reference->contigs();
-  const ContigMap places = contigMapOf(contigs);
   for (const std::string& file : known_sites_) {
-    if (!checkContigs(file, contigs, places, true))
+    known_caches_.push_back(openOfReference(file, contigs));
+    if (!known_caches_.back())
       throw std::invalid_argument(name + ": Contigs in vcf " + file + " are not compatible with reference");
-    known_caches_.push_back(std::make_unique<VCFCache>(file));
   }
 }
 

@@ -7,10 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <stdexcept>
 #include <strings.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -180,7 +178,7 @@ void VariantCallAlgo::settleAnnotations() {
 
 std::vector<OutputFile> VariantCallAlgo::outputs() const {
   if (output_.empty()) return {};
-  return {{output_, true}, {output_ + ".idx", false}, {output_ + ".tbi", false}};
+  return {{output_, !merge_}, {output_ + ".idx", false}, {output_ + ".tbi", false}};
 }
 
 std::vector<std::string> VariantCallAlgo::inputs() const {
@@ -231,12 +229,8 @@ void VariantCallAlgo::makeRoomInTables() const {
 
 std::unique_ptr<VCFCache> VariantCallAlgo::openVcf(const std::string& path) const {
   if (path.empty()) return nullptr;
-  auto cache = std::make_unique<VCFCache>(path);
-  VCFHeader header;
-  cache->getHeader(header);
-  const std::vector<Contig> contigs = context->reference->contigs();
-  if (!checkContigs(header, path, contigs, contigMapOf(contigs), true))
-    throw std::invalid_argument(name + contigFault(path));
+  std::unique_ptr<VCFCache> cache = openOfReference(path, context->reference->contigs());
+  if (!cache) throw std::invalid_argument(name + contigFault(path));
   return cache;
 }
 
@@ -296,28 +290,9 @@ void VariantCallAlgo::mergePartials() {
     for (const std::string& partial : partials_) writer_->merge(partial);
   } catch (...) {
     writer_.reset();
-    discardOutput();
+    output_guard_.discard(outputs());
     throw;
   }
-}
-
-// Half a file looks like a whole one. Of those of shards the ones that other threads have open go, too.
-void VariantCallAlgo::discardOutput() const {
-  struct stat status;
-  if (lstat(output_.c_str(), &status) == 0 && S_ISREG(status.st_mode)) unlink(output_.c_str());
-  if (merge_) return;
-  const std::filesystem::path path(output_);
-  const std::string begin = path.filename().string() + "_";
-  std::error_code ignored;
-  std::vector<std::filesystem::path> found;
-  for (const auto& entry :
-       std::filesystem::directory_iterator(path.has_parent_path() ? path.parent_path() : ".", ignored)) {
-    const std::string file = entry.path().filename().string();
-    int64_t shard;
-    if (file.starts_with(begin) && parseInteger(file.substr(begin.size()), 0, INT32_MAX, shard))
-      found.push_back(entry.path());
-  }
-  for (const auto& file : found) unlink(file.c_str());
 }
 
 void VariantCallAlgo::finish() {
@@ -325,7 +300,7 @@ void VariantCallAlgo::finish() {
   try {
     writer_->close();
   } catch (...) {
-    discardOutput();
+    output_guard_.discard(outputs());
     throw;
   }
 }
@@ -346,7 +321,7 @@ void VariantCallAlgo::merge(const Shard&, Algo::Result* result) {
   try {
     writer_->merge(owned.get(), owned->path);
   } catch (...) {
-    discardOutput();
+    output_guard_.discard(outputs());
     throw;
   }
   if (unlink(owned->path.c_str()) != 0)

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "algo/algo.h"
+#include "algo/output_check.h"
 #include "algo/vcall/annotate/annotator.h"
 #include "algo/vcall/given_alleles.h"
 #include "algo/vcall/gvcf_bands.h"
@@ -92,13 +93,12 @@ class VariantCallAlgo : public Algo {
   std::vector<std::string> partials_;
   std::unique_ptr<VCFCache> dbsnp_, given_;  // engines have copies
   std::unique_ptr<VCFWriter> writer_;
+  mutable OutputGuard output_guard_;  // of the shards' files
 
  private:
   void settleAnnotations();
   void mergePartials();
   VCFHeader headerOf(const std::string& partial) const;
-  // Takes away what a failed run has written of the output.
-  void discardOutput() const;
   void makeRoomInTables() const;
   std::unique_ptr<VCFWriter> openOutput(bool gvcf) const;
   void completeAnnotations();

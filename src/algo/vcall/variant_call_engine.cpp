@@ -29,7 +29,7 @@ void VariantCallAlgo::Engine::writeTemp(Work work) {
     work();
   } catch (const std::runtime_error&) {
     perror(writer_->path().c_str());
-    vcall().discardOutput();
+    vcall().output_guard_.discard(vcall().outputs());
     throw std::runtime_error(algo->name + ": failed to write to temp file");
   }
 }
@@ -41,7 +41,7 @@ void VariantCallAlgo::Engine::startShard() {
   if (db_cache_) db_cache_->setContig(shard.contig);
   if (given_cache_) given_cache_->setContig(shard.contig);
   db_cursor_ = 0;
-  writer_->open(shardName(vcall().output_));
+  vcall().output_guard_.opening([this] { writer_->open(shardName(vcall().output_)); });
   writeTemp([&] { writer_->startContig(shard.contig); });
   if (vcall().emit_mode_ == kGvcf)
     bands_.startShard(static_cast<GVCFWriter&>(*writer_), shard.start, shard.end);

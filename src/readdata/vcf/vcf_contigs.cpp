@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "readdata/vcf/vcf_cache.h"
-
 namespace {
 
 using Group = std::vector<VCFHeader::Contig>;
@@ -54,11 +52,12 @@ bool checkContigs(const VCFHeader& header, const std::string& vcfPath, const std
   return good;
 }
 
-bool checkContigs(const std::string& vcfPath, const std::vector<Contig>& contigs, const ContigMap& contigMap,
-                  bool strict) {
+std::unique_ptr<VCFCache> openOfReference(const std::string& path, const std::vector<Contig>& contigs) {
+  auto cache = std::make_unique<VCFCache>(path);
   VCFHeader header;
-  VCFCache(vcfPath).getHeader(header);
-  return checkContigs(header, vcfPath, contigs, contigMap, strict);
+  cache->getHeader(header);
+  if (!checkContigs(header, path, contigs, contigMapOf(contigs), true)) return nullptr;
+  return cache;
 }
 
 const char* assemblyOf(std::string_view referencePath, const char* otherwise) {

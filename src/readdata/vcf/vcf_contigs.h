@@ -2,11 +2,13 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "readdata/interval/interval.h"
+#include "readdata/vcf/vcf_cache.h"
 #include "readdata/vcf/vcf_header.h"
 
 using ContigMap = std::map<std::string, size_t>;  // name -> place in the list of contigs
@@ -17,9 +19,9 @@ ContigMap contigMapOf(const std::vector<Contig>& contigs);
 // differs or, with `strict`, when a contig is unknown.
 bool checkContigs(const VCFHeader& header, const std::string& vcfPath, const std::vector<Contig>& contigs,
                   const ContigMap& contigMap, bool strict);
-// The same with the header read through a VCFCache; throws what that throws.
-bool checkContigs(const std::string& vcfPath, const std::vector<Contig>& contigs, const ContigMap& contigMap,
-                  bool strict);
+// Opens an indexed VCF file; null when its contigs, held against those of the reference with `strict`, differ. Throws what
+// VCFCache throws.
+std::unique_ptr<VCFCache> openOfReference(const std::string& path, const std::vector<Contig>& contigs);
 
 // The assembly that the name of a reference file speaks of; `otherwise` when it does not.
 const char* assemblyOf(std::string_view referencePath, const char* otherwise);

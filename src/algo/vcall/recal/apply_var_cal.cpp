@@ -1,13 +1,13 @@
 // apply_var_cal.cpp - options, start and end of ApplyVarCal.
 #include "algo/vcall/recal/apply_var_cal.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -100,7 +100,7 @@ void ApplyVarCal::settle(const std::vector<const char*>& positional) {
 
 std::vector<OutputFile> ApplyVarCal::outputs() const {
   if (output_.empty()) return {};
-  return {{output_, true}, {output_ + ".idx", false}, {output_ + ".tbi", false}};
+  return {{output_, !merge_}, {output_ + ".idx", false}, {output_ + ".tbi", false}};
 }
 
 std::vector<std::string> ApplyVarCal::inputs() const {
@@ -127,8 +127,10 @@ void ApplyVarCal::init() {
   options.partial = context->mode == DriverContext::kShardedTraversal;
   writer_ = std::make_unique<VCFWriter>(name, options);
   writer_->open(output_);
-  header.copy(*input_text, vcf_, commandLine(),
-              [this](std::string_view piece) { writer_->writeHeaderText(piece); });
+  discardingOnFailure([&] {
+    header.copy(*input_text, vcf_, commandLine(),
+                [this](std::string_view piece) { writer_->writeHeaderText(piece); });
+  });
 }
 
 std::unique_ptr<IOHandle> ApplyVarCal::openFile(const std::string& path) const {
@@ -139,16 +141,13 @@ std::unique_ptr<IOHandle> ApplyVarCal::openFile(const std::string& path) const {
 }
 
 std::unique_ptr<VCFCache> ApplyVarCal::openVcf(const std::string& path) const {
-  auto cache = std::make_unique<VCFCache>(path);
-  VCFHeader header;
-  cache->getHeader(header);
   const std::vector<Contig> contigs = context->reference->contigs();
+  std::unique_ptr<VCFCache> cache = openOfReference(path, contigs);
   const ContigMap known = contigMapOf(contigs);
-  bool good = checkContigs(header, path, contigs, known, true);
   // Records of contigs that are in no header would be lost.
-  for (const auto& [contig, index] : cache->index().indices)
-    good = good && (!index || index->count == 0 || known.contains(contig));
-  if (!good)
+  if (!cache || !std::ranges::all_of(cache->index().indices, [&](const auto& contig) {
+        return !contig.second || contig.second->count == 0 || known.contains(contig.first);
+      }))
     throw std::invalid_argument(name + ": Contigs in vcf " + path + " are not compatible with reference");
   return cache;
 }
@@ -174,14 +173,10 @@ void ApplyVarCal::mergePartials() {
   }
   writer_ = std::make_unique<VCFWriter>(name);
   writer_->open(output_);
-  try {
+  discardingOnFailure([&] {
     writer_->expectOrder(first);
     for (const std::string& partial : partials_) writer_->merge(partial);
-  } catch (...) {  // half a merged file looks like a whole one
-    writer_.reset();
-    if (std::filesystem::is_regular_file(std::filesystem::symlink_status(output_))) unlink(output_.c_str());
-    throw;
-  }
+  });
 }
 
 Algo::Engine* ApplyVarCal::newEngine(DriverContext* engine_context, int) {
@@ -195,13 +190,13 @@ void ApplyVarCal::merge(const Shard&, Algo::Result* result) {
   if (!owned || owned->path.empty()) return;
   taken_ += owned->taken;
   recalibrated_ += owned->recalibrated;
-  writer_->merge(owned.get(), owned->path);
+  discardingOnFailure([&] { writer_->merge(owned.get(), owned->path); });
   if (unlink(owned->path.c_str()) != 0)
     throw std::runtime_error(name + ": cannot remove file " + owned->path + ": " + strerror(errno));
 }
 
 void ApplyVarCal::finish() {
-  writer_->close();
+  discardingOnFailure([this] { writer_->close(); });
   if (taken_ > 0 && recalibrated_ == 0)
     fprintf(stderr, "Warning: none of %" PRIu64 " %s records of %s is in the recalibration file %s\n", taken_,
             kModelNames[filter_.model], vcf_.c_str(), recal_.c_str());

@@ -52,8 +52,10 @@ void ApplyVarCal::Engine::startShard() {
   contig_end_ = entry ? uint32_t(entry->length) : 0;
   input_->setContig(shard.contig);
   recal_->setContig(shard.contig);
-  writer_->open(shardName(owner().output_));
-  writer_->startContig(shard.contig);
+  owner().discardingOnFailure([&] {
+    owner().output_guard_.opening([this] { writer_->open(shardName(owner().output_)); });
+    writer_->startContig(shard.contig);
+  });
 }
 
 Algo::Result* ApplyVarCal::Engine::finishShard() {
@@ -62,14 +64,19 @@ Algo::Result* ApplyVarCal::Engine::finishShard() {
   result->path = writer_->path();
   result->taken = std::exchange(taken_, 0);
   result->recalibrated = std::exchange(recalibrated_, 0);
-  writer_->endContig(*result);
-  writer_->close();
+  owner().discardingOnFailure([&] {
+    writer_->endContig(*result);
+    writer_->close();
+  });
   return result.release();
 }
 
-// Records before the first base of a contig, and behind its last one, belong to the steps there.
 void ApplyVarCal::Engine::advance(uint32_t from, uint32_t to) {
-  if (!writer_->isOpen()) return;
+  if (writer_->isOpen()) owner().discardingOnFailure([&] { applyAll(from, to); });
+}
+
+// Records before the first base of a contig, and behind its last one, belong to the steps there.
+void ApplyVarCal::Engine::applyAll(uint32_t from, uint32_t to) {
   const int32_t begin = from == 0 ? -1 : int32_t(from);
   const int32_t end = to >= contig_end_ ? INT32_MAX : int32_t(to);
   {

@@ -39,6 +39,7 @@ class ApplyVarCal::Engine final : public Algo::Engine {
   };
   static constexpr int32_t kNowhere = -2;
 
+  void applyAll(uint32_t from, uint32_t to);
   void apply(const VCFLine& line);
   void gatherRecal(int32_t position);
   // The line of the recal file for a record, null without one.

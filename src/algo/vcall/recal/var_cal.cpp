@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "algo/output_check.h"
 #include "algo/vcall/recal/data_dump.h"
 #include "algo/vcall/recal/plot_file.h"
 #include "algo/vcall/recal/recal_file.h"
@@ -46,7 +47,6 @@ VarCal::VarCal(DriverContext* context, int count, const char* const args[]) : Al
   if (parser.parse(count, args, positional) != OptionParser::kOk)
     throw std::invalid_argument(name + ": unknown option");
   settle(positional);
-  mode_mask |= kSharded;
 }
 
 VarCal::~VarCal() = default;
@@ -214,18 +214,9 @@ void VarCal::clearFile(const std::string& path) const {
   if (lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode)) unlink(path.c_str());
 }
 
-void VarCal::clearOutputs() const {
-  for (const std::string& path : {output_, tranches_file_, plot_file_})
-    if (!path.empty()) clearFile(path);
-  for (const char* ending : {".idx", ".tbi"}) unlink((output_ + ending).c_str());
-}
-
 std::unique_ptr<VCFCache> VarCal::openVcf(const std::string& path) const {
-  auto cache = std::make_unique<VCFCache>(path);
-  VCFHeader header;
-  cache->getHeader(header);
-  const std::vector<Contig> contigs = context->reference->contigs();
-  if (!checkContigs(header, path, contigs, contigMapOf(contigs), true))
+  std::unique_ptr<VCFCache> cache = openOfReference(path, context->reference->contigs());
+  if (!cache)
     throw std::invalid_argument(name + ": Contigs in vcf " + path + " are not compatible with reference");
   return cache;
 }
@@ -249,11 +240,11 @@ void VarCal::finish() {
     scored = training.recalibrate();
     if (scored) writeResults(training);
   } catch (...) {
-    clearOutputs();
+    discardOutputs(outputs());
     throw;
   }
   if (scored) return;
-  clearOutputs();
+  discardOutputs(outputs());
   // By agreement no error: a call set may be too small for any model.
   if (training.failed()) fputs("VarCal failed\n", stderr);
 }

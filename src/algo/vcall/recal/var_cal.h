@@ -69,7 +69,6 @@ class VarCal final : public Algo {
   void addResourceParam(const char* value);
   std::unique_ptr<VCFCache> openVcf(const std::string& path) const;
   void clearFile(const std::string& path) const;
-  void clearOutputs() const;
   void writeResults(VarCalTraining& training) const;
 
   VarCalParam param_;
