@@ -237,6 +237,8 @@ def joint_calls(texts, reference, *, mode="variant", call_conf=30, emit_conf=30,
         for column, sample in zip(own, given.first.samples if given.first else []):
             if column is not None:
                 ploidies[column] = ploidy_of(sample)
+    used = [i for i, own in enumerate(columns) if any(column is not None for column in own)]  # others have no say
+    inputs, columns = [inputs[i] for i in used], [columns[i] for i in used]
     sites = []
     for contig, bases in reference.items():
         for position in sorted(set().union(*(given.over[contig] for given in inputs))):
