@@ -207,6 +207,13 @@ def test_gvcf_records(call, simulated):  # noqa: F811
     assert "ID=PGT" not in text_of(call(folder, "nophase.g.vcf", "--emit_mode", "gvcf", "--phasing", 0))
 
 
+def test_tells_of_a_ploidy_without_likelihoods(run, simulated):  # noqa: F811
+    words = [*inputs(simulated(depth=30)), "--shard", "chr1:1-10000", "--algo", "Haplotyper", "--emit_mode"]
+    for mode, ploidy, told in (("gvcf", 13, 1), ("gvcf", 12, 0), ("variant", 13, 0)):
+        done = run(*words, mode, "--ploidy", ploidy, "out.vcf")
+        assert done.returncode == 0 and done.stderr.count(f"Warning: Haplotyper: records of ploidy {ploidy} have no PL") == told
+
+
 def test_given_alleles(call, simulated, tmp_path):  # noqa: F811
     folder = simulated(depth=30)
     plain = [r for r in records_of(call(folder, "plain.vcf.gz")) if r.contig == "chr1" and len(r.alts) == 1]

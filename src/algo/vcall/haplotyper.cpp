@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 #include <stdexcept>
 
 #include "algo/vcall/haplotyper_engine.h"
+#include "algo/vcall/model/genotype_assignment.h"
 #include "algo/vcall/model/genotype_index.h"
 #include "algo/vcall/pairhmm/models.h"
 #include "base/text.h"
@@ -101,6 +103,14 @@ std::string Haplotyper::usage() const {
 void Haplotyper::init() {
   AssemblyCallAlgo::init();
   if (param_.maxAltAlleles == 0) param_.maxAltAlleles = deriveMaxAlternates(param_.ploidy);
+  if (emit_mode_ == kGvcf && !merge_) warnOfPloidy();
+}
+
+// Records of a GVCF have two alternates or more, with <NON_REF>.
+void Haplotyper::warnOfPloidy() const {
+  if (GenotypeIndex::count(param_.ploidy, 3) <= kMaxWrittenGenotypes) return;
+  fprintf(stderr, "Warning: %s: records of ploidy %u have no PL, joint genotyping will have no likelihoods\n",
+          name.c_str(), param_.ploidy);
 }
 
 void Haplotyper::addHeaderLines(VCFHeader& header) {

@@ -32,6 +32,7 @@ class Haplotyper final : public AssemblyCallAlgo {
   void settleConfidence();
   void settlePhasing();
   void checkGenotypes() const;
+  void warnOfPloidy() const;
   std::string usage() const;
 
   Param param_;

@@ -11,7 +11,6 @@
 #include "base/bases.h"
 
 namespace {
-constexpr size_t kMaxWrittenGenotypes = 100;
 constexpr int kMaxGQ = 99;
 constexpr double kMaxPL = 1 << 30;  // of a genotype that cannot be
 

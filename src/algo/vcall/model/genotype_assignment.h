@@ -4,6 +4,7 @@
 // Cost     linear in reads and in genotypes.
 #pragma once
 
+#include <cstddef>
 #include <span>
 #include <string>
 #include <vector>
@@ -13,6 +14,8 @@
 
 // How far the best allele of a read must be ahead of the second to be its allele, log10.
 inline constexpr double kInformativeMargin = 0.2;
+// A sample of a ploidy other than 2 has no PL where there are more genotypes.
+inline constexpr size_t kMaxWrittenGenotypes = 100;
 
 // The evidence of the site's pileup, one for each of its reads: the allele is the one that the read's base stands for,
 // of the reference and of the alternates that replace a single base and are kept. `sampleOf` is by read group; a read of
