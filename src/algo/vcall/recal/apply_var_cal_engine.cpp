@@ -17,8 +17,8 @@ constexpr size_t kMaxItems = 100;  // of a recal line; each is looked for among 
 constexpr char kLodKey[] = "VQSLOD", kEndKey[] = "END";
 
 // Behind REF, whatever END says: VarCal counts so.
-int32_t endOf(const VCFLine& line) {
-  return line.pos + int32_t(strlen(line.column(VCFLine::kRef)));
+int64_t endOf(const VCFLine& line) {
+  return int64_t{line.pos} + int64_t(strlen(line.column(VCFLine::kRef)));
 }
 
 std::string placeOf(const VCFLine& line) {
@@ -121,7 +121,7 @@ void ApplyVarCal::Engine::gatherRecal(int32_t position) {
 // Where several lines of the recal file have one place and end, they are of the records that VarCal took, in order.
 const VCFLine* ApplyVarCal::Engine::findRecal(const VCFLine& line) {
   if (line.pos != position_) gatherRecal(line.pos);
-  const int32_t end = endOf(line);
+  const int64_t end = endOf(line);
   const auto first = std::partition_point(here_.begin(), here_.end(),
                                           [end](const RecalLine& r) { return r.line->end < end; });
   const auto last =

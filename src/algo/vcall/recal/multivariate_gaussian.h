@@ -35,12 +35,10 @@ struct MultivariateGaussian {
 struct BayesianMultivariateGaussian final : MultivariateGaussian {
   explicit BayesianMultivariateGaussian(size_t dimensions) : MultivariateGaussian(dimensions) {}
 
-  // Makes expectedLog10() ready; `lambdaSum` is hp_lambda of all components. Throws std::overflow_error.
+  // Sets sigmaInverse and cachedDenomLog10 so that cachedDenomLog10 - kHalfLog10E * distance(x) is the expectation of the
+  // weighted density under what is believed of weight, mean and covariance. `lambdaSum` is hp_lambda of all components.
+  // Throws std::overflow_error.
   void precomputeDenominator(double lambdaSum);
-  // The expectation of the weighted density under what is believed of weight, mean and covariance.
-  double expectedLog10(std::span<const double> x) const {
-    return cachedDenomLog10 - kHalfLog10E * distance(x);
-  }
 
   // Makes evaluate() ready: the inverse and the plain normal density's factor.
   void precomputePlain();

@@ -1,23 +1,14 @@
 #include "algo/vcall/recal/plot_file.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <limits>
-#include <memory>
-#include <stdexcept>
 
-#include "base/text.h"
+#include "algo/vcall/recal/text_file.h"
 
 namespace {
 
 using Sample = std::vector<const VariantDatum*>;
-using File = std::unique_ptr<FILE, int (*)(FILE*)>;
-
-File openPlot(const std::string& path) {
-  return File(fopen(path.c_str(), "w"), fclose);
-}
 
 // At most `most` of the data, all equally likely.
 void drawSample(Sample& data, size_t most, JavaUtil::Random& random) {
@@ -67,8 +58,7 @@ double medianOf(const std::vector<VariantDatum>& data, size_t annotation) {
 void writePlotFile(const std::string& name, const std::string& path, const std::string& output,
                    const VarCalParam& param, const std::vector<VariantDatum>& data, double acceptedLod,
                    VarCalTraining& training) {
-  File file = openPlot(path);
-  if (!file) throw std::runtime_error(name + ": cannot open file " + path + ", " + strerror(errno));
+  TextFile file = openTextFile(name, path, "w");
   const Sample sample = sampleOf(data, size_t(std::max(param.plot_sample_size, 0)), training.random());
   std::vector<std::string> names = training.annotations();
   std::vector<double> medians(names.size());
@@ -99,7 +89,5 @@ void writePlotFile(const std::string& name, const std::string& path, const std::
       }
     }
   }
-  const bool failed = ferror(file.get());
-  if (fclose(file.release()) != 0 || failed)
-    throw std::runtime_error(name + ": Failed to write to file " + path + ", " + strerror(errno));
+  closeTextFile(name, path, std::move(file));
 }

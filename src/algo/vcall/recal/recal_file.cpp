@@ -1,5 +1,8 @@
 #include "algo/vcall/recal/recal_file.h"
 
+#include <algorithm>
+#include <cstdint>
+
 #include "base/text.h"
 #include "readdata/vcf/vcf_contigs.h"
 #include "readdata/vcf/vcf_writer.h"
@@ -28,7 +31,7 @@ VCFHeader makeHeader(const std::vector<Contig>& contigs, const std::string& refe
 }
 
 std::string infoOf(const VariantDatum& datum, const std::vector<std::string>& annotations) {
-  std::string info = format("END=%d", datum.pos + datum.length);
+  std::string info = "END=" + std::to_string(datum.end());
   if (datum.atAntiTrainingSite) info += ";NEGATIVE_TRAIN_SITE";
   if (datum.atTrainingSite) info += ";POSITIVE_TRAIN_SITE";
   const char* const culprit = datum.culprit < 0 ? "NULL" : annotations[size_t(datum.culprit)].c_str();
@@ -55,7 +58,7 @@ void writeRecalFile(const std::string& name, const std::string& path, const std:
     }
     writer.writeLine(format("%s\t%d\t.\tN\t<VQSR>\t.\t.\t%s\n", contig_name.c_str(), datum.pos + 1,
                             infoOf(datum, annotations).c_str()),
-                     datum.pos, datum.pos + datum.length);
+                     datum.pos, int32_t(std::min<int64_t>(datum.end(), INT32_MAX)));
   }
   writer.close();
 }

@@ -6,10 +6,10 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <stdexcept>
 #include <strings.h>
 
+#include "algo/vcall/recal/text_file.h"
 #include "base/text.h"
 
 namespace {
@@ -80,20 +80,13 @@ void fill(Tranche& tranche, const DataByLod& data) {
   tranche.novelTiTv = novel.ratio();
 }
 
-void checkTarget(double target) {
-  if (!(target >= 0 && target <= 100))
-    throw std::invalid_argument(format("Target false discovery rate(FDS) is unreasonable %f", target));
-}
-
-using File = std::unique_ptr<FILE, int (*)(FILE*)>;
-
-File openFile(const std::string& name, const std::string& path, const char* mode) {
-  File file(fopen(path.c_str(), mode), fclose);
-  if (!file) throw std::runtime_error(name + ": cannot open file " + path + ", " + strerror(errno));
-  return file;
-}
-
 }  // namespace
+
+void checkTarget(double target, const std::string& place) {
+  if (!(target >= 0 && target <= 100))
+    throw std::invalid_argument(format("Target false discovery rate(FDS) is unreasonable %f", target) +
+                                place);
+}
 
 std::vector<Tranche> createTranches(const std::vector<VariantDatum>& data, const std::vector<double>& targets,
                                     uint32_t model) {
@@ -127,7 +120,7 @@ void writeTranches(const std::string& name, const std::string& path, std::vector
   std::stable_sort(tranches.begin(), tranches.end(), [](const Tranche& a, const Tranche& b) {
     return a.targetTruthSensitivity < b.targetTruthSensitivity;
   });
-  File file = openFile(name, path, "w");
+  TextFile file = openTextFile(name, path, "w");
   std::string text = format(
       "# Variant quality score tranches file\n# Version number %d\n"
       "targetTruthSensitivity,numKnown,numNovel,knownTiTv,novelTiTv,minVQSLod,filterName,model,"
@@ -146,9 +139,8 @@ void writeTranches(const std::string& name, const std::string& path, std::vector
                    int(tranche.callsAtTruthSites), sensitivity);
     previous = tranche.targetTruthSensitivity;
   }
-  const bool written = fwrite(text.data(), 1, text.size(), file.get()) == text.size();
-  if (fclose(file.release()) != 0 || !written)
-    throw std::runtime_error(name + ": Failed to write to file " + path + ", " + strerror(errno));
+  fputs(text.c_str(), file.get());
+  closeTextFile(name, path, std::move(file));
 }
 
 namespace {
@@ -182,7 +174,7 @@ bool parseTranche(const char* line, Tranche& tranche, std::string& model) {
 }  // namespace
 
 std::vector<Tranche> readTranches(const std::string& name, const std::string& path) {
-  const File file = openFile(name, path, "r");
+  const TextFile file = openTextFile(name, path, "r");
   const auto refuse = [&] { throw std::runtime_error(name + ": Unsupported tranche file " + path); };
   std::vector<Tranche> tranches;
   bool has_titles = false;
@@ -199,7 +191,7 @@ std::vector<Tranche> readTranches(const std::string& name, const std::string& pa
     if (known == std::end(kModelNames))
       throw std::runtime_error(
           format("%s: Unsupported model=%s in tranche file %s", name.c_str(), model.c_str(), path.c_str()));
-    checkTarget(tranche.targetTruthSensitivity);
+    checkTarget(tranche.targetTruthSensitivity, " in tranche file " + path);
     tranche.model = uint32_t(known - std::begin(kModelNames));
     tranches.push_back(std::move(tranche));
   }

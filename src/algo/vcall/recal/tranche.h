@@ -22,11 +22,16 @@ struct Tranche {
 
 inline const std::vector<double> kDefaultTargets = {100, 99.9, 99, 90};
 
-// The tranches of the data that are not aggregate, in the order of `targets` (percent).
+// Throws std::invalid_argument unless `target` is a percentage; `place` ends the text.
+void checkTarget(double target, const std::string& place = "");
+
+// The tranches of the data that are not aggregate, in the order of `targets` (percent). A target that no cut
+// keeps to has none, nor has any without truth sites.
 std::vector<Tranche> createTranches(const std::vector<VariantDatum>& data, const std::vector<double>& targets,
                                     uint32_t model);
 
-// `name` of the algorithm stands in front of what the system tells.
+// Writes the tranches in ascending order of target. Here and below `name` of the algorithm stands in front of errors of
+// files.
 void writeTranches(const std::string& name, const std::string& path, std::vector<Tranche> tranches);
 // Sorted by target, descending. A file of a later version, with other columns or cut short is refused.
 std::vector<Tranche> readTranches(const std::string& name, const std::string& path);

@@ -90,8 +90,7 @@ void VarCal::addOptions(OptionParser& parser) {
         char* rest;
         const double target = strtod(value, &rest);
         if (rest == value || *rest != '\0') refuse(std::string(": invalid tranche ") + value);
-        if (!(target >= 0 && target <= 100))
-          throw std::invalid_argument(format("Target false discovery rate(FDS) is unreasonable %f", target));
+        checkTarget(target);
         param_.targets.push_back(target);
         return true;
       });

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 #include <string_view>
+#include <utility>
 
 #include "base/timer.h"
 
@@ -14,7 +15,7 @@ namespace {
 constexpr uint32_t kIndelBit = 2;
 
 bool isCovered(const VCFLine& record, const VariantDatum& datum) {
-  return record.pos < datum.pos + datum.length && record.end > datum.pos;
+  return record.pos < datum.end() && record.end > datum.pos;
 }
 
 void fetch(VCFCache& reader, uint32_t from, int32_t to, VCFLine::Column last) {
@@ -92,11 +93,11 @@ void VarCal::Engine::collect(VCFCache& reader, uint32_t from, uint32_t to, bool 
   }
 }
 
-bool VarCal::Engine::take(const VCFLine& line, bool aggregate) {
+void VarCal::Engine::take(const VCFLine& line, bool aggregate) {
   const std::string_view ref = line.column(VCFLine::kRef), alt = line.column(VCFLine::kAlt);
   const VariantClass kind(ref, alt);
-  if (!kind.belongsTo(param_.var_type)) return false;
-  if (!passesFilters(line.column(VCFLine::kFilter), param_.ignore_input_filters)) return false;
+  if (!kind.belongsTo(param_.var_type)) return;
+  if (!passesFilters(line.column(VCFLine::kFilter), param_.ignore_input_filters)) return;
   VariantDatum datum;
   datum.isBiallelicSNP = kind.isBiallelicSNP;
   datum.isTransition = kind.isTransition;
@@ -108,7 +109,6 @@ bool VarCal::Engine::take(const VCFLine& line, bool aggregate) {
   readAnnotations(line, datum);
   result_->data.push_back(std::move(datum));
   is_indel_.push_back(kind.type & kIndelBit);
-  return true;
 }
 
 // A value that is no number, or beyond what a Float of a VCF can be, is missing.
@@ -128,16 +128,16 @@ void VarCal::Engine::readAnnotations(const VCFLine& line, VariantDatum& datum) c
 
 void VarCal::Engine::consult(Source& source, uint32_t from, size_t first) {
   std::vector<VariantDatum>& data = result_->data;
-  int32_t end = int32_t(from);
-  for (size_t i = first; i < data.size(); ++i) end = std::max(end, data[i].pos + data[i].length);
-  fetch(*source.reader, from, end, VCFLine::kFilter);
+  int64_t end = from;
+  for (size_t i = first; i < data.size(); ++i) end = std::max(end, data[i].end());
+  fetch(*source.reader, from, int32_t(std::min<int64_t>(end, INT32_MAX)), VCFLine::kFilter);
   const std::span<const VCFLine> records = source.reader->records();
   size_t passed = 0;  // records that end before the datum, and all after it
   for (size_t i = first; i < data.size(); ++i) {
     VariantDatum& datum = data[i];
     if (i > first && datum.pos < data[i - 1].pos) passed = 0;  // another file begins
     while (passed < records.size() && records[passed].end <= datum.pos) ++passed;
-    for (size_t r = passed; r < records.size() && records[r].pos < datum.pos + datum.length; ++r) {
+    for (size_t r = passed; r < records.size() && records[r].pos < datum.end(); ++r) {
       const VCFLine& record = records[r];
       if (!isCovered(record, datum) || strcmp(record.column(VCFLine::kAlt), ".") == 0) continue;
       const VariantClass kind(record.column(VCFLine::kRef), record.column(VCFLine::kAlt));

@@ -30,7 +30,8 @@ class VarCal::Engine final : public Algo::Engine {
 
   // Appends the variants of `reader` that begin in the shard's part [from, to).
   void collect(VCFCache& reader, uint32_t from, uint32_t to, bool aggregate);
-  bool take(const VCFLine& line, bool aggregate);
+  // Appends the record unless its type or a filter keeps it out.
+  void take(const VCFLine& line, bool aggregate);
   void readAnnotations(const VCFLine& line, VariantDatum& datum) const;
   // What the resource says of the data from `first` on, which are sorted by position.
   void consult(Source& source, uint32_t from, size_t first);

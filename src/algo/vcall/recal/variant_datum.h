@@ -31,6 +31,8 @@ struct VariantDatum final : Datum {
   double qual = 0;
   int32_t pos = 0, length = 0;  // POS, and the bases of REF
   int32_t contig = -1;          // index in the reference, -1 unknown
+
+  int64_t end() const { return int64_t{pos} + length; }  // behind the last base of REF
 };
 
 inline constexpr size_t kMaxAnnotations = 64;
