@@ -3,7 +3,7 @@
 before and after, as a Markdown table. A third of the known sites is the resource. Status 1 when filtering does not
 raise precision, or costs more than 1 % of recall.
 
-usage: cohort.py DRIVER SIMULATE WORK_DIR [MEGABASES [SEED]]   10 minutes and 200 MB per megabase
+usage: cohort.py DRIVER SIMULATE WORK_DIR [MEGABASES [SEED]]   4 minutes and 200 MB per megabase
 """
 import concurrent.futures
 import os
