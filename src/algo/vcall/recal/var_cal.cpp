@@ -233,7 +233,7 @@ void VarCal::merge(const Shard&, Algo::Result* result) {
 }
 
 void VarCal::finish() {
-  VarCalTraining training(name, param_, data_, context->pool);
+  VarCalTraining training(param_, data_, context->pool);
   bool scored = false;
   try {
     scored = training.recalibrate();

@@ -52,14 +52,8 @@ Moments momentsOf(const std::vector<VariantDatum>& data, size_t annotation, cons
 
 }  // namespace
 
-VarCalTraining::VarCalTraining(const std::string& name, const VarCalParam& param,
-                               std::vector<VariantDatum>& data, thread_coop* pool)
-    : name_(name),
-      param_(param),
-      data_(data),
-      annotations_(param.annotations),
-      random_(param.srand),
-      pool_(pool) {}
+VarCalTraining::VarCalTraining(const VarCalParam& param, std::vector<VariantDatum>& data, thread_coop* pool)
+    : param_(param), data_(data), annotations_(param.annotations), random_(param.srand), pool_(pool) {}
 
 bool VarCalTraining::recalibrate() {
   logitMQ();

@@ -15,11 +15,11 @@
 
 class VarCalTraining {
  public:
-  // `pool` may be null.
-  VarCalTraining(const std::string& name, const VarCalParam& param, std::vector<VariantDatum>& data,
-                 thread_coop* pool);
+  // Parameters, data and pool outlive the training; the pool may be null.
+  VarCalTraining(const VarCalParam& param, std::vector<VariantDatum>& data, thread_coop* pool);
 
-  // Sets lod and culprit of all data. False, with a message, when there are no training data.
+  // Sets lod and culprit of all data, and makes their annotations normalised, in training order. Once only. False, with a
+  // message, when there are no training data, and when a model failed.
   bool recalibrate();
   // A model has no valid state: the run ends without results.
   bool failed() const { return failed_; }
@@ -42,7 +42,6 @@ class VarCalTraining {
   std::vector<Datum*> positiveSet();
   std::vector<Datum*> negativeSet();
 
-  const std::string& name_;
   const VarCalParam& param_;
   std::vector<VariantDatum>& data_;
   std::vector<std::string> annotations_;

@@ -8,8 +8,6 @@
 
 namespace {
 
-const std::string kName = "VarCal";
-
 // MQ, FS and QD of true sites, half of them trained on, and of one in four that is false; FS is missing at every fifth.
 std::vector<VariantDatum> makeData(size_t count) {
   JavaUtil::Random draw(8);
@@ -35,7 +33,7 @@ TEST(VarCalTraining, NormalisesByTheTrainingSitesAndOrdersByVariance) {
   std::vector<VariantDatum> data = makeData(2000);
   data[1].annotations[2] = 1e6;  // an outlier, which makes the others of its annotation seem alike
   const VarCalParam param = makeParam();
-  VarCalTraining training(kName, param, data, nullptr);
+  VarCalTraining training(param, data, nullptr);
   ASSERT_TRUE(training.recalibrate());
   EXPECT_EQ(training.annotations(), (std::vector<std::string>{"MQ", "FS", "QD"}));
   const size_t fs = 1;
@@ -57,7 +55,7 @@ TEST(VarCalTraining, TellsTrueFromFalseAndTheReason) {
   std::vector<VariantDatum> data = makeData(4000);
   VarCalParam param = makeParam();
   param.max_mq = 60;
-  VarCalTraining training(kName, param, data, nullptr);
+  VarCalTraining training(param, data, nullptr);
   ASSERT_TRUE(training.recalibrate());
   size_t wrong = 0, negative = 0;
   for (const VariantDatum& datum : data) {
@@ -76,7 +74,7 @@ TEST(VarCalTraining, ASeedGivesOneResult) {
     std::vector<VariantDatum> data = makeData(1000);
     VarCalParam param = makeParam();
     param.srand = seed;
-    VarCalTraining training(kName, param, data, nullptr);
+    VarCalTraining training(param, data, nullptr);
     ASSERT_TRUE(training.recalibrate());
     std::vector<double>& own = seed == 2 ? lods[2] : lods[lods[0].empty() ? 0 : 1];
     for (const VariantDatum& datum : data) own.push_back(datum.lod);
