@@ -157,6 +157,7 @@ BAD_OPTIONS = [
     (lambda w: w[:-1] + ["--partsize", "0", "o.vcf"], "VarCal: invalid partsize 0"),
     (lambda w: w[:-1] + ["--plot_file", "none/plot", "o.vcf"], "VarCal: cannot open file none/plot, No such file or directory"),
     (lambda w: ["--shard", "chr1:1-1000", *w], "Algo VarCal does not support sharded traversal mode"),
+    (lambda w: w[:-1] + ["."], "VarCal: cannot open file ., Is a directory"),
     (lambda w: w[:-1] + ["none/o.vcf"], "VarCal: cannot open file none/o.vcf, No such file or directory"),
 ]
 
@@ -175,6 +176,13 @@ def test_no_index_and_other_contigs(calls, run, tmp_path):
     os.rename(tmp_path / "resource.vcf.gz", tmp_path / "bare.vcf.gz")
     done = run(*words(resources=["bare.vcf.gz"]))
     assert done.returncode == 255 and "bare.vcf.gz" in done.stderr
+    for name in ("out.vcf.gz", "out.vcf.gz.tbi", "tranches"):  # of an earlier run
+        (tmp_path / name).write_text("old")
+    (tmp_path / "short.vcf").write_text(f"##fileformat=VCFv4.2\n##contig=<ID=chr1,length={LENGTH}>\n#CHROM\tPOS\tID\tREF\tALT\tQUAL\tFILTER\tINFO\nchr1\t2100\t.\tA\n")
+    pysam.tabix_index(str(tmp_path / "short.vcf"), preset="vcf", force=True)
+    done = run(*words("--vcf", "short.vcf.gz", resources=["calls.vcf.gz"]))
+    assert done.returncode == 255 and "short.vcf.gz: too few columns in the line of chr1:2100" in done.stderr
+    assert not [*tmp_path.glob("out*"), *tmp_path.glob("tranches")]
     text = (tmp_path / "other.vcf")
     text.write_text("##fileformat=VCFv4.2\n##contig=<ID=chr1,length=77>\n#CHROM\tPOS\tID\tREF\tALT\tQUAL\tFILTER\tINFO\n")
     pysam.tabix_index(str(text), preset="vcf", force=True)

@@ -8,7 +8,6 @@
 #include <cstring>
 #include <stdexcept>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "algo/output_check.h"
 #include "algo/vcall/recal/data_dump.h"
@@ -200,17 +199,17 @@ void VarCal::init() {
   for (const std::string& path : aggregate_files_) aggregates_.push_back(openVcf(path));
   contig_numbers_ = contigMapOf(context->reference->contigs());
   for (const std::string& path : {output_, tranches_file_, plot_file_})
-    if (!path.empty()) clearFile(path);
+    if (!path.empty()) openOnce(path);
+  discardOutputs(outputs());  // a run that ends early must not leave files of an earlier one
 }
 
-// A run that ends early must not leave files of an earlier one; whether they can be written is told before the work.
-void VarCal::clearFile(const std::string& path) const {
+// Whether an output can be written is told before the work.
+void VarCal::openOnce(const std::string& path) const {
   struct stat info;
   if (stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode)) return;
   FILE* const file = fopen(path.c_str(), "w");
   if (!file) throw std::invalid_argument(name + ": cannot open file " + path + ", " + strerror(errno));
   fclose(file);
-  if (lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode)) unlink(path.c_str());
 }
 
 std::unique_ptr<VCFCache> VarCal::openVcf(const std::string& path) const {

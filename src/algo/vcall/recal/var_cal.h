@@ -68,7 +68,7 @@ class VarCal final : public Algo {
   void settle(const std::vector<const char*>& positional);
   void addResourceParam(const char* value);
   std::unique_ptr<VCFCache> openVcf(const std::string& path) const;
-  void clearFile(const std::string& path) const;
+  void openOnce(const std::string& path) const;
   void writeResults(VarCalTraining& training) const;
 
   VarCalParam param_;
