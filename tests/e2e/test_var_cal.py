@@ -155,6 +155,7 @@ BAD_OPTIONS = [
     (lambda w: w[:-1] + ["--var_type", "SNV", "o.vcf"], "VarCal: invalid var_type SNV"),
     (lambda w: w[:-1] + ["--tranche", "101", "o.vcf"], "Target false discovery rate(FDS) is unreasonable 101.000000"),
     (lambda w: w[:-1] + ["--partsize", "0", "o.vcf"], "VarCal: invalid partsize 0"),
+    (lambda w: w[:-1] + ["--max_gaussians", "2000000000", "o.vcf"], "VarCal: invalid max_gaussians 2000000000"),
     (lambda w: w[:-1] + ["--plot_file", "none/plot", "o.vcf"], "VarCal: cannot open file none/plot, No such file or directory"),
     (lambda w: ["--shard", "chr1:1-1000", *w], "Algo VarCal does not support sharded traversal mode"),
     (lambda w: w[:-1] + ["."], "VarCal: cannot open file ., Is a directory"),

@@ -22,6 +22,7 @@
 namespace {
 
 constexpr int kComponents = 8, kIndelComponents = 4;
+constexpr int kMostComponents = 1000;  // far above what any training set can fill
 
 }  // namespace
 
@@ -169,7 +170,7 @@ void VarCal::settle(const std::vector<const char*>& positional) {
   output_ = positional[0];
   if (param_.max_neg_gaussians < 1)
     refuse(": invalid max_neg_gaussians " + std::to_string(param_.max_neg_gaussians));
-  if (param_.max_gaussians < 1 && param_.max_gaussians != -1)
+  if ((param_.max_gaussians < 1 && param_.max_gaussians != -1) || param_.max_gaussians > kMostComponents)
     refuse(": invalid max_gaussians " + std::to_string(param_.max_gaussians));
   if (param_.mixture.partsize < 1) refuse(": invalid partsize " + std::to_string(param_.mixture.partsize));
   fprintf(stderr, "maxGaussians = %d\n", param_.positiveComponents());

@@ -18,7 +18,7 @@
 struct Resource {
   std::string path, name;
   bool known = false, training = false, bad = false, truth = false, consensus = false;
-  double prior = 0;
+  double prior = 0;                  // kept with the data, used by nothing
   std::unique_ptr<VCFCache> reader;  // opened by init(); engines have copies
 };
 
@@ -30,14 +30,14 @@ struct VarCalParam {
   int max_gaussians = -1;       // -1: by the type of variants
   int max_neg_gaussians = 2;
   int srand = 47382911;
-  double max_mq = 0;  // 0: MQ as it is
-  int min_training_variants = 1000;
-  double std_thresh = 10.0;  // standard deviations
-  double min_accept_lod = -2000.0;
-  double bad_lod_thresh = -5.0;
-  bool all_poly = false, consistent = false;
+  double max_mq = 0;                          // 0: MQ as it is
+  int min_training_variants = 1000;           // fewer are warned of
+  double std_thresh = 10.0;                   // standard deviations
+  double min_accept_lod = -2000.0;            // VQSLOD; for the plot file, without tranches
+  double bad_lod_thresh = -5.0;               // log10 density under the good model
+  bool all_poly = false, consistent = false;  // accepted, without effect
   int plot_sample_size = 1000, plot_simu_steps = 60;
-  double target_titv = 2.15;
+  double target_titv = 2.15;  // accepted, without effect
   MixtureOptions mixture;
 
   int positiveComponents() const;
@@ -46,6 +46,8 @@ struct VarCalParam {
 
 class VarCalTraining;
 
+// Collects a VariantDatum per record on the walkers' threads; finish() trains, scores and writes on one thread and the
+// pool. A run whose models come to nothing ends without outputs and without error.
 class VarCal final : public Algo {
  public:
   class Engine;

@@ -14,10 +14,6 @@ namespace {
 
 constexpr uint32_t kIndelBit = 2;
 
-bool isCovered(const VCFLine& record, const VariantDatum& datum) {
-  return record.pos < datum.end() && record.end > datum.pos;
-}
-
 void fetch(VCFCache& reader, uint32_t from, int32_t to, VCFLine::Column last) {
   static Timer* const db_timer = timer("fetch_db");
   TimerScope scope(db_timer);
@@ -132,14 +128,21 @@ void VarCal::Engine::consult(Source& source, uint32_t from, size_t first) {
   for (size_t i = first; i < data.size(); ++i) end = std::max(end, data[i].end());
   fetch(*source.reader, from, int32_t(std::min<int64_t>(end, INT32_MAX)), VCFLine::kFilter);
   const std::span<const VCFLine> records = source.reader->records();
-  size_t passed = 0;  // records that end before the datum, and all after it
+  size_t next = 0;
+  std::vector<const VCFLine*>
+      reaching;  // of the records before `next`, those that end behind the datum's start
   for (size_t i = first; i < data.size(); ++i) {
     VariantDatum& datum = data[i];
-    if (i > first && datum.pos < data[i - 1].pos) passed = 0;  // another file begins
-    while (passed < records.size() && records[passed].end <= datum.pos) ++passed;
-    for (size_t r = passed; r < records.size() && records[r].pos < datum.end(); ++r) {
-      const VCFLine& record = records[r];
-      if (!isCovered(record, datum) || strcmp(record.column(VCFLine::kAlt), ".") == 0) continue;
+    if (i > first && datum.pos < data[i - 1].pos) {  // another file begins
+      next = 0;
+      reaching.clear();
+    }
+    std::erase_if(reaching, [&datum](const VCFLine* record) { return record->end <= datum.pos; });
+    for (; next < records.size() && records[next].pos < datum.end(); ++next)
+      if (records[next].end > datum.pos) reaching.push_back(&records[next]);
+    for (const VCFLine* reached : reaching) {
+      const VCFLine& record = *reached;
+      if (record.pos >= datum.end() || strcmp(record.column(VCFLine::kAlt), ".") == 0) continue;
       const VariantClass kind(record.column(VCFLine::kRef), record.column(VCFLine::kAlt));
       if (kind.type == 0 || bool(kind.type & kIndelBit) != is_indel_[i - first]) continue;
       if (passesFilters(record.column(VCFLine::kFilter), {})) agree(*source.resource, datum);

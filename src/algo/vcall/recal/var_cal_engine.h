@@ -33,7 +33,7 @@ class VarCal::Engine final : public Algo::Engine {
   // Appends the record unless its type or a filter keeps it out.
   void take(const VCFLine& line, bool aggregate);
   void readAnnotations(const VCFLine& line, VariantDatum& datum) const;
-  // What the resource says of the data from `first` on, which are sorted by position.
+  // Takes in what the resource says of the data from `first` on, which are sorted by position in each input file.
   void consult(Source& source, uint32_t from, size_t first);
 
   const VarCalParam& param_;
