@@ -70,12 +70,12 @@ def call(run, sanitized, tmp_path):
 
 
 def expect_covered(records, contigs):
-    """A GVCF has every position of each contig once."""
+    """A GVCF has every position of each contig: once, but for variants that begin in what another one deletes."""
     for name, bases in contigs.items():
         end = 0
         for record in (r for r in records if r.contig == name):
-            assert record.pos == end + 1, record.line
-            end = int(record.info["END"]) if "END" in record.info else record.pos + len(record.ref) - 1
+            assert record.pos == end + 1 or ("END" not in record.info and record.pos <= end), record.line
+            end = max(end, int(record.info["END"]) if "END" in record.info else record.pos + len(record.ref) - 1)
         assert end == len(bases), name
 
 

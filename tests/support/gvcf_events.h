@@ -1,7 +1,9 @@
 // gvcf_events.h - events of a joint run from the text of their records.
 #pragma once
 
+#include <cstdint>
 #include <deque>
+#include <stdexcept>
 #include <string>
 #include <vector>
 

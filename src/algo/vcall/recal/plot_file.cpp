@@ -50,7 +50,8 @@ double medianOf(const std::vector<VariantDatum>& data, size_t annotation) {
   for (const VariantDatum& datum : data) values.push_back(datum.annotations[annotation]);
   const auto middle = values.begin() + ptrdiff_t(values.size() / 2);
   std::nth_element(values.begin(), middle, values.end());
-  return *middle;
+  if (values.size() % 2 != 0) return *middle;
+  return (*middle + *std::max_element(values.begin(), middle)) / 2;
 }
 
 }  // namespace

@@ -222,10 +222,10 @@ std::string RecalFilter::filterFor(double lod) const {
 }
 
 void addFilter(std::vector<std::string>& filters, const std::string& added) {
-  const bool none = filters.empty() || filters[0].empty() || filters[0] == "." ||
-                    strcasecmp(filters[0].c_str(), kPass) == 0;
-  if (none)
-    filters = {added};
-  else if (added != kPass && std::find(filters.begin(), filters.end(), added) == filters.end())
-    filters.push_back(added);
+  const auto saysNothing = [](const std::string& filter) {
+    return filter.empty() || filter == "." || strcasecmp(filter.c_str(), kPass) == 0;
+  };
+  if (!filters.empty() && saysNothing(filters[0])) filters.erase(filters.begin());
+  const bool is_there = std::find(filters.begin(), filters.end(), added) != filters.end();
+  if (filters.empty() || (added != kPass && !is_there)) filters.push_back(added);
 }

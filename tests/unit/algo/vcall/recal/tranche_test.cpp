@@ -121,6 +121,8 @@ TEST(RecalFilter, JoinsTheFiltersOfARecord) {
   EXPECT_THAT(joined({"q10", "s50"}, "low"), ElementsAre("q10", "s50", "low"));
   EXPECT_THAT(joined({"q10", "low"}, "low"), ElementsAre("q10", "low"));
   EXPECT_THAT(joined({"q10"}, "PASS"), ElementsAre("q10"));
+  EXPECT_THAT(joined({"PASS", "q10"}, "PASS"), ElementsAre("q10")) << "a filter does not get lost";
+  EXPECT_THAT(joined({"PASS", "q10"}, "low"), ElementsAre("q10", "low"));
 }
 
 }  // namespace
