@@ -14,6 +14,8 @@
 #include "readdata/vcf/vcf_cache.h"
 #include "readdata/vcf/vcf_writer.h"
 
+// Walkers write each shard's records, in their order, to a file of its own, which merge() appends to the output. A failed
+// run leaves no output.
 class ApplyVarCal final : public Algo {
  public:
   class Engine;

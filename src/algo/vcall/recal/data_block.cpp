@@ -59,7 +59,6 @@ void DataBlock::findNearest(std::span<const double> means, Column& nearest) cons
 }
 
 void DataBlock::scaleByMost(std::vector<Column>& values, Column& most, Column& sum) {
-  constexpr double kLog2Of10 = 3.321928094887362;
   most.fill(-std::numeric_limits<double>::infinity());
   sum.fill(0);
   for (const Column& column : values)

@@ -11,6 +11,7 @@
 struct DataBlock {
   static constexpr size_t kSize = 256;  // data, whose values stay in the first cache
   static constexpr size_t kSteps = kSize / 4;
+  static constexpr double kLog2Of10 = 3.321928094887362;
   typedef double Lanes __attribute__((vector_size(4 * sizeof(double))));
 
   // One value of each datum.

@@ -12,14 +12,13 @@ namespace {
 
 constexpr double kPriorScale = 200.0;  // the prior scatter is the inverse of this times the identity
 constexpr double kLeastSum = 1e-20;
-constexpr double kLog2Of10 = 3.321928094887362;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kNone = -std::numeric_limits<double>::infinity();
 
 using Column = DataBlock::Column;
 
-double exp10Fast(double x) {
-  return std::exp2(x * kLog2Of10);
+double powerOf10(double x) {
+  return std::exp2(x * DataBlock::kLog2Of10);
 }
 
 // log10 of the sum of 10^v.
@@ -27,10 +26,10 @@ class Log10Sum {
  public:
   void add(double value) {
     if (value > most_) {
-      sum_ = sum_ * exp10Fast(most_ - value) + 1;
+      sum_ = sum_ * powerOf10(most_ - value) + 1;
       most_ = value;
     } else if (value != kNone) {
-      sum_ += exp10Fast(value - most_);
+      sum_ += powerOf10(value - most_);
     }
   }
   double value() const { return most_ + std::log10(sum_); }
