@@ -7,15 +7,15 @@
 
 namespace {
 
-// Reads of the reference, half of them reverse, and alternates of either direction.
-LocusReads locus(int forward, int reverse) {
-  LocusMaker maker;
+// Reads of the reference, half of them reverse, and alternates of either direction; `maker` owns them.
+LocusReads locus(LocusMaker& maker, int forward, int reverse) {
   maker.of(20, kTumor, 0).of(20, kTumor, 0, FLAG_REVERSE);
   return maker.of(forward, kTumor, 1).of(reverse, kTumor, 1, FLAG_REVERSE).build();
 }
 
 double strandLod(int forward, int reverse) {
-  return calcArtefacts(locus(forward, reverse), 1, {}, 'A', 'C').strand;
+  LocusMaker maker;
+  return calcArtefacts(locus(maker, forward, reverse), 1, {}, 'A', 'C').strand;
 }
 
 TEST(TNArtefacts, OneStrandIsAFaultWhenEnoughReadsSaySo) {
@@ -43,7 +43,8 @@ TEST(TNArtefacts, OxidationHasItsChangeAndItsOrientation) {
   AlleleEvidence evidence;
   evidence.refF1R2 = evidence.refF2R1 = 20;
   evidence.altF1R2 = 4;
-  const LocusReads reads = locus(2, 2);
+  LocusMaker maker;
+  const LocusReads reads = locus(maker, 2, 2);
   const auto lod = [&](char ref, char alt) { return calcArtefacts(reads, 1, evidence, ref, alt).oxidation; };
   EXPECT_GE(lod('G', 'T'), kArtefactLod);
   EXPECT_LT(lod('C', 'A'), 0);
