@@ -169,8 +169,7 @@ void Haplotyper::Engine::describeSite(const EventSite& event) {
 }
 
 void Haplotyper::Engine::finishRegion(const AssemblyTask& task) {
-  if (param_.phasing)
-    phaseRecords(held_, task.haplotypes.size(), haplotyper().samples_[0], clips_, rows_);
+  if (param_.phasing) phaseRecords(held_, task.haplotypes.size(), haplotyper().samples_[0], clips_, rows_);
 }
 
 // Positions that are written already, or lie inside of a record, are passed over.

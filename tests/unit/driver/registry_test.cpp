@@ -14,7 +14,8 @@ TEST(Registry, HoldsExactlyTheAlgorithmsThatWork) {
     EXPECT_TRUE(builder->visible());
   }
   EXPECT_THAT(names, testing::ElementsAre("AlignmentStat", "ApplyVarCal", "Dedup", "GVCFtyper", "Genotyper",
-                                          "Haplotyper", "LocusCollector", "QualCal", "ReadWriter", "TNhaplotyper", "VarCal"));
+                                          "Haplotyper", "LocusCollector", "QualCal", "ReadWriter",
+                                          "TNhaplotyper", "VarCal"));
 }
 
 }  // namespace

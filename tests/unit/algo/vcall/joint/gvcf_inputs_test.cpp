@@ -85,7 +85,8 @@ TEST(GVCFInputs, MakesEqualSampleNamesUniqueWhenAsked) {
   const GVCFInputs merged = files.open(false);
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               HasSubstr("sample NA1 of input file " + files.paths[2]));
-  EXPECT_THAT(merged.sampleMaps, ElementsAre(ElementsAre(0), ElementsAre(-1, 1))) << "a file of known samples is out";
+  EXPECT_THAT(merged.sampleMaps, ElementsAre(ElementsAre(0), ElementsAre(-1, 1)))
+      << "a file of known samples is out";
   EXPECT_THAT(merged.ploidies, ElementsAre(1, 2));
 }
 
