@@ -32,6 +32,17 @@ void Algo::giveHelp(const std::string& usage, const OptionParser& parser) {
   mode_mask |= kHelpGiven;
 }
 
+bool Algo::takeArguments(OptionParser& parser, const std::string& usage, int count, const char* const args[],
+                         std::vector<const char*>& positional) {
+  if (context->mode == DriverContext::kHelp) {
+    giveHelp(usage, parser);
+    return false;
+  }
+  if (parser.parse(count, args, positional) != OptionParser::kOk)
+    throw std::invalid_argument(name + ": unknown option");
+  return true;
+}
+
 void Algo::requireMergeRun(size_t partial_count) const {
   if (context->reads || context->reference)
     throw std::invalid_argument(name + ": --merge must not have input reference or bam files");

@@ -66,6 +66,10 @@ class Algo {
 
   // In help mode a constructor gives its usage text and its table and returns; both go to standard error.
   void giveHelp(const std::string& usage, const OptionParser& parser);
+  // In help mode that, and false; else parses the arguments into the bound fields and `positional`. Throws for an unknown
+  // option.
+  bool takeArguments(OptionParser& parser, const std::string& usage, int count, const char* const args[],
+                     std::vector<const char*>& positional);
   // Throws unless a --merge run has neither reads nor reference, and at least one partial file.
   void requireMergeRun(size_t partial_count) const;
 

@@ -31,14 +31,8 @@ Dedup::Dedup(DriverContext* context, int count, const char* const args[])
   rules_.optical_dup_pix_dist = 100;
   rules_.params.readbehind = 0;
   addOptions(parser);
-  if (context->mode == DriverContext::kHelp) {
-    giveHelp(usage(), parser);
-    return;
-  }
-
   std::vector<const char*> positional;
-  if (parser.parse(count, args, positional) != OptionParser::kOk)
-    throw std::invalid_argument(name + ": unknown option");
+  if (!takeArguments(parser, usage(), count, args, positional)) return;
   settleOptions();
   if (positional.empty() || !*positional[0]) throw std::invalid_argument(name + ": missing output file");
   if (positional.size() > 1 && !merge_) throw std::invalid_argument(name + ": extra argument after output");

@@ -21,17 +21,13 @@ LocusCollector::LocusCollector(DriverContext* context, int count, const char* co
   parser.addInt("score_info_reduce", 0, nullptr, score_info_reduce_);
   parser.addFlag("fixmate", 0, nullptr, fixmate_);
   parser.addInt("block_size", 0, nullptr, block_size_);
-  if (context->mode == DriverContext::kHelp) {
-    giveHelp(format("Usage for %s:\n"
-                    "  driver -i input.bam [driver_options] \\\n"
-                    "         --algo %s --fun score_info [algo_options] score.txt[.gz]\n\n",
-                    name.c_str(), name.c_str()),
-             parser);
-    return;
-  }
+  const std::string usage = format(
+      "Usage for %s:\n"
+      "  driver -i input.bam [driver_options] \\\n"
+      "         --algo %s --fun score_info [algo_options] score.txt[.gz]\n\n",
+      name.c_str(), name.c_str());
   std::vector<const char*> positional;
-  if (parser.parse(count, args, positional) != OptionParser::kOk)
-    throw std::invalid_argument(name + ": unknown option");
+  if (!takeArguments(parser, usage, count, args, positional)) return;
   if (function_ != "score_info" && function_ != "fixmate")
     throw std::invalid_argument(name + ": unknown function " + function_);
   if (positional.size() > 1) throw std::invalid_argument(name + ": extra argument after output");

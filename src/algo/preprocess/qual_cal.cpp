@@ -15,13 +15,8 @@
 QualCal::QualCal(DriverContext* context, int count, const char* const args[]) : Algo(context, count, args) {
   OptionParser parser;
   addOptions(parser);
-  if (context->mode == DriverContext::kHelp) {
-    giveHelp(usage(), parser);
-    return;
-  }
   std::vector<const char*> positional;
-  if (parser.parse(count, args, positional) != OptionParser::kOk)
-    throw std::invalid_argument(name + ": unknown option");
+  if (!takeArguments(parser, usage(), count, args, positional)) return;
   settleMode(positional);
 }
 

@@ -122,13 +122,8 @@ void VariantCallAlgo::addFileOptions(OptionParser& parser) {
 
 bool VariantCallAlgo::readArguments(OptionParser& parser, const std::string& usage, int count,
                                     const char* const args[], bool gvcf_allowed) {
-  if (context->mode == DriverContext::kHelp) {
-    giveHelp(usage, parser);
-    return false;
-  }
   std::vector<const char*> positional;
-  if (parser.parse(count, args, positional) != OptionParser::kOk)
-    throw std::invalid_argument(name + ": unknown option");
+  if (!takeArguments(parser, usage, count, args, positional)) return false;
   settle(positional, gvcf_allowed);
   return true;
 }

@@ -21,13 +21,8 @@ ApplyVarCal::ApplyVarCal(DriverContext* context, int count, const char* const ar
     : Algo(context, count, args) {
   OptionParser parser;
   addOptions(parser);
-  if (context->mode == DriverContext::kHelp) {
-    giveHelp(usage(), parser);
-    return;
-  }
   std::vector<const char*> positional;
-  if (parser.parse(count, args, positional) != OptionParser::kOk)
-    throw std::invalid_argument(name + ": unknown option");
+  if (!takeArguments(parser, usage(), count, args, positional)) return;
   settle(positional);
 }
 

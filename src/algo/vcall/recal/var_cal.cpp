@@ -39,13 +39,8 @@ VarCal::VarCal(DriverContext* context, int count, const char* const args[]) : Al
   OptionParser parser;
   addOptions(parser);
   addModelOptions(parser);
-  if (context->mode == DriverContext::kHelp) {
-    giveHelp(usage(), parser);
-    return;
-  }
   std::vector<const char*> positional;
-  if (parser.parse(count, args, positional) != OptionParser::kOk)
-    throw std::invalid_argument(name + ": unknown option");
+  if (!takeArguments(parser, usage(), count, args, positional)) return;
   settle(positional);
 }
 
