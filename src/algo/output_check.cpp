@@ -188,7 +188,7 @@ void OutputGuard::opening(const std::function<void()>& open) {
   for (;;) pause();
 }
 
-void OutputGuard::discard(const std::vector<OutputFile>& files) {
+void OutputGuard::discard(const std::vector<OutputFile>& files, const std::function<void()>& tell) {
   {
     std::unique_lock lock(mutex_);
     if (failed_) {
@@ -196,6 +196,7 @@ void OutputGuard::discard(const std::vector<OutputFile>& files) {
       for (;;) pause();
     }
     failed_ = true;
+    tell();
   }
   discardOutputs(files);
 }

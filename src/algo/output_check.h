@@ -27,8 +27,9 @@ class OutputGuard {
  public:
   // Does what opens a shard's file. Does not return once discard() was called: the process is about to end.
   void opening(const std::function<void()>& open);
-  // discardOutputs(), by the first thread that fails; it is to end the process. Does not return to others.
-  void discard(const std::vector<OutputFile>& files);
+  // Does `tell`, which may print why, then discardOutputs(), by the first thread that fails; it is to end the process.
+  // Does not return to others, and nothing is told of them.
+  void discard(const std::vector<OutputFile>& files, const std::function<void()>& tell = [] {});
 
  private:
   std::mutex mutex_;

@@ -1,5 +1,6 @@
 // A site on its way to the file: the decision, the record, reference blocks.
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -28,8 +29,11 @@ void VariantCallAlgo::Engine::writeTemp(Work work) {
   try {
     work();
   } catch (const std::runtime_error&) {
-    perror(writer_->path().c_str());
-    vcall().output_guard_.discard(vcall().outputs());
+    const int reason = errno;
+    vcall().output_guard_.discard(vcall().outputs(), [&] {
+      errno = reason;
+      perror(writer_->path().c_str());
+    });
     throw std::runtime_error(algo->name + ": failed to write to temp file");
   }
 }
