@@ -29,10 +29,11 @@ void siftDown(std::vector<Front>& heap) {
 
 }  // namespace
 
-ReadCache::ReadCache(std::vector<BAMHandle*> handles, bool quiet)
+ReadCache::ReadCache(std::vector<BAMHandle*> handles, bool quiet, size_t batch_bytes)
     : input_(std::move(handles), InputSet::kNeedHeaderLine, quiet),
       transform_(std::make_unique<ReadTransform>()),
-      cursors_(input_.handles().size()) {}
+      cursors_(input_.handles().size()),
+      batch_bytes_(batch_bytes) {}
 
 ReadCache::~ReadCache() {
   clear();
@@ -92,6 +93,7 @@ void ReadCache::clear() {
   reads_.clear();
   head_ = 0;
   low_ = high_ = last_start_ = 0;
+  fronts_.clear();
   for (auto& cursor : cursors_) cursor.reset();
 }
 
@@ -115,29 +117,38 @@ void ReadCache::load(uint32_t from, uint32_t to) {
   if (low_ > from) clear();
   low_ = std::max(low_, from);
   if (high_ >= to || from >= to) return;
-  uint32_t begin = std::max(low_, high_);
-  uint32_t end = std::max(uint32_t(std::min(uint64_t(high_) + kBatch, uint64_t(UINT32_MAX))), to);
+  for (size_t bytes = 0; high_ < to;) {
+    if (fronts_.empty() || low_ > high_) {
+      const uint64_t ahead = std::min(uint64_t(high_) + kBatch, uint64_t(UINT32_MAX));
+      openRange(std::max(low_, high_), std::max(uint32_t(ahead), to));
+    }
+    bytes = readRange(to, bytes);
+  }
+}
+
+// Begins to read [from, to) of the current contig.
+void ReadCache::openRange(uint32_t from, uint32_t to) {
   // Behind a gap the cursors look up anew and deliver again what began before the gap and reaches over it.
-  held_below_ = begin > high_ ? high_ : 0;
-  if (contig_ >= 0) readRange(begin, end);
-  high_ = end;
-}
-
-void ReadCache::readRange(uint32_t from, uint32_t to) {
-  if (cursors_.size() > 1) return readMerged(from, to);
-  if (cursors_.empty() || !seekFile(0, from, to)) return;
-  do addPlaced(0);
-  while (cursors_[0]->readNext());
-}
-
-void ReadCache::readMerged(uint32_t from, uint32_t to) {
+  held_below_ = from > high_ ? high_ : 0;
+  range_end_ = to;
   fronts_.clear();
+  if (contig_ < 0) return;
   for (size_t file = 0; file < cursors_.size(); file++)
     if (seekFile(file, from, to)) fronts_.push_back({uint32_t(cursors_[file]->current.pos), uint32_t(file)});
   std::make_heap(fronts_.begin(), fronts_.end(), [](const Front& a, const Front& b) { return b < a; });
+}
+
+// Reads on in the range: its reads that start below `to`, then others as long as the load has read less than
+// batch_bytes_. Returns what the load has read, `bytes` of it before.
+size_t ReadCache::readRange(uint32_t to, size_t bytes) {
   while (!fronts_.empty()) {
-    uint32_t file = fronts_[0].file;
-    addPlaced(file);
+    const auto [position, file] = fronts_[0];
+    // All reads of one start are in the window, or none.
+    if (bytes >= batch_bytes_ && position >= to && position < range_end_ && position > last_start_) {
+      high_ = position;
+      return bytes;
+    }
+    bytes += addPlaced(file);
     if (cursors_[file]->readNext()) {
       fronts_[0].position = uint32_t(cursors_[file]->current.pos);
     } else {
@@ -147,6 +158,8 @@ void ReadCache::readMerged(uint32_t from, uint32_t to) {
     }
     siftDown(fronts_);
   }
+  high_ = range_end_;
+  return bytes;
 }
 
 bool ReadCache::seekFile(size_t file, uint32_t from, uint32_t to) {
@@ -159,18 +172,19 @@ void ReadCache::fail(const bam_record& record, size_t file, const char* what) co
                            input_.handles()[file]->path);
 }
 
-// Takes the read on which the cursor of `file` stands, unless it is in the window already.
-void ReadCache::addPlaced(size_t file) {
+// Takes the read on which the cursor of `file` stands, unless it is in the window already. Returns the bytes
+// that it takes there.
+size_t ReadCache::addPlaced(size_t file) {
   bam_record& record = cursors_[file]->current;
   if (record.ref_id != input_.fileContig(file, contig_))
     fail(record, file, "lies on another contig than asked");
   if (record.pos < 0 || uint32_t(record.pos) >= input_.contigs()[contig_].end)
     fail(record, file, "lies outside of its contig");
   uint32_t start = uint32_t(record.pos);
-  if (start < held_below_) return;
+  if (start < held_below_) return 0;
   if (start < last_start_) fail(record, file, "is not in the order of positions");
   last_start_ = start;
-  add(record, file);
+  return add(record, file);
 }
 
 size_t ReadCache::loadNoCoor(size_t limit) {
@@ -186,15 +200,15 @@ size_t ReadCache::loadNoCoor(size_t limit) {
       continue;
     }
     if (from.current.ref_id >= 0) fail(from.current, no_coor_file_, "has a place among reads without one");
-    add(from.current, no_coor_file_);
-    bytes += sizeof(BAMRead) + size_t(reads_.back().record->record().data_capacity);
+    bytes += add(from.current, no_coor_file_);
     loaded++;
   }
   trimSpare();
   return loaded;
 }
 
-void ReadCache::add(bam_record& record, size_t file) {
+// Takes the record, and returns the bytes of it.
+size_t ReadCache::add(bam_record& record, size_t file) {
   int32_t group = input_.translate(file, record);
   // A read without mate has no mate's state either. With a mate the flag is left to what it says, also when
   // the mate is unmapped and without contig: a copy must not turn it into a mapped one.
@@ -218,8 +232,10 @@ void ReadCache::add(bam_record& record, size_t file) {
   Read* read = transform_->transform(owned.get());
   assert(read);
   uint32_t end = std::max(read->end, read->start + 1);
+  const size_t bytes = sizeof(BAMRead) + size_t(owned->record().data_capacity);
   keep({read, owned.release(), read->start, end});
   read_count_++;
+  return bytes;
 }
 
 // Appends to the window; when that is full, the room of freed reads is taken back before it grows.

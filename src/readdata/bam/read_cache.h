@@ -4,7 +4,7 @@
 // Owns     the reads, its InputSet and its transform; borrows the handles.
 // Threads  one cache, one thread. Tasks of an engine may read its reads while that engine waits for them.
 // Errors   faults of the files come out as exceptions that name the file.
-// Memory   the reads of the window; a load reads at least kBatch bases, however deep the data. Of reads
+// Memory   the reads of the window, and what a load reads ahead of it: bounded in bases and in bytes. Of reads
 //          without coordinates one batch, which is bounded in bytes.
 #pragma once
 
@@ -18,11 +18,13 @@
 
 class ReadCache {
  public:
-  static constexpr uint32_t kBatch = 16384;  // bases that a load reads ahead at least
+  static constexpr uint32_t kBatch = 16384;  // bases that a load reads ahead
+  // Bytes of records after which a load reads no further ahead than it must.
+  static constexpr size_t kBatchBytes = size_t(1) << 20;
   // Bytes of records after which a batch of reads without coordinates ends.
   static constexpr size_t kNoCoorBytes = size_t(64) << 20;
 
-  explicit ReadCache(std::vector<BAMHandle*> handles, bool quiet = false);
+  explicit ReadCache(std::vector<BAMHandle*> handles, bool quiet = false, size_t batch_bytes = kBatchBytes);
   virtual ~ReadCache();
   ReadCache(const ReadCache&) = delete;
   ReadCache& operator=(const ReadCache&) = delete;
@@ -72,22 +74,26 @@ class ReadCache {
   void retireBatch();
   void trimSpare();
   BAMHandle::FetchState& cursor(size_t file);
-  void readRange(uint32_t from, uint32_t to);
-  void readMerged(uint32_t from, uint32_t to);
+  void openRange(uint32_t from, uint32_t to);
+  size_t readRange(uint32_t to, size_t bytes);
   bool seekFile(size_t file, uint32_t from, uint32_t to);
-  void addPlaced(size_t file);
-  void add(bam_record& record, size_t file);
+  size_t addPlaced(size_t file);
+  size_t add(bam_record& record, size_t file);
   void keep(const Held& held);
   [[noreturn]] void fail(const bam_record& record, size_t file, const char* what) const;
 
   InputSet input_;
   std::unique_ptr<ReadTransform> transform_;
   std::vector<std::unique_ptr<BAMHandle::FetchState>> cursors_;  // per file, made when first needed
-  std::vector<Front> fronts_;                                    // binary heap, least in front
+  // The cursors that stand on reads of the range being read, the rest of which is [high_, range_end_): a binary
+  // heap, least in front. None when it is read.
+  std::vector<Front> fronts_;
+  uint32_t range_end_ = 0;
 
+  const size_t batch_bytes_;
   int32_t contig_ = -1;
   uint32_t low_ = 0, high_ = 0;
-  // While a range is read: reads that start below are in the window already.
+  // Of the range being read: reads that start below are in the window already.
   uint32_t held_below_ = 0;
   uint32_t last_start_ = 0;  // of the last read taken from the files since the cache was emptied
 
