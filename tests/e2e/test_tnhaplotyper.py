@@ -1,6 +1,11 @@
 """TNhaplotyper: a simulated tumor beside its normal, alone and with faults, however the reads come in, and bad input."""
 
+import collections
+import math
+import os
+import random
 import re
+import shutil
 import subprocess
 
 import pysam
@@ -141,6 +146,137 @@ def test_events_of_one_region(call, pair, tmp_path):
         first = group[0]
         assert all(r.samples[0]["PGT"] == "0|1" and r.samples[0]["PID"] == f"{first.pos}_{first.ref}_{first.alts[0]}" for r in group)
         assert all(r.samples[1].get("PID", ".") == "." for r in group)
+
+
+def best_of(row):
+    return row.index(max(row))
+
+
+def ahead(row):
+    """The allele that the read has, or None."""
+    first, second = sorted(row, reverse=True)[:2]
+    return best_of(row) if first - second > 0.2 else None
+
+
+def overlapped(reads):
+    """Of the reads (sample, name, row) those whose mate speaks for the fragment, as indexes."""
+    kept, gone = {}, set()
+    for i, (sample, name, row) in enumerate(reads):
+        j = kept.setdefault((sample, name), i)
+        if i == j:
+            continue
+        other = reads[j][2]
+        if (ahead(row) is None) != (ahead(other) is None):
+            loser = i if ahead(row) is None else j
+        else:
+            best = best_of([a + b for a, b in zip(row, other)])
+            loser = j if other[best] < row[best] else i
+        gone.add(loser)
+        kept[sample, name] = i + j - loser
+    return gone
+
+
+def spread(counts, total):
+    """How many of each allele go: half of what is left in turn, alternates first, until all is gone."""
+    taken = [0] * len(counts)
+    while total > 0:
+        part = (total + 1) // 2
+        for allele in (*range(1, len(counts)), 0):
+            n = min(part, counts[allele] - taken[allele], total)
+            taken[allele] += n
+            total -= n
+    return taken
+
+
+def recount_lods(reads, alleles):
+    """(TLOD, NLOD) by alternate of reads (sample, row), over plain probabilities."""
+    lods = []
+    for a in range(1, alleles):
+        seen = collections.Counter(ahead(row) for sample, row in reads if sample == "tumor")
+        n = seen[0] + seen[a]
+        f = min(max(seen[a] / n, 1 / (n + 1)), n / (n + 1)) if n else 0
+        tumor = sum(math.log10(1 - f + f * 10 ** (row[a] - row[0])) for sample, row in reads if sample == "tumor")
+        normal = sum(-math.log10(0.5 + 0.5 * 10 ** (row[a] - row[0])) for sample, row in reads if sample == "normal")
+        lods.append((tumor, normal))
+    return lods
+
+
+@pytest.mark.parametrize("fractions", [(0, 0), (0.05, 0.02)])
+def test_scores_agree_with_a_recount_of_the_likelihoods(call, run, pair, tmp_path, fractions):
+    folder = pair(seed=14, insert="200/40")  # most mates overlap
+    options = ["--tumor_contamination_frac", fractions[0], "--normal_contamination_frac", fractions[1]]
+    records = records_of(call(folder, "out.vcf", *options))
+    places = random.Random(5).sample(records, 60)
+    told = run("-t", 2, "-r", folder / "reference.fa", "-i", folder / "TUMOR.bam", "-i", folder / "NORMAL.bam", "--algo", "TNhaplotyper", *SAMPLES,
+               *options, "told.vcf", env={**os.environ, "dbgloc": ",".join(f"{r.contig}:{r.pos}#1" for r in places)})
+    assert told.returncode == 0 and same_but_command(tmp_path / "told.vcf") == same_but_command(tmp_path / "out.vcf")
+    loci = collections.defaultdict(list)
+    for contig, pos, sample, name, status, row in re.findall(r"^(chr\d):(\d+) (tumor|normal) (\S+) (\d+) (.*)$", told.stderr, re.M):
+        loci[contig, int(pos)].append((sample, name, int(status), [float(x) for x in row.split()]))
+    assert {(r.contig, r.pos) for r in places} <= loci.keys()
+    found, fragments, contaminants = {(r.contig, r.pos): r for r in records}, 0, 0
+    for place, reads in loci.items():
+        gone = overlapped([(sample, name, row) for sample, name, _, row in reads])
+        assert gone == {i for i, read in enumerate(reads) if read[2] & 64}, place
+        fragments += len(gone)
+        alleles = len(reads[0][3])
+        for sample, fraction in zip(("tumor", "normal"), fractions):
+            best = [(best_of(row), status & 128) for i, (of, _, status, row) in enumerate(reads) if of == sample and i not in gone]
+            counts = [sum(a == allele for a, _ in best) for allele in range(alleles)]
+            taken = [sum(a == allele and bits > 0 for a, bits in best) for allele in range(alleles)]
+            assert taken == spread(counts, int(fraction * len(best))), (place, sample, counts)
+            contaminants += sum(taken)
+        counting = [(sample, row) for sample, _, status, row in reads if not status & 192]
+        lods = recount_lods(counting, alleles)
+        near = any(abs(tlod - 4) < 0.01 or abs(nlod - 0.5) < 0.01 for tlod, nlod in lods)
+        passing_alleles = [a for a, (tlod, nlod) in enumerate(lods) if tlod >= 4 and nlod >= 0.5]
+        assert near or (place in found) == bool(passing_alleles), (place, lods)
+        if place not in found or near:
+            continue
+        record = found[place]
+        tlod, nlod = lods[passing_alleles[-1]]
+        # Printed with two digits, summed by a table.
+        assert abs(float(record.info["TLOD"]) - tlod) < 0.02 and abs(float(record.info["NLOD"]) - nlod) < 0.02, (record.line, lods)
+        assert ("triallelic_site" in record.filter) == (len(passing_alleles) > 1)
+        for column, sample in zip(record.samples, ("tumor", "normal")):
+            rows = [row for of, row in counting if of == sample]
+            depths = [sum(ahead(row) == allele for row in rows) for allele in (0, passing_alleles[-1] + 1)]
+            assert column["DP"] == str(len(rows)) and column["AD"] == ",".join(map(str, depths)), (place, sample)
+    assert fragments > 1000 and (contaminants > 100) == (fractions[0] > 0)
+
+
+def write_sites(path, records, shift=0):
+    """An indexed VCF of SNPs at the records' places, or so many bases on."""
+    header = "##fileformat=VCFv4.2\n##contig=<ID=chr1,length=120000>\n##contig=<ID=chr2,length=40000>\n#CHROM\tPOS\tID\tREF\tALT\tQUAL\tFILTER\tINFO\n"
+    path.write_text(header + "".join(f"{r.contig}\t{r.pos + shift}\trs{r.pos}\t{r.ref}\t{r.alts[0]}\t.\t.\t.\n" for r in records))
+    return pysam.tabix_index(str(path), preset="vcf", force=True)
+
+
+def test_each_filter_just_on_either_side(call, pair, tmp_path):
+    folder = pair(seed=11)
+    head = ["-t", 2, "--interval", "chr2"]
+    snps = [r for r in records_of(call(folder, "plain.vcf", head=head)) if r.filter == "PASS" and len(r.ref) == len(r.alts[0]) == 1]
+    record = min(snps, key=lambda r: float(r.info["NLOD"]))
+    tlod, nlod, fraction = float(record.info["TLOD"]), float(record.info["NLOD"]), float(record.samples[0]["AF"])
+    known, beside = write_sites(tmp_path / "known.vcf", [record]), write_sites(tmp_path / "beside.vcf", [record], 1)
+    dbsnp = ["-d", known, "--min_normal_lod", -1000, "--min_dbsnp_normal_lod"]
+    for options, fails, holds in (
+            (["--min_tumor_lod"], [tlod + 0.01], [tlod - 0.01]),
+            (["--min_normal_lod"], [nlod + 0.01], [nlod - 0.01]),
+            (dbsnp, [nlod + 0.01], [nlod - 0.01]),
+            (dbsnp, [nlod + 0.01], [nlod + 0.01, "--cosmic", known]),
+            (dbsnp, [nlod + 0.01, "--cosmic", beside], [nlod - 0.01, "--cosmic", beside]),
+            (["--min_tumor_allele_frac"], [fraction + 0.001], [fraction - 0.001]),
+            (["--min_tumor_allele_frac", fraction + 0.001], [], ["--filter_t_alt_frac", 0]),
+            (["--pon"], [known], [beside]),
+            (["--pon", known], [], ["--detect_pon"]),
+            (["--min_init_tumor_lod"], [tlod + 0.01], [tlod - 0.01]),
+            (["--min_init_normal_lod"], [nlod + 0.01], [nlod - 0.01])):
+        name = {"--min_tumor_lod": "t_lod_fstar", "--min_tumor_allele_frac": "low_t_alt_frac", "--pon": "panel_of_normals",
+                "--min_init_tumor_lod": None, "--min_init_normal_lod": None}.get(options[0], "germline_risk")
+        for words, expected in (fails, name), (holds, "PASS"):
+            found = [r.filter for r in records_of(call(folder, "out.vcf", *options, *words, head=head)) if key(r) == key(record)]
+            assert found == [expected] * (expected is not None), (options, words)
 
 
 def test_without_a_normal(call, pair):

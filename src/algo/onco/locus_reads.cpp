@@ -170,6 +170,18 @@ void LocusReads::contaminationDownsample(int32_t sample, double fraction, int mo
   }
 }
 
+void LocusReads::tell(const char* contig, uint32_t position) const {
+  std::string text = "reads after filtering:\n";
+  for (size_t i = 0; i < reads_.size(); ++i) {
+    const LocusRead& read = reads_[i];
+    text +=
+        format("%s:%u %s %s %u", contig, position + 1, sampleWord(read.sample), read.read->name, read.status);
+    for (size_t a = 0; a < alleles_; ++a) text += format(" %.17g", row(i)[a]);
+    text += '\n';
+  }
+  debugPrint("%s", text.c_str());
+}
+
 std::vector<TumorNormalLod> calcLods(const LocusReads& reads, bool hasNormal) {
   const size_t alleles = reads.alleles();
   std::vector<int32_t> counts(alleles);

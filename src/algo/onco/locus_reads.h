@@ -50,6 +50,9 @@ class LocusReads {
   void contaminationDownsample(int32_t sample, double fraction, int mode, const char* contig,
                                uint32_t position);
 
+  // Tells on standard error of each read its sample, name, ReadStatus and row.
+  void tell(const char* contig, uint32_t position) const;
+
   std::span<LocusRead> reads() { return reads_; }
   std::span<const LocusRead> reads() const { return reads_; }
   const double* row(size_t read) const { return values_.data() + read * alleles_; }

@@ -56,6 +56,7 @@ void TNhaplotyper::Engine::fetchDb(uint32_t start, uint32_t end) {
 
 void TNhaplotyper::Engine::buildProfile(const std::vector<Read*>& reads, const ReferenceWindow& window,
                                         uint32_t start, uint32_t end) {
+  tn().noteReads(reads);
   activity_.build(reads, tn().sample_of_group_, window, start, end);
 }
 
@@ -83,6 +84,7 @@ void TNhaplotyper::Engine::takeReads(const AssemblyTask& task, const EventSite& 
   };
   downsample(kTumor, param_.tumorContaminationFrac);
   if (has_normal_) downsample(kNormal, param_.normalContaminationFrac);
+  if (task.debugLevel >= kDebugAssembly) locus_.tell(task.contig, event.position);
 }
 
 bool TNhaplotyper::Engine::isCandidate(const TumorNormalLod& lod) const {

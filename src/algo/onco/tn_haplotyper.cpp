@@ -2,6 +2,7 @@
 #include "algo/onco/tn_haplotyper.h"
 
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <limits>
 #include <stdexcept>
@@ -39,17 +40,17 @@ constexpr const char* kArtefactFilters[][2] = {
 };
 
 constexpr HeaderLine kInfoLines[] = {
+    {"NLOD", "1", "Float", "\"Normal LOD score\""},
     {"TLOD", "1", "Float", "\"Tumor LOD score\""},
     {"ECNT", "1", "String", "\"Number of events in this haplotype\""},
     {"HCNT", "1", "String", "\"Number of haplotypes that support this variant\""},
     {"MAX_ED", "1", "Integer", "\"Maximum distance between events in this active region\""},
     {"MIN_ED", "1", "Integer", "\"Minimum distance between events in this active region\""},
+    {"PON", "1", "String", "\"Count from Panel of Normals\""},
     {"RPA", ".", "Integer", "\"Copies of the repeat unit in each allele, the reference first\""},
     {"RU", "1", "String", "\"Repeat unit, bases\""},
     {"STR", "0", "Flag", "\"The variant changes the number of copies in a short tandem repeat\""},
 };
-constexpr HeaderLine kNormalLod = {"NLOD", "1", "Float", "\"Normal LOD score\""};
-constexpr HeaderLine kPanelCount = {"PON", "1", "String", "\"Count from Panel of Normals\""};
 
 constexpr HeaderLine kFormatLines[] = {
     {"AF", "1", "Float", "\"Allele fraction of the event in the tumor\""},
@@ -66,10 +67,6 @@ constexpr HeaderLine kFormatLines[] = {
     {"REF_F2R1", "1", "Integer", "\"Reference reads of orientation F2R1\""},
     {"FOXOG", "1", "Float", "\"Fraction of alt reads indicating OxoG error\""},
 };
-
-void addInfoLine(VCFHeader& header, const HeaderLine& line) {
-  header.addInfoDef(line.id, line.number, line.type, line.description);
-}
 
 }  // namespace
 
@@ -265,9 +262,8 @@ void TNhaplotyper::addHeaderLines(VCFHeader& header) {
   for (const auto& filter : kFilters) addFilter(filter);
   if (param_.filterArtefacts)
     for (const auto& filter : kArtefactFilters) addFilter(filter);
-  for (const HeaderLine& line : kInfoLines) addInfoLine(header, line);
-  if (hasNormal()) addInfoLine(header, kNormalLod);
-  if (!panel_files_.empty()) addInfoLine(header, kPanelCount);
+  for (const HeaderLine& line : kInfoLines)
+    header.addInfoDef(line.id, line.number, line.type, line.description);
   for (const char* unused : {"GQ", "PL"}) header.removeFormatDef(unused);
   for (const HeaderLine& line : kFormatLines)
     header.addFormatDef(line.id, line.number, line.type, line.description);
@@ -276,6 +272,25 @@ void TNhaplotyper::addHeaderLines(VCFHeader& header) {
 
 Algo::Engine* TNhaplotyper::newEngine(DriverContext* engine_context, int) {
   return new Engine(engine_context, this, param_);
+}
+
+void TNhaplotyper::noteReads(const std::vector<Read*>& reads) const {
+  if (has_reads_[kTumor] && (has_reads_[kNormal] || !hasNormal())) return;
+  for (const Read* read : reads) {
+    std::atomic<bool>& found = has_reads_[size_t(sample_of_group_[size_t(read->read_group)])];
+    if (!found) found = true;
+  }
+}
+
+void TNhaplotyper::finish() {
+  AssemblyCallAlgo::finish();
+  if (merge_) return;
+  if (!has_reads_[kTumor])
+    fprintf(stderr, "Warning: %s: no reads of the tumor sample %s\n", name.c_str(), tumor_sample_.c_str());
+  if (hasNormal() && !has_reads_[kNormal])
+    fprintf(stderr,
+            "Warning: %s: no reads of the normal sample %s, nothing can be told from germline variants\n",
+            name.c_str(), normal_sample_.c_str());
 }
 
 static const TemplateAlgoBuilder<TNhaplotyper> builder("TNhaplotyper");

@@ -3,6 +3,8 @@
 // More in docs/algorithms/tnhaplotyper.md.
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -32,6 +34,7 @@ class TNhaplotyper final : public AssemblyCallAlgo {
 
   std::vector<std::string> inputs() const override;
   Algo::Engine* newEngine(DriverContext* context, int index) override;
+  void finish() override;
 
  protected:
   AssemblyCallAlgo::Param& assemblyParam() override { return param_; }
@@ -52,6 +55,7 @@ class TNhaplotyper final : public AssemblyCallAlgo {
   void settleParam();
   std::unique_ptr<PairHMM::Model> makeModel() const;
   void openKnown(const std::vector<std::string>& paths, std::vector<std::unique_ptr<VCFCache>>& caches) const;
+  void noteReads(const std::vector<Read*>& reads) const;
   int32_t sampleOfName(const std::string& sample) const;
   bool hasNormal() const { return !normal_sample_.empty(); }
   std::string usage() const;
@@ -61,4 +65,5 @@ class TNhaplotyper final : public AssemblyCallAlgo {
   bool use_real_sample_name_ = false;
   std::vector<std::string> cosmic_files_, panel_files_;
   std::vector<std::unique_ptr<VCFCache>> cosmic_, panel_;  // engines have copies
+  mutable std::array<std::atomic<bool>, 2> has_reads_{};   // by sample, of what the run has seen
 };
