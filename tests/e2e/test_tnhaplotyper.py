@@ -110,7 +110,10 @@ def test_same_calls_however_the_reads_come(call, run, pair, tmp_path):
                         out.write(read)
             source.reset()
             pysam.index(str(tmp_path / f"part{part}.bam"))
-    for name, bams, head in (("order", ("NORMAL", "TUMOR"), ["-t", 3, *small]), ("parts", ("NORMAL", tmp_path / "part1", tmp_path / "part0"), ["-t", 2])):
+    pysam.merge("-f", str(tmp_path / "both.bam"), str(folder / "NORMAL.bam"), str(folder / "TUMOR.bam"))
+    pysam.index(str(tmp_path / "both.bam"))
+    for name, bams, head in (("order", ("NORMAL", "TUMOR"), ["-t", 8, *small]), ("both", [tmp_path / "both"], ["-t", 2, "--shard_param", "1000000/1000"]),
+                             ("parts", ("NORMAL", tmp_path / "part1", tmp_path / "part0"), ["-t", 2])):
         assert same_but_command(call(folder, f"{name}.vcf.gz", *options, bams=bams, head=head)) == same_but_command(whole), name
     for i, region in enumerate(("chr1:1-45000", "chr1:45001-120000", "chr2:1-40000")):
         call(folder, f"{i}.vcf.gz", *options, head=["-t", 2, *small, "--shard", region])
@@ -120,28 +123,36 @@ def test_same_calls_however_the_reads_come(call, run, pair, tmp_path):
 
 def test_events_of_one_region(call, pair, tmp_path):
     folder = pair(seed=13, somatic_snv_rate=0, somatic_indel_rate=0)
-    # Of a third of the fragments, the bases at so many positions are others: 2 in one region, 3 in the next.
-    places = [9999, 10019, 14999, 15011, 15029]
+    # Of a third of the fragments, the bases at so many positions are others: 2 in one region, 3 in the next, and in the
+    # last 2 of which the second is of other fragments; 200 bases on one that is alone.
+    places = [9999, 10019, 14999, 15011, 15029, 11999, 12199]
+    apart = 12015
     with pysam.AlignmentFile(folder / "NORMAL.bam") as source:
         header = source.header.to_dict()
         header["RG"] = [{**group, "ID": "t", "SM": "TUMOR"} for group in header["RG"][:1]]
         with pysam.AlignmentFile(tmp_path / "made.bam", "wb", header=header) as out:
             for read in source.fetch("chr2"):
-                if read.query_sequence and sum(read.query_name.encode()) % 3 == 0:
+                third = sum(read.query_name.encode()) % 3
+                if read.query_sequence and third < 2:
                     bases, quals = list(read.query_sequence), read.query_qualities
                     for offset, place in read.get_aligned_pairs(matches_only=True):
-                        if place in places:
+                        if place in ([apart] if third else places):
                             bases[offset] = "ACGT"[("ACGT".index(bases[offset]) + 1) % 4]
                     read.query_sequence, read.query_qualities = "".join(bases), quals
                 read.set_tag("RG", "t")
                 out.write(read)
     pysam.index(str(tmp_path / "made.bam"))
     found = records_of(call(folder, "out.vcf", bams=[tmp_path / "made", "NORMAL"], head=["-t", 2, "--interval", "chr2:9000-16000"]))
-    assert [r.pos for r in found] == [place + 1 for place in places]
-    two, three = found[:2], found[2:]
-    assert all(r.filter == "PASS" and (r.info["ECNT"], r.info["MAX_ED"], r.info["MIN_ED"]) == ("2", "20", "20") for r in two)
+    assert [r.pos for r in found] == sorted(place + 1 for place in (*places, apart))
+    two, trans, (alone,), three = found[:2], found[2:4], found[4:5], found[5:]
+    events = lambda record: tuple(record.info[name] for name in ("ECNT", "MAX_ED", "MIN_ED"))  # noqa: E731
+    assert all(r.filter == "PASS" and events(r) == ("2", "20", "20") for r in two)
+    assert all(r.filter == "PASS" and events(r) == ("2", "16", "16") for r in trans)
+    assert alone.filter == "PASS" and events(alone) == ("1", ".", ".") and "PID" not in alone.samples[0]
     assert all(r.filter == "homologous_mapping_event;clustered_events" for r in three)
-    assert all((r.info["ECNT"], r.info["MAX_ED"], r.info["MIN_ED"]) == ("3", "18", "12") for r in three)
+    assert all(events(r) == ("3", "18", "12") for r in three)
+    # There are reads of neither: which chromosomes the two lie on is not known.
+    assert [r.samples[0].get("PGT", ".") for r in trans] in ([".", "."], ["0|1", "1|0"])
     for group in (two, three):
         first = group[0]
         assert all(r.samples[0]["PGT"] == "0|1" and r.samples[0]["PID"] == f"{first.pos}_{first.ref}_{first.alts[0]}" for r in group)
@@ -322,12 +333,42 @@ def test_bad_input(run, pair, tmp_path):
             ([*SAMPLES, "--cosmic", other], f"Contigs in vcf {other} are not compatible with reference"),
             ([*SAMPLES, "--tumor_contamination_frac", "1"], "invalid tumor_contamination_frac 1"),
             ([*SAMPLES, "--normal_contamination_frac", "-0.1"], "invalid normal_contamination_frac -0.1"),
+            *(([*SAMPLES, "--tumor_contamination_frac", f], f"invalid tumor_contamination_frac {f}") for f in (-1, "nan", "abc", "")),
             ([*SAMPLES, "--min_tumor_lod", "nan"], "invalid min_tumor_lod nan"),
             ([*SAMPLES, "--phasing", "2"], "invalid phasing 2"),
     ):
         done = run(*base, *options, "out.vcf")
         assert done.returncode != 0 and f"TNhaplotyper: {text}" in done.stderr and not (tmp_path / "out.vcf").exists(), done.stderr
-    done = run(*base, *SAMPLES, "--pon", bare, "out.vcf")
-    assert done.returncode != 0 and str(bare) in done.stderr
+    unindexed = shutil.copy(folder / "known_sites.vcf.gz", tmp_path)
+    for option, path in (("--pon", bare), ("--pon", unindexed), ("--cosmic", unindexed), ("-d", unindexed), ("--pon", "none.vcf.gz")):
+        done = run(*base, *SAMPLES, option, path, "out.vcf")
+        assert done.returncode != 0 and str(path) in done.stderr and not (tmp_path / "out.vcf").exists(), done.stderr
+    third = tmp_path / "third.bam"
+    header = subprocess.run(["samtools", "view", "-H", folder / "TUMOR.bam"], check=True, text=True, capture_output=True).stdout
+    subprocess.run(["samtools", "view", "-b", "-o", third], check=True, text=True, input=header.replace("SM:TUMOR", "SM:THIRD"))
+    pysam.index(str(third))
+    done = run(*base[:6], "-i", third, *base[6:], *SAMPLES, "out.vcf")
+    assert done.returncode != 0 and "TNhaplotyper: the input bam file has SM tags that are not being used" in done.stderr
+    cut = tmp_path / "cut.bam"
+    cut.write_bytes((folder / "TUMOR.bam").read_bytes()[:100000])
+    shutil.copy(folder / "TUMOR.bam.bai", tmp_path / "cut.bam.bai")
+    done = run("-r", folder / "reference.fa", "-i", cut, "-i", folder / "NORMAL.bam", "--algo", "TNhaplotyper", *SAMPLES, "out.vcf")
+    assert done.returncode != 0 and str(cut) in done.stderr and not (tmp_path / "out.vcf").exists()
+    done = run(*base, *SAMPLES, "/dev/full")
+    assert done.returncode != 0 and "/dev/full, No space left on device" in done.stderr
     assert run(*base, *SAMPLES, "--tumor_contamination_frac", "0.999", "most.vcf").returncode == 0
     assert not passing(tmp_path / "most.vcf")
+
+
+def test_samples_without_reads(run, pair, tmp_path):
+    folder = pair(seed=11)
+    for name in ("TUMOR", "NORMAL"):
+        with pysam.AlignmentFile(folder / f"{name}.bam") as source, pysam.AlignmentFile(tmp_path / f"{name}.bam", "wb", template=source):
+            pass
+        pysam.index(str(tmp_path / f"{name}.bam"))
+    for tumor, normal, silent in ((folder, tmp_path, "normal"), (tmp_path, folder, "tumor"), (tmp_path, tmp_path, "tumor"), (folder, folder, None)):
+        done = run("-t", 2, "-r", folder / "reference.fa", "-i", tumor / "TUMOR.bam", "-i", normal / "NORMAL.bam", "--algo", "TNhaplotyper",
+                   *SAMPLES, "out.vcf")
+        assert done.returncode == 0 and (len(records_of(tmp_path / "out.vcf")) > 0) == (silent is None)
+        warning = f"Warning: TNhaplotyper: no reads of the {silent} sample" if silent else "Warning"
+        assert (warning in done.stderr) == (silent is not None), done.stderr
