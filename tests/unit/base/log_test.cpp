@@ -65,14 +65,6 @@ TEST(Logger, LinesOfManyThreadsStayWhole) {
   }
 }
 
-TEST(Logger, AnotherEngineLeavesStandardErrorOpen) {
-  logged(LOG_INFO, [] {});
-  testing::internal::CaptureStderr();
-  Logger("back").log(LOG_INFO, "here again");
-  fputs("and here\n", stderr);
-  EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::EndsWith("INFO :here again\nand here\n"));
-}
-
 TEST(LoggerDeathTest, LevelComesFromTheEnvironment) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process that has made no logger yet
   auto levels = [](const char* value) {

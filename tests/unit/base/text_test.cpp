@@ -5,19 +5,6 @@
 
 namespace {
 
-TEST(Text, FormatsTextOfAnyLength) {
-  for (size_t length : {0, 1, 510, 511, 512, 513, 100000}) {
-    std::string word(length, 'w');
-    EXPECT_EQ(format("%s|%d", word.c_str(), 7), word + "|7");
-  }
-}
-
-TEST(Text, KeyValues) {
-  using Map = std::map<std::string, std::string>;
-  EXPECT_EQ(parseKeyValues(""), Map());
-  EXPECT_EQ(parseKeyValues("a=1,b,,c=x=y,a=2,"), Map({{"a", "2"}, {"b", ""}, {"c", "x=y"}}));
-}
-
 TEST(Text, NumbersAboveTheLimitShowThemselves) {
   struct {
     const char* text;

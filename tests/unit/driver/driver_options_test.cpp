@@ -69,21 +69,4 @@ TEST(DriverOptions, MemoryCapacityTakesASuffix) {
   }
 }
 
-TEST(DriverOptions, ShardParamKeepsWhatIsNotThere) {
-  struct {
-    const char* text;
-    uint32_t size, step;
-  } const cases[] = {{"20000/500", 20000, 500},  {"20000", 20000, 1000},
-                     {"20000/", 20000, 1000},    {"20000/x", 20000, 1000},
-                     {"20000:500", 20000, 1000}, {"20000/500/7", 20000, 500},
-                     {"/500", 1000000, 1000},    {"x", 1000000, 1000},
-                     {"", 1000000, 1000},        {"4294967295/4294967295", UINT32_MAX, UINT32_MAX}};
-  for (const auto& c : cases) {
-    DriverOptions options;
-    ASSERT_TRUE(parse(std::string("--shard_param=") + c.text, options)) << c.text;
-    EXPECT_EQ(options.shard_size, c.size) << c.text;
-    EXPECT_EQ(options.step, c.step) << c.text;
-  }
-}
-
 }  // namespace

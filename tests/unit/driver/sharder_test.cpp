@@ -106,14 +106,6 @@ TEST(Sharder, CutsFromTheStartOfEachTargetAndShortensTheLast) {
             (std::vector<std::string>{"chr1:3-13#0", "chr1:13-23#1", "chr1:23-25#2", "chr2:0-10#3"}));
 }
 
-TEST(Sharder, EndOfTheNumberRangeDoesNotWrap) {
-  Plan plan({20}, 1, false);
-  plan.targets[0] = {"chr1", 4294967000u, 4294967295u, 0, &plan.entries[0]};
-  Sharder sharder(plan.targets, optionsFor(1, 200));
-  EXPECT_EQ(texts(cutAll(sharder)),
-            (std::vector<std::string>{"chr1:4294967000-4294967200#0", "chr1:4294967200-4294967295#1"}));
-}
-
 TEST(Sharder, RefusesMoreShardsThanCanBeNumbered) {
   Plan plan({20}, 1, false);
   plan.targets[0].end = 4000000000u;

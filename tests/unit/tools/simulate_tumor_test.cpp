@@ -107,24 +107,6 @@ TEST(SimulateTumor, SomaticSitesAtTheirFractionsAndGermlineOnesInBoth) {
   EXPECT_GT(readVcf(pair.paths.cosmic).size(), 100u);
 }
 
-TEST(SimulateTumor, ContaminationMixesReadsIn) {
-  Pair pair({"--seed", "6", "--tumor-contamination", "0.2", "--normal-contamination", "0.1"});
-  std::map<std::string, double> tumor = sharesOfSnvs(pair, 1), normal = sharesOfSnvs(pair, 0);
-  EXPECT_NEAR(tumor["AF=0.5"], 0.4, 0.02);
-  EXPECT_NEAR(tumor["AF=0.2"], 0.16, 0.015);
-  EXPECT_NEAR(normal["AF=0.5"], 0.05, 0.015);
-  std::set<std::string> carried;
-  for (const std::vector<std::string>& line : readVcf(pair.paths.truth)) carried.insert(line[1]);
-  int foreign = 0;
-  for (const std::vector<std::string>& line : readVcf(pair.paths.known_sites)) {
-    if (carried.contains(line[1])) continue;
-    auto [alt, depth] = pair.count(1, line);
-    foreign += depth > 40 && alt * 20 > depth;
-    EXPECT_EQ(pair.count(0, line).first, 0) << line[1];
-  }
-  EXPECT_GT(foreign, 10);
-}
-
 TEST(SimulateTumor, ArtefactsAreOfTheirKind) {
   Pair pair({"--seed", "7", "--strand-artefact-rate", "0.001", "--end-artefact-rate", "0.001",
              "--oxidation-rate", "0.002", "--duplicate-rate", "0.3"});
@@ -175,36 +157,6 @@ TEST(SimulateTumor, ArtefactsAreOfTheirKind) {
     ++all;
   }
   EXPECT_NEAR(double(listed) / all, 0.5, 0.1);
-}
-
-TEST(SimulateTumor, OptionsAndSameBytes) {
-  TempFolder folder;
-  auto run = [&](const char* name) {
-    simulate(parseOptions({"--out-dir", folder.path(name), "--contigs", "a:20000,b:5000", "--tumor", "T",
-                           "--tumor-contamination", "0.1", "--oxidation-rate", "0.01"}));
-  };
-  run("x");
-  run("y");
-  for (const char* name : {"sample1.bam", "T.bam", "truth.vcf.gz", "somatic.vcf.gz", "artefacts.vcf.gz",
-                           "cosmic.vcf.gz", "pon.vcf.gz", "pon.vcf.gz.tbi"})
-    EXPECT_TRUE(fileBytes(folder.path("x") + "/" + name) == fileBytes(folder.path("y") + "/" + name)) << name;
-
-  auto refusal = [](std::vector<std::string> args) -> std::string {
-    args.insert(args.end(), {"--out-dir", "unused"});
-    try {
-      parseOptions(args);
-    } catch (const std::invalid_argument& error) {
-      return error.what();
-    }
-    return "taken";
-  };
-  EXPECT_EQ(refusal({"--fractions", "0.1"}), "--fractions needs --tumor");
-  EXPECT_EQ(refusal({"--tumor", "sample1"}), "name 'sample1' is given twice");
-  EXPECT_EQ(refusal({"--tumor", "T", "--samples", "2"}), "--tumor: more than one sample beside it");
-  EXPECT_EQ(refusal({"--tumor", "T", "--fractions", "0.6"}), "--fractions: above one in 2 haplotypes");
-  EXPECT_EQ(refusal({"--tumor", "T", "--fractions", "0"}),
-            "--fractions: '0' is not a fraction from 0.0001 to 1");
-  EXPECT_EQ(refusal({"--tumor", "T", "--fractions", "0.5", "--ploidy", "2"}), "taken");
 }
 
 }  // namespace

@@ -79,16 +79,6 @@ ReadBuilder unmapped(std::string letters) {
 
 }  // namespace
 
-TEST(AlignmentSummary, ReadsThatFailQcCountInTotalsOnly) {
-  Row row = Table().add(mapped().flag(FLAG_QC_FAIL)).add(mapped("20M").tag("XN", 1)).row();
-  EXPECT_EQ(row["TOTAL_READS"], "2");
-  EXPECT_EQ(row["MEAN_READ_LENGTH"], "30.000000");
-  EXPECT_EQ(row["PF_READS"], "1");
-  EXPECT_EQ(row["PCT_PF_READS"], "0.500000");
-  EXPECT_EQ(row["PF_NOISE_READS"], "1");
-  EXPECT_EQ(row["PF_ALIGNED_BASES"], "20");
-}
-
 TEST(AlignmentSummary, AdaptersAreMatchedFromTheFirstBaseWithOneMismatch) {
   const std::string adapter = "AGATCGGAAGAGCTCGTATGCCGTC";
   struct Case {
@@ -137,19 +127,6 @@ TEST(AlignmentSummary, ChimerasAreOfPairsWithTwoGoodEnds) {
   }
 }
 
-TEST(AlignmentSummary, BadCyclesRunInSequencingOrder) {
-  std::string letters;
-  for (int i = 0; i < 40; i++) letters += "ACGT"[i % 4];
-  letters[0] = 'N';  // cycle 1 forward, 40 reverse
-  Table forward, mixed;
-  for (int i = 0; i < 8; i++) forward.add(mapped().seq(letters));
-  forward.add(mapped()).add(mapped());
-  EXPECT_EQ(forward.row()["BAD_CYCLES"], "1");
-  for (int i = 0; i < 8; i++) mixed.add(i % 2 ? mapped().seq(letters) : mapped().seq(letters).reverse());
-  EXPECT_EQ(mixed.row()["BAD_CYCLES"], "0");
-  EXPECT_EQ(mixed.row()["STRAND_BALANCE"], "0.500000");
-}
-
 TEST(AlignmentSummary, ConvertedBasesAreNoMismatches) {
   std::string converted;  // "ACGT" with every C read as T
   for (int i = 0; i < 40; i++) converted += "ATGT"[i % 4];
@@ -163,15 +140,4 @@ TEST(AlignmentSummary, ConvertedBasesAreNoMismatches) {
     EXPECT_EQ(row["PF_ALIGNED_BASES"], "40");
     EXPECT_EQ(row["PF_MISMATCH_RATE"], reverse ? "0.250000" : "0.000000");
   }
-}
-
-TEST(AlignmentSummary, OnlyWhatTheReferenceCoversIsCompared) {
-  Row row = Table().add(mapped(), 110).row();
-  EXPECT_EQ(row["PF_ALIGNED_BASES"], "10");
-  EXPECT_EQ(row["PF_READS_ALIGNED"], "1");
-  Table without;
-  without.settings().has_reference = false;
-  without.add(mapped());
-  EXPECT_EQ(without.row()["PF_READS_ALIGNED"], "0");
-  EXPECT_EQ(without.row()["MEAN_READ_LENGTH"], "40.000000");
 }

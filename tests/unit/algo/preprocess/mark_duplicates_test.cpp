@@ -7,17 +7,6 @@
 
 namespace {
 
-TEST(MarkStep, OwnsWhatReachesIntoItAndAReadThatCoversNoBase) {
-  const auto owns = [](int start, const char* cigar) {
-    bam_record record = readBuilder("r").at(1, start).cigar(cigar).build();
-    BAMRead read;
-    read.attach(record);
-    return MarkStep{1000, 2000, 500}.owns(read);
-  };
-  EXPECT_TRUE(owns(1000, "50I") && owns(1999, "50M") && owns(951, "50M"));
-  EXPECT_FALSE(owns(950, "50M") || owns(499, "900M") || owns(2000, "50M"));
-}
-
 TEST(OpticalDuplicates, AreJoinedInStepsOfTheDistance) {
   const auto count = [](std::initializer_list<const char*> names) {
     OpticalDuplicates optical(100);

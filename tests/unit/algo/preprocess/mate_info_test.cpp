@@ -36,35 +36,6 @@ const MateSummary* find(const MateInfoByVcf& info, const std::string& name, int3
   return info.find(read);
 }
 
-TEST(MateInfo, FindsTheMateAndNotTheReadItself) {
-  Lines lines;
-  lines.add(500, {-7, -9, FLAG_PAIRED | FLAG_FIRST | 1 << 16, 123, 4}, "a");
-  lines.add(500, {20, 10, FLAG_PAIRED | FLAG_SECOND, 99, 5}, "b");
-  lines.add(500, {0, 0, FLAG_PAIRED | FLAG_SECOND, 1, 6}, "b");  // told before
-  MateInfoByVcf info;
-  info.add(lines.lines);
-  const MateSummary* mate = find(info, "a", 500, FLAG_SECOND);
-  ASSERT_TRUE(mate);
-  EXPECT_EQ(mate->end, -7);
-  EXPECT_EQ(mate->five_prime, -9);
-  EXPECT_EQ(mate->flags, FLAG_PAIRED | FLAG_FIRST | 1 << 16);
-  EXPECT_EQ(mate->score, 123);
-  EXPECT_EQ(mate->ordinal, 4);
-  EXPECT_FALSE(find(info, "a", 500, FLAG_FIRST));
-  EXPECT_FALSE(find(info, "a", 501, FLAG_SECOND));
-  ASSERT_TRUE(find(info, "b", 500, FLAG_FIRST));
-  EXPECT_EQ(find(info, "b", 500, FLAG_FIRST)->score, 99);
-
-  Lines more;  // of another file
-  more.add(500, {0, 0, FLAG_PAIRED | FLAG_SECOND, 1, 6}, "b");
-  more.add(499, {0, 0, FLAG_PAIRED | FLAG_SECOND, 2, 6}, "b");
-  info.add(more.lines);
-  EXPECT_EQ(find(info, "b", 500, FLAG_FIRST)->score, 99);
-  EXPECT_EQ(find(info, "b", 499, FLAG_FIRST)->score, 2);
-  info.clear();
-  EXPECT_FALSE(find(info, "b", 500, FLAG_FIRST));
-}
-
 // More names than a block holds, among them those that would break a line.
 TEST(MateInfo, KeepsAnyNames) {
   std::vector<std::string> names = {"x;y", "END=3", "tab\there", std::string(254, 'n'), "\xff\x80", "*"};

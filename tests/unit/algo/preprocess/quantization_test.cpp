@@ -3,11 +3,6 @@
 #include <gtest/gtest.h>
 #include <set>
 
-TEST(StaticQuantization, OneLevelTakesAllAboveFive) {
-  const auto map = staticQuantization({20}, false);
-  for (int q = 0; q < 254; q++) EXPECT_EQ(map[q], q > 5 ? 20 : q);
-}
-
 TEST(StaticQuantization, TakesTheNearerLevelByProbability) {
   for (const auto& levels : {std::vector<int>{10, 20}, {20, 10}}) {
     const auto up = staticQuantization(levels, false), down = staticQuantization(levels, true);
@@ -38,18 +33,4 @@ TEST(Quantize, JoinsWhereLeastIsLost) {
   EXPECT_EQ(map[31], 30);  // the few take the level of the many
   EXPECT_EQ(map[40], 40);
   for (int q = 1; q < kRecalQualities; q++) EXPECT_LE(map[q - 1], map[q]);
-}
-
-TEST(CalibratedCounts, AddUpAndFollowTheDeltas) {
-  RecalTable table;
-  RecalGroup& group = table.groups.emplace_back("a");
-  RecalRow& row = group.row(kMismatch, 30, table.arguments);
-  const auto fixed = [](double errors) { return int64_t(errors * 16777216); };
-  row.total = {20000000, fixed(110000)};
-  row.contexts[3] = {10000000, fixed(100000)};  // 20
-  row.contexts[5] = {10000000, fixed(10000)};   // 30
-  row.cycles[600] = {20000000, fixed(110000)};  // as the row: 23
-  const QualityCounts counts = calibratedCounts(table);
-  EXPECT_EQ(counts[20], 10000000u);
-  EXPECT_EQ(counts[30], 10000000u);
 }

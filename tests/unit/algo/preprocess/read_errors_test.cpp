@@ -48,20 +48,6 @@ std::vector<std::pair<int, double>> found(const std::vector<double>& errors) {
 
 using Errors = std::vector<std::pair<int, double>>;
 
-TEST(ReadErrors, CountsMismatchesButNotMaskedNorUnknownBases) {
-  std::string bases = kReference.substr(2, 30);
-  bases[10] = bases[10] == 'A' ? 'C' : 'A';
-  bases[15] = 'N';
-  ReadBuilder read = readBuilder("r").at(0, 2).cigar("2S28M").seq("TT" + bases.substr(2)).qual(20);
-  read.at(0, 4);
-  Judged got = judge(read);
-  EXPECT_EQ(got.skipped, "110000000000000100000000000000");
-  EXPECT_EQ(found(got.errors[kMismatch]), (Errors{{10, 1.0}}));
-  got = judge(read, {12});
-  EXPECT_EQ(got.skipped, "110000000010000100000000000000");
-  EXPECT_EQ(found(got.errors[kMismatch]), Errors());
-}
-
 // An indel belongs to the base before it in the order of sequencing.
 TEST(ReadErrors, PlacesIndels) {
   const std::string deleted = kReference.substr(0, 12) + kReference.substr(15, 15);
@@ -103,26 +89,6 @@ TEST(ReadErrors, SharesEventsOfAnUncertainRun) {
   // A base of low quality is as sure as it claims, and a read without qualities claims nothing.
   EXPECT_EQ(found(judge(read.qual(0)).errors[kDeletion]).size(), 1u);
   EXPECT_EQ(found(judge(read.qual(0xff)).errors[kDeletion]), (Errors{{15, 1.0}}));
-}
-
-TEST(ReadErrors, ClipsToTheTemplate) {
-  auto bounds = [](const ReadBuilder& builder) {
-    bam_record record = builder.build();
-    BAMRead read;
-    read.attach(record);
-    return templateBounds(read);
-  };
-  using Bounds = std::pair<uint32_t, uint32_t>;
-  auto read = [] { return readBuilder("r").at(0, 100).cigar("50M"); };
-  EXPECT_EQ(bounds(read().mate(0, 95, 30)), Bounds(100, 131));
-  EXPECT_EQ(bounds(read().mate(0, 95, 30).reverse()), Bounds(100, 150));
-  EXPECT_EQ(bounds(read().mate(0, 120, -30).reverse()), Bounds(120, 150));
-  EXPECT_EQ(bounds(read().mate(0, 149, -30).reverse()),
-            Bounds(100, 150));                                  // the mate's start is the last base
-  EXPECT_EQ(bounds(read().mate(0, 60, 30)), Bounds(100, 150));  // ends before this read begins
-  EXPECT_EQ(bounds(read().mate(0, 95, 0)), Bounds(100, 150));
-  EXPECT_EQ(bounds(read().mate(0, 95, 30).mateUnmapped()), Bounds(100, 150));
-  EXPECT_EQ(bounds(read().mate(0, 95, 30).reverse().flag(FLAG_MATE_REVERSE)), Bounds(100, 150));
 }
 
 TEST(ReadErrors, LeavesOutReadsThatCannotBeCounted) {

@@ -64,39 +64,6 @@ std::string replaced(std::string text, const std::string& from, const std::strin
 
 }  // namespace
 
-TEST(RecalTableText, HasTheFormThatIsPublished) {
-  RecalTable table;
-  RecalRow& row = table.groups.emplace_back("rg").row(kMismatch, 30, table.arguments);
-  row.total = {4000, 10 * kOne + kOne / 4};
-  row.contexts[6] = {1000, kOne / 2};  // CG
-  row.contexts[16] = {3000, kOne};     // none
-  row.cycles[498] = {4000, 10 * kOne};
-  const std::string text = textOf(table);
-  const std::string head =
-      "#:TORVESIN_QCAL_TABLE.V1:5\n#:TORVESIN_QCAL_TABLE:2:17;\n"
-      "#:TORVESIN_QCAL_TABLE:Arguments:Recalibration argument collection values used in this "
-      "run\nArgument\tValue\n"
-      "binary_tag_name\tnull\ncovariate\tReadGroupCovariate,QualityScoreCovariate,ContextCovariate,"
-      "CycleCovariate\n";
-  EXPECT_EQ(text.substr(0, head.size()), head);
-  EXPECT_THAT(text, HasSubstr("solid_recal_mode\tSET_Q_ZERO\n\n#:TORVESIN_QCAL_TABLE:3:94;\n"
-                              "#:TORVESIN_QCAL_TABLE:Quantized:Quality quantization map\n"
-                              "QualityScore\tCount\tQuantizedScore\n0\t0\t0\n"));
-  // 11.25 errors in 4002 trials, 1.5 in 1002, 11 in 4002.
-  const std::string tail =
-      "\n\n#:TORVESIN_QCAL_TABLE:6:\n#:TORVESIN_QCAL_TABLE:RecalTable0:\n"
-      "ReadGroup\tEventType\tEmpiricalQuality\tEstimatedQReported\tObservations\tErrors\n"
-      "rg\tM\t25.5112\t30.0000\t4000\t10.25\n\n"
-      "#:TORVESIN_QCAL_TABLE:6:\n#:TORVESIN_QCAL_TABLE:RecalTable1:\n"
-      "ReadGroup\tQualityScore\tEventType\tEmpiricalQuality\tObservations\tErrors\n"
-      "rg\t30\tM\t25.5112\t4000\t10.25\n\n"
-      "#:TORVESIN_QCAL_TABLE:8:\n#:TORVESIN_QCAL_TABLE:RecalTable2:\n"
-      "ReadGroup\tQualityScore\tCovariateValue\tCovariateName\tEventType\tEmpiricalQuality\tObservations\tErr"
-      "ors\n"
-      "rg\t30\tCG\tContext\tM\t28.2478\t1000\t0.50\nrg\t30\t-2\tCycle\tM\t25.6088\t4000\t10.00\n\n";
-  EXPECT_EQ(text.substr(text.size() - tail.size()), tail);
-}
-
 TEST(RecalTableText, ReadsBackWhatItWrote) {
   const RecalTable table = makeTable();
   TempFolder folder;
@@ -221,18 +188,6 @@ TEST(RecalTableText, PrintsTheLargestErrorsWhenAsked) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "maxError = 9, 4 bits\n");
 }
 
-TEST(RecalTablePart, PartsAddUpToTheWhole) {
-  RecalTable whole = makeTable(5), other = makeTable(6);
-  TempFolder folder;
-  whole.writePart(folder.path("a"));
-  other.writePart(folder.path("b"));
-  RecalTable merged;
-  for (const char* part : {"a", "b"}) merged.addPart(folder.path(part));
-  whole += other;
-  EXPECT_EQ(textOf(merged), textOf(whole));
-  EXPECT_EQ(merged.groups.size(), 3u);  // the empty one stays known
-}
-
 TEST(RecalTablePart, RefusesWhatIsBroken) {
   RecalTable table = makeTable(7, 20);
   TempFolder folder;
@@ -263,26 +218,4 @@ TEST(RecalTablePart, RefusesWhatIsBroken) {
   EXPECT_THROW(table.writePart("/dev/full"), std::runtime_error);
   table.groups[0].name = "other";
   EXPECT_THROW(table.addPart(folder.path("a")), std::runtime_error);
-}
-
-TEST(RecalPlot, SumsOverTheOtherCovariates) {
-  RecalTable table;
-  RecalGroup& group = table.groups.emplace_back("rg");
-  for (int quality : {20, 30}) {
-    RecalRow& row = group.row(kDeletion, quality, table.arguments);
-    row.total = row.contexts[27] = row.cycles[503] = {1000, 5 * kOne / 2};
-    row.cycles.back() = row.contexts.back() = {7, kOne};
-  }
-  TempFolder folder;
-  writeRecalPlot(folder.path("c"), {{"Before", &table}});
-  // Of both: 5 errors in 2000 bases, where 11 were promised (22.60).
-  EXPECT_EQ(readFile(folder.path("c")),
-            "ReadGroup,CovariateValue,CovariateName,EventType,Observations,Errors,EmpiricalQuality,"
-            "AverageReportedQuality,Accuracy,Recalibration\n"
-            "rg,20,QualityScore,Base Deletion,1000,2.50,24.57,20.00,4.57,Before\n"
-            "rg,30,QualityScore,Base Deletion,1000,2.50,24.57,30.00,-5.43,Before\n"
-            "rg,3,Cycle,Base Deletion,2000,5.00,25.23,22.60,2.64,Before\n"
-            "rg,CGT,Context,Base Deletion,2000,5.00,25.23,22.60,2.64,Before\n");
-  EXPECT_THROW(writeRecalPlot("/no/such/folder/c", {}), std::runtime_error);
-  EXPECT_THROW(writeRecalPlot("/dev/full", {}), std::runtime_error);
 }

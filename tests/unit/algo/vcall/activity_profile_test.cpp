@@ -225,24 +225,4 @@ TEST(ActivityProfile, IsTheSumOverBasesWhateverTheRegion) {
     }
 }
 
-TEST(ActivityProfile, OutsideTheTargetsNothing) {
-  ReferenceWindow reference{std::string(30, 'C'), 100};
-  Reads reads;
-  reads.add(readBuilder("a").at(0, 100).cigar("10S20M").seq(std::string(30, 'G')));
-  ActivityProfile profile(1, 1, kMinBaseQual, kMinMapQual, true);
-  profile.build(reads.all, std::vector<int32_t>{0}, reference, 100, 130);
-  EXPECT_EQ(profile.meanSoftClip(100), 10);
-  profile.clear(0, 110);
-  for (uint32_t p = 100; p < 130; ++p) {
-    GenotypeLikelihoods activity;
-    profile.activityLikelihoods(0, p, activity);
-    const bool inside = p >= 110 && p < 120;
-    EXPECT_EQ(profile.isMarked(p), inside);
-    EXPECT_EQ(profile.depth(0, p), inside);
-    EXPECT_EQ(activity.gl.empty(), !inside);
-    EXPECT_EQ(profile.likelihoods(0, p)[0] < 0, inside);
-    EXPECT_EQ(profile.meanSoftClip(p), 0);
-  }
-}
-
 }  // namespace

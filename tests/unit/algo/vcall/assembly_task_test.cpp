@@ -230,25 +230,6 @@ TEST(RegionAssembler, DoesNotDependOnOrderOrThreads) {
   EXPECT_GT(regions[0].task.haplotypes.size(), 1U);
 }
 
-TEST(RegionAssembler, BoundsDepth) {
-  Region region;
-  region.cover(region.bases(), 1);
-  region.cover(region.bases(), 1);
-  region.cover(region.bases(), 10, 1);
-  AssemblyParam param;
-  param.resampleDepth = 12;  // 48 reads of 100 bases
-  region.assemble(param);
-  const auto count = [&](int sample) {
-    return std::count_if(region.task.reads.begin(), region.task.reads.end(),
-                         [&](const ReadClip& clip) { return clip.sample == sample; });
-  };
-  EXPECT_EQ(count(0), 48);
-  EXPECT_EQ(count(1), 31);  // below the limit
-  param.resampleDepth = 0;
-  region.assemble(param);
-  EXPECT_EQ(count(0), 602);
-}
-
 TEST(SampleReads, DrawsEvenlyAndByRegion) {
   std::vector<ReadClip> all(1000);
   for (int i = 0; i < 1000; ++i) all[size_t(i)].readStart = i, all[size_t(i)].sample = i % 2;
@@ -372,77 +353,6 @@ TEST(RegionAssembler, LongGivenAllelesCostReads) {
   EXPECT_LT(region.task.reads.size(), reads);
   EXPECT_FALSE(region.task.reads.empty());
   EXPECT_LE(read_bases * haplotype_bases, RegionAssembler::kMaxCells * 1.5);  // reads differ in length
-}
-
-TEST(RegionAssembler, HardRegions) {
-  {
-    SCOPED_TRACE("no reads");
-    Region region;
-    expectSound(region.assemble());
-    EXPECT_TRUE(region.task.skipFlag);
-  }
-  {
-    SCOPED_TRACE("shorter than a k-mer, and empty");
-    Region region(1, 8);
-    region.task.activeInterval = region.task.paddedInterval;
-    region.add(region.bases(), 0, "8M");
-    expectSound(region.assemble());
-    region.task.reference.bases.clear();
-    region.task.paddedInterval.end = kStart;
-    region.assemble();
-    EXPECT_TRUE(region.task.haplotypes.empty());
-  }
-  {
-    SCOPED_TRACE("contig ends");
-    Region region(3, 150);
-    region.task.reference.start = 0;
-    region.task.activeInterval = region.task.paddedInterval = {0, 150};
-    const std::string variant = region.with(20, 1, std::string(1, otherBase(region.bases()[20])));
-    for (int i = 0; i < 8; ++i) {
-      region.add(readBuilder("s" + std::to_string(i))
-                     .at(0, 0)
-                     .cigar("30S100M")
-                     .seq(std::string(30, 'T') + variant.substr(0, 100)));
-      region.add(readBuilder("e" + std::to_string(i))
-                     .at(0, 50)
-                     .cigar("100M30S")
-                     .seq(variant.substr(50) + std::string(30, 'G')));
-    }
-    expectSound(region.assemble());
-    EXPECT_FALSE(region.task.skipFlag);
-    EXPECT_EQ(region.task.trimmedInterval.start, 0U);
-  }
-  {
-    SCOPED_TRACE("unknown reference");
-    Region region;
-    const std::string known = region.with(200, 1, std::string(1, otherBase(region.bases()[200])));
-    const std::string snp = region.snp(200);
-    region.cover(known);
-    region.bases().replace(240, 5, "NNRNN");
-    expectSound(region.assemble());
-    EXPECT_EQ(region.events(), (Texts{"", snp}));
-    region.bases().assign(400, 'N');
-    expectSound(region.assemble());
-    EXPECT_TRUE(region.task.skipFlag);
-  }
-  {
-    SCOPED_TRACE("deep, noisy and of low complexity");
-    Region region;
-    region.bases().replace(150, 100, std::string(100, 'A'));
-    for (int i = 0; i < 4000; ++i) {
-      const size_t at = region.random() % 300;
-      std::string letters = region.bases().substr(at, 100);
-      for (int n = 0; n < 3; ++n) letters[region.random() % 100] = "ACGT"[region.random() % 4];
-      region.add(letters, at, "100M");
-    }
-    expectSound(region.assemble());
-    EXPECT_LE(region.task.haplotypes.size(), RegionAssembler::kMaxHaplotypes);
-    double cells = 0;
-    for (const ReadClip& clip : region.task.reads) cells += clip.length();
-    const ActiveRegion span = region.task.trimmedInterval;
-    EXPECT_LE(cells * (span.end - span.start) * double(region.task.haplotypes.size()),
-              RegionAssembler::kMaxCells * 1.01);
-  }
 }
 
 }  // namespace

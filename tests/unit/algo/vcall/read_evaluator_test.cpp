@@ -120,17 +120,6 @@ TEST_F(ReadEvaluatorTest, ValuesDoNotDependOnChunks) {
   }
 }
 
-TEST_F(ReadEvaluatorTest, TheNumberOfChunksIsToldOnRequest) {
-  addHaplotype(ref().replace(150, 1, "N"));
-  for (int r = 0; r < 10; ++r) addRead(0, 100, 80);
-  task.activeInterval = {1100, 1200};
-  task.debugLevel = kDebugRegions;
-  testing::internal::CaptureStderr();
-  ReadEvaluator(hmm, nullptr, 5).calcLikelihoods(task, rows);  // 3 rows each
-  ReadEvaluator(hmm, nullptr, 20).calcLikelihoods(task, rows);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "CHUNK 1:1101-1200 R10xH2 split into 4 chunks\n");
-}
-
 TEST_F(ReadEvaluatorTest, ReadsGoThroughTheirHaplotype) {
   int checked = 0;
   for (int round = 0; round < 200; ++round) {

@@ -182,59 +182,7 @@ TEST_F(VariantCall, UsageFailures) {
   EXPECT_EQ(text({"o"}), "Caller: missing reference");
 }
 
-TEST_F(VariantCall, ListsOfAnnotationsChangeTheUsualSet) {
-  setUp();
-  testing::internal::CaptureStderr();
-  const auto caller = make({"--annotation", "!AC,NBQ,!None", "--annotation", ",More,!MQ,MQ", "o"});
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Unknown annotation None\nUnknown annotation More\n");
-  EXPECT_FALSE(caller->wants("AC"));
-  for (const char* kept : {"NBQ", "AN", "MQ"}) EXPECT_TRUE(caller->wants(kept)) << kept;
-  EXPECT_FALSE(caller->wants("GQ_MEAN"));
-}
-
 // ---- start ----
-
-TEST_F(VariantCall, HeaderAndSamples) {
-  setUp();
-  const std::string header = run({"--call_conf", "31"}, {}, {});
-  for (const char* line :
-       {"##TorvesinCommandLine.Caller=<ID=Caller,", "##contig=<ID=c,length=40,assembly=hg19>\n",
-        "##FILTER=<ID=LowQual,Description=\"Low quality\">\n", "##FORMAT=<ID=PL,", "##INFO=<ID=MQ,",
-        "\tFORMAT\ta\tb\n"})
-    EXPECT_THAT(header, HasSubstr(line));
-  EXPECT_THAT(header, HasSubstr("##reference=file://" + reference_->path() + "\n"));
-  EXPECT_THAT(header, Not(HasSubstr("ID=DB")));
-  EXPECT_THAT(run({}, {}, {}), Not(HasSubstr("LowQual")));
-  EXPECT_EQ(failure([&] {
-              run({"--emit_mode", "gvcf"}, {}, {});
-            }),
-            "Caller: Only a single sample is allowed in GVCF emit mode");
-
-  setUp("@RG\tID:g\tSM:s\n", "grch38.fa");
-  const std::string gvcf = run({"--emit_mode", "gvcf", "--gq_bands", "20,99"}, {}, {});
-  for (const char* line :
-       {"assembly=hg38>", "##ALT=<ID=NON_REF,Desc", "##INFO=<ID=END,", "##FORMAT=<ID=MIN_DP,",
-        "##GVCFBlock0-20=minGQ=0(inclusive),maxGQ=20(exclusive)\n", "##FORMAT=<ID=SB,",
-        "##GVCFBlock20-99=minGQ=20(inclusive),maxGQ=99(exclusive)\n", "##INFO=<ID=RAW_MQ,"})
-    EXPECT_THAT(gvcf, HasSubstr(line));
-  for (const char* field : {"ID=MQ,", "ID=FS,", "ID=SOR,"}) EXPECT_THAT(gvcf, Not(HasSubstr(field)));
-
-  setUp("");
-  EXPECT_EQ(failure([&] { run({}, {}, {}); }), "Caller: no read group (@RG) in the bam input");
-}
-
-TEST_F(VariantCall, KnownVariantsMustFitTheReference) {
-  setUp();
-  const std::string other = folder_.path("other.vcf");
-  writeVcf(other, {madeRecord("c", 3, 1, "rs1")}, kVcfStart + "##contig=<ID=c,length=41>\n" + kVcfColumns);
-  for (const char* option : {"--dbsnp", "--given"})
-    EXPECT_EQ(failure([&] {
-                run({option, other.c_str()}, {}, {});
-              }),
-              "Caller: contigs in vcf " + other + " are not compatible with the reference");
-  const std::string bare = folder_.write("bare.vcf", kVcfStart + kVcfColumns);
-  EXPECT_EQ(failure([&] { run({"-d", bare.c_str()}, {}, {}); }), "Failed to load index for " + bare);
-}
 
 // ---- sites ----
 
@@ -271,33 +219,6 @@ TEST_F(VariantCall, Decisions) {
           EXPECT_NEAR(qual, std::abs(d.support) + (d.support > 0 ? -30 : 30), 4);
         });
   }
-}
-
-TEST_F(VariantCall, WithoutDataOrAlternates) {
-  setUp();
-  run({"--emit_mode", "all"}, {{0, 40}}, [&](Caller::Worker& worker, uint32_t, uint32_t) {
-    double qual = 7;
-    Site site = siteOf(5, "A", {"C"}, {});
-    EXPECT_EQ(worker.calculate(site, &qual), 0);
-    site = siteOf(5, "A", {}, {0});
-    EXPECT_EQ(worker.calculate(site, &qual), -1);
-    EXPECT_TRUE(std::isnan(qual));
-    EXPECT_EQ(worker.calculate(site, &qual, VariantCallAlgo::kConfident, 30, 30), 0);
-  });
-}
-
-TEST_F(VariantCall, GivenAllelesStay) {
-  setUp();
-  const std::string given = folder_.path("given.vcf");
-  writeVcf(given, {madeRecord("c", 3, 1, "x")});
-  run({"--given", given.c_str()}, {{0, 40}}, [&](Caller::Worker& worker, uint32_t, uint32_t) {
-    double qual = -1;
-    Site site = siteOf(5, "A", {"C"}, {0, -30, -60});
-    EXPECT_EQ(worker.calculate(site, &qual), 0);
-    EXPECT_EQ(site.alts[0].length, 1);
-    EXPECT_LT(qual, 1);  // of the variant, which is not there
-    EXPECT_FALSE(std::signbit(qual));
-  });
 }
 
 // ---- records ----
@@ -354,68 +275,6 @@ TEST_F(VariantCall, KnownIdsAndKeptAlleles) {
   for (size_t at = 0; (at = text.find(";DB", at)) != text.npos; ++at) ++flags;
   EXPECT_EQ(flags, 4u);
   EXPECT_THAT(text, HasSubstr("GT\tG\t50.00\t.\tAC=1;AF=0.500;AN=2;"));
-}
-
-TEST_F(VariantCall, BlocksAndRecordsAcrossShards) {
-  setUp("@RG\tID:g\tSM:s\n");
-  const auto work = [](Caller::Worker& worker, uint32_t start, uint32_t end) {
-    const std::vector<double> gl = {0, -3, -6};
-    for (uint32_t p = start; p < end; ++p) {
-      const int32_t depth = int32_t(p % 3);
-      if (p == 13) {
-        Site site = siteOf(13, "CGT", {"C", "<NON_REF>"}, {-40, 0, -40, -40, -40, -40});
-        site.likelihoods.erase(site.likelihoods.begin());
-        worker.emitVariant(site, 50);
-      }
-      worker.addRefConfidence(p, p + 1, &kBases[p], gl.data(), &depth, 2);
-    }
-  };
-  const std::string whole = run({"--emit_mode", "gvcf"}, {{0, 40}}, work);
-  EXPECT_EQ(recordsOf(whole),
-            "1\t.\tA\t<NON_REF>\t.\t.\n14\t.\tCGT\tC,<NON_REF>\t50.00\t.\n17\t.\tA\t<NON_REF>\t.\t.\n");
-  EXPECT_THAT(whole, HasSubstr("END=13\tGT:DP:GQ:MIN_DP:PL\t0/0:1:30:0:0,30,60\n"));
-  // The parts of a run with --shard, put together.
-  std::vector<std::string> parts;
-  context_.mode = DriverContext::kShardedTraversal;
-  const std::string out = output_;
-  const std::vector<std::vector<std::pair<uint32_t, uint32_t>>> runs = {{{0, 7}, {7, 20}},
-                                                                        {{20, 30}, {30, 40}}};
-  for (const auto& shards : runs) {
-    output_ = folder_.path("part" + std::to_string(parts.size()) + ".vcf");
-    parts.push_back(output_);
-    run({"--emit_mode", "gvcf"}, shards, work);
-  }
-  context_ = {};
-  context_.mode = DriverContext::kNonTraversal;
-  const auto merger = make({"--merge", out.c_str(), parts[0].c_str(), parts[1].c_str()}, false);
-  EXPECT_EQ(merger->inputs(), parts);
-  merger->init();
-  merger->finish();
-  EXPECT_EQ(recordsOf(textOf(out)), recordsOf(whole));
-  const std::string plain = folder_.write("plain.vcf", kVcfStart + kVcfColumns);
-  EXPECT_EQ(failure([&] {
-              make({"--merge", out.c_str(), parts[0].c_str(), plain.c_str()}, false)->init();
-            }),
-            "Caller: partial files " + parts[0] + " and " + plain + " are not of the same emit mode");
-  EXPECT_EQ(failure([&] {
-              make({"--merge", "no/out", "no/file"}, false)->init();
-            }),
-            "Caller: failed to open partial file no/file");
-}
-
-TEST_F(VariantCall, AFullDiskIsTold) {
-  setUp();
-  context_.mode = 0;
-  output_ = folder_.path("full.vcf");
-  std::filesystem::create_symlink("/dev/full", output_ + "_1");
-  testing::internal::CaptureStderr();
-  const std::string text = failure([&] {
-    run({}, {{0, 40}}, [](Caller::Worker& worker, uint32_t, uint32_t) {
-      worker.emitVariant(siteOf(5, "A", {"C"}, {-40, 0, -40}), 50);
-    });
-  });
-  EXPECT_EQ(text, "Caller: failed to write to temp file");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), output_ + "_1: No space left on device\n");
 }
 
 }  // namespace

@@ -1,4 +1,3 @@
-#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -21,20 +20,6 @@ Names fetch(BAMHandle::FetchState& cursor, int32_t contig, uint32_t start, uint3
     names.push_back(taken.name());
   }
   EXPECT_FALSE(cursor.readNext());
-  return names;
-}
-
-Names overlapping(const std::vector<RawRead>& reads, int32_t contig, uint32_t start, uint32_t end) {
-  Names names;
-  for (const RawRead& read : reads)
-    if (read.overlaps(contig, start, end)) names.push_back(read.name);
-  return names;
-}
-
-Names unplacedOf(const std::vector<RawRead>& reads) {
-  Names names;
-  for (const RawRead& read : reads)
-    if (read.ref_id < 0) names.push_back(read.name);
   return names;
 }
 
@@ -71,63 +56,6 @@ Names allNames(const std::vector<RawRead>& reads) {
   return names;
 }
 
-struct Layout {
-  size_t block;      // uncompressed bytes per block
-  bool by_samtools;  // whose index
-};
-
-// Files of both indexes and of blocks small and large.
-class BamCursor : public testing::TestWithParam<Layout> {
- protected:
-  void make(const std::vector<RawRead>& reads) {
-    path_ = folder_.write("a.bam", inBlocks(rawBam(sampleContigs(), reads), GetParam().block));
-    if (GetParam().by_samtools) {
-      if (std::system(("samtools index " + path_ + " 2> /dev/null").c_str()) != 0)
-        GTEST_SKIP() << "samtools is not installed";
-    } else {
-      ASSERT_TRUE(BamIndex::build(path_)->save(path_ + ".bai"));
-    }
-    bam_ = open_read_source(path_, nullptr, true);
-  }
-  TempFolder folder_;
-  std::string path_;
-  std::unique_ptr<BAMHandle> bam_;
-};
-
-TEST_P(BamCursor, DeliversWhatOverlaps) {
-  auto reads = sampleReads(6000, 40, 21);
-  ASSERT_NO_FATAL_FAILURE(make(reads));
-  if (bam_ == nullptr) return;
-  auto cursor = bam_->newFetchState();
-  std::mt19937 random(22);
-  size_t delivered = 0;
-  for (int i = 0; i < 600; ++i) {
-    auto contig = static_cast<int32_t>(random() % sampleContigs().size());
-    uint32_t start = random() % sampleContigs()[contig].length;
-    if (i % 2 == 0) {
-      const RawRead& read = reads[random() % 6000];
-      contig = read.ref_id;
-      start = read.pos + random() % 200;
-    }
-    uint32_t end = start + 1 + random() % (i % 3 == 0 ? 40 : 200000);
-    Names expected = overlapping(reads, contig, start, end);
-    delivered += expected.size();
-    ASSERT_EQ(fetch(*cursor, contig, start, end), expected) << contig << ":" << start << "-" << end;
-    if (i % 100 == 0) {
-      ASSERT_EQ(fetch(*cursor, -1, 0, 0), unplacedOf(reads));
-    }
-  }
-  EXPECT_GT(delivered, 2000u);
-}
-
-INSTANTIATE_TEST_SUITE_P(Layouts, BamCursor,
-                         testing::Values(Layout{500, false}, Layout{500, true}, Layout{0xff00, false},
-                                         Layout{0xff00, true}),
-                         [](const auto& info) {
-                           return std::string(info.param.by_samtools ? "Samtools" : "Own") +
-                                  std::to_string(info.param.block);
-                         });
-
 class CursorFaults : public testing::Test {
  protected:
   std::string write(const std::string& name, const std::vector<RawRead>& reads, size_t block = 1000) {
@@ -148,14 +76,6 @@ class CursorFaults : public testing::Test {
   }
   TempFolder folder_;
 };
-
-TEST_F(CursorFaults, NeedsAnIndex) {
-  std::string path = write("a.bam", sampleReads(10, 0, 31));
-  auto bam = open_read_source(path, nullptr, false);
-  auto cursor = bam->newFetchState();
-  EXPECT_EQ(thrownBy([&] { cursor->seek(0, 0, 10); }),
-            "Index not loaded for BAM file " + path + "\nbam seek error");
-}
 
 TEST_F(CursorFaults, TruncationIsNeverSilent) {
   auto reads = sampleReads(400, 20, 33);

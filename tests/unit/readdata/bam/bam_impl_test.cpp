@@ -53,28 +53,6 @@ void copyRecords(BAMImpl& from, BAMImpl& to) {
   while (from.readRecord(record) > 0) to.writeRecord(record);
 }
 
-class BamReader : public testing::TestWithParam<size_t> {};
-
-TEST_P(BamReader, ReadsWhatZlibWrote) {
-  TempFolder folder;
-  auto reads = sampleReads(3000, 50, 1);
-  std::string path = folder.write("a.bam", inBlocks(rawBam(sampleContigs(), reads), GetParam()));
-  auto bam = open_read_source(path, nullptr, false);
-  ASSERT_EQ(bam->header->contigCount(), sampleContigs().size());
-  for (size_t i = 0; i < sampleContigs().size(); ++i) {
-    EXPECT_EQ(bam->header->names[i], sampleContigs()[i].name);
-    EXPECT_EQ(bam->header->lengths[i], static_cast<uint32_t>(sampleContigs()[i].length));
-  }
-  EXPECT_EQ(bam->header->text, headerText(sampleContigs()));
-  auto second = bam->clone();
-  EXPECT_TRUE(readAll(*bam) == recordBytes(reads));
-  EXPECT_TRUE(readAll(*second) == recordBytes(reads));
-  bam->readHeader();  // goes back to the start
-  EXPECT_TRUE(readAll(*bam) == recordBytes(reads));
-}
-
-INSTANTIATE_TEST_SUITE_P(BlockSizes, BamReader, testing::Values(37, 700, 0xff00));
-
 TEST(BamWriter, RecordsStartBlocksAndStayWhole) {
   TempFolder folder;
   auto reads = sampleReads(5000, 100, 2);

@@ -45,63 +45,6 @@ std::vector<std::pair<uint64_t, uint64_t>> recordSpans(const std::string& path) 
   return spans;
 }
 
-TEST(BamIndex, QueriesFindEveryOverlappingRead) {
-  TempFolder folder;
-  auto reads = sampleReads(4000, 20, 5);
-  std::string path = folder.write("a.bam", inBlocks(rawBam(sampleContigs(), reads), 900));
-  auto index = BamIndex::build(path);
-  auto spans = recordSpans(path);
-  std::mt19937 random(6);
-  size_t asked = 0, offered = 0, needed = 0;
-  for (int i = 0; i < 500; ++i) {
-    auto contig = static_cast<int32_t>(random() % sampleContigs().size());
-    uint32_t length = sampleContigs()[contig].length;
-    uint32_t start = random() % length;
-    // Half of the regions lie about a read, since most of a large contig is empty.
-    if (i % 2 == 0) {
-      const RawRead& read = reads[random() % 4000];
-      contig = read.ref_id;
-      start = read.pos;
-    }
-    uint32_t end = start + 1 + random() % (i % 3 == 0 ? 50 : 100000);
-    std::vector<Chunk> chunks;
-    index->query(contig, start, end, chunks);
-    for (size_t k = 0; k < chunks.size(); ++k) {
-      ASSERT_LT(chunks[k].begin, chunks[k].end);
-      if (k > 0) {
-        ASSERT_LT(chunks[k - 1].end >> 16, chunks[k].begin >> 16);
-      }
-    }
-    for (size_t r = 0; r < reads.size(); ++r) {
-      bool inside = false;
-      for (const Chunk& chunk : chunks)
-        inside |= chunk.begin <= spans[r].first && spans[r].second <= chunk.end;
-      if (reads[r].overlaps(contig, start, end)) {
-        ASSERT_TRUE(inside) << "read " << r << " in " << contig << ":" << start << "-" << end;
-        ++needed;
-      }
-      offered += inside;
-    }
-    asked += reads.size();
-  }
-  EXPECT_GT(needed, 1000u);
-  EXPECT_LT(offered, asked / 10);  // it is not all of the file that is read
-}
-
-TEST(BamIndex, SaveAndLoadAgree) {
-  TempFolder folder;
-  for (size_t reads : {0, 1, 2000}) {
-    std::string path =
-        folder.write("a.bam", inBlocks(rawBam(sampleContigs(), sampleReads(reads, reads / 2, 12))));
-    auto built = BamIndex::build(path);
-    ASSERT_TRUE(built->save(path + ".bai"));
-    ASSERT_TRUE(BamIndex::load(path, 0, 7)->save(folder.path("again.bai")));
-    EXPECT_EQ(fileBytes(folder.path("again.bai")), fileBytes(path + ".bai"));
-    EXPECT_EQ(built->readCount(), reads);
-  }
-  EXPECT_FALSE(std::filesystem::exists(folder.path("a.bam.bai.tmp")));
-}
-
 TEST(BamIndex, LooksInTwoPlaces) {
   TempFolder folder;
   std::string file = inBlocks(rawBam(sampleContigs(), sampleReads(100, 3, 13)));
@@ -291,33 +234,6 @@ TEST_F(HostileIndex, TruncatedAtEveryByte) {
     }
   }
   EXPECT_THAT(complaint(good_ + "x"), HasSubstr("behind its end"));
-}
-
-TEST_F(HostileIndex, OfAnotherFile) {
-  BAMImpl bam(bam_);
-  bam.open("r");
-  bam.readHeader();
-  folder_.write("a.bam.bai", good_);
-  auto good = std::make_shared<BamIndex>(*BamIndex::load(bam_, 0));
-  auto refused = [&](auto change) {
-    auto index = std::make_shared<BamIndex>(*good);
-    change(*index);
-    return thrownBy([&] { bam.setIndex(index); });
-  };
-  EXPECT_EQ(refused([](BamIndex&) {}), "");
-  const std::string messages[] = {
-      refused([](BamIndex& index) { index.contigs.resize(2); }),
-      refused([](BamIndex& index) {
-        index.contigs[0].bins[4681 + 3] = {{1 << 16, 2 << 16}};
-      }),
-      refused([](BamIndex& index) {
-        index.contigs[0].bins[0] = {{5, 1 << 16}};
-      }),
-  };
-  for (const std::string& message : messages) {
-    EXPECT_THAT(message, HasSubstr(bam_ + ".bai"));
-    EXPECT_THAT(message, HasSubstr("does not belong to " + bam_));
-  }
 }
 
 }  // namespace

@@ -179,18 +179,6 @@ TEST(IntervalList, PadsWithinThe32Bits) {
   }
 }
 
-TEST(IntervalList, MergedNamesAreJoinedAndTheFirstStrandStays) {
-  TempFolder folder;
-  IntervalList list;
-  ASSERT_TRUE(
-      load(list,
-           folder.write("list", kHeader + "b\t30\t40\t+\tc\nb\t5\t9\t-\tb\nb\t1\t4\t-\ta\nb\t31\t33\t+\td\n"
-                                          "b\t12\t11\t+\tempty\nb\t39\t39\t+\te\n"))
-          .good);
-  list.merge();
-  EXPECT_EQ(dump(list), "b:0-9-a|b b:29-40c|d|e");
-}
-
 // Each place stays covered by the list, and no two entries touch.
 TEST(IntervalList, MergeAgreesWithABitmap) {
   std::mt19937 random(29);

@@ -138,16 +138,6 @@ TEST(FastaFile, OddRangesAndUnknownContigs) {
   EXPECT_EQ(GetCapturedStderr(), "");
 }
 
-TEST(FastaFile, AgreesWithSamtools) {
-  if (system("samtools --version > /dev/null 2>&1") != 0) GTEST_SKIP() << "samtools is not installed";
-  TempFolder folder;
-  Sample sample = makeSample(13, "\r\n", false);
-  std::string path = folder.write("ref.fa", sample.text);
-  ASSERT_EQ(system(("samtools faidx " + path).c_str()), 0);
-  FastaFile fasta(path);
-  EXPECT_EQ(mismatches(fasta, sample, 1, 500), 0);
-}
-
 // What opening `path` prints; the exception must be the one that all such failures end in.
 std::string refusal(const std::string& path) {
   CaptureStderr();

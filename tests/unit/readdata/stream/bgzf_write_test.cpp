@@ -240,16 +240,4 @@ TEST(BgzfParallel, KeepsTheOrderBesideSlowTasks) {
   pool.join();
 }
 
-TEST(BgzfParallel, GivesTheBytesOfOneThread) {
-  TempFolder folder;
-  thread_coop pool;
-  for (int i = 0; i < 3; ++i) pool.addWorker([] {});
-  for (const char* mode : {"w", "w0", "w1"})
-    for (const auto& payload : payloads())
-      EXPECT_TRUE(written(folder.path("a"), mode, payload.bytes) ==
-                  written(folder.path("b"), mode, payload.bytes, &pool))
-          << mode << " " << payload.name;
-  pool.join();
-}
-
 }  // namespace

@@ -127,18 +127,6 @@ TEST(FGQB, ReadsBackWhatWasWritten) {
   }
 }
 
-TEST(FGQB, OtherTextIsLeftWhereItIs) {
-  for (const char* content : {"", "#FGQ", "#FGQBx\t1", "chr1\t5\t.\tA\t.\n"}) {
-    Reader reader(content);
-    reader.contig = "old";
-    reader.block = block(5, 9, 3, 0, {1});
-    EXPECT_TRUE(reader.read());
-    EXPECT_EQ(reader.offset(), 0);
-    EXPECT_EQ(reader.contig, "");
-    EXPECT_TRUE(reader.block.empty() && reader.block.low == -1 && reader.block.high == -1);
-  }
-}
-
 TEST(FGQB, RefusesEveryMismatch) {
   const std::string good = "#FGQB\t4\t20\t30\tc\t100\tA2C\t12x3+14\t5x4\t0,12,180\n";
   ASSERT_TRUE(Reader(good).read());

@@ -54,46 +54,6 @@ TEST(LinearIndexQuery, HoldsAllThatOverlapsHoweverFilled) {
   }
 }
 
-TEST(LinearIndexQuery, BeginsAtTheBinOfTheLongestFeature) {
-  LinearIndex::ChrIndex index("c", 1000);
-  index.start(100);
-  index.add(2500, 2600, 200);
-  index.add(2600, 2601, 300);
-  index.add(5000, 5001, 400);
-  index.finish();
-  EXPECT_EQ(index.firstBin, 2u);
-  EXPECT_THAT(index.offsets, ElementsAre(100, 300, 300, 300, 400));
-  EXPECT_THAT(answer(index, 0, 1), ElementsAre(Chunk{100, 400}));
-  EXPECT_THAT(answer(index, 3099, 3100), ElementsAre(Chunk{100, 400}));
-  EXPECT_THAT(answer(index, 3100, 3101), ElementsAre(Chunk{300, 400}));
-  EXPECT_TRUE(answer(index, 6100, 7000).empty());
-  EXPECT_TRUE(answer(index, 50, 50).empty());
-  EXPECT_THROW(index.add(4999, 5001, 500), std::logic_error);
-  EXPECT_THROW(index.add(LinearIndex::ChrIndex("c", 2000), {}), std::logic_error);
-  // A feature at the end of a contig would need 16 GB of such bins.
-  EXPECT_THROW(LinearIndex::ChrIndex("c", 1).add(LinearIndex::ChrIndex("c", 1), {}), std::logic_error);
-}
-
-TEST(LinearIndexDensity, JoinsBinsAsFarAsTheFullestAllows) {
-  LinearIndex::ChrIndex index("c", 1000);
-  index.start(0);
-  // Ten features of 10 bytes in bins 1, 3 ... 19: 2 of the mean size in a bin make k = 2.
-  for (int i = 0; i < 10; ++i) index.add((2 * i + 1) * 1000, (2 * i + 1) * 1000 + 1, (i + 1) * 10);
-  index.finish();
-  auto same = index;
-  same.optimize(0);
-  EXPECT_EQ(same.offsets, index.offsets);
-  index.optimize(2);
-  EXPECT_EQ(index.binWidth, 2000u);
-  EXPECT_EQ(index.firstBin, 0u);
-  EXPECT_THAT(index.offsets, ElementsAre(0, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100));
-  LinearIndex::ChrIndex wide("c", 128000);
-  wide.add(0, 1, 10);
-  wide.finish();
-  wide.optimize(100);
-  EXPECT_EQ(wide.binWidth, 128000u);
-}
-
 TEST(LinearIndexFile, StandsAsTheFormatSays) {
   TempFolder folder;
   const std::string path = folder.write("a.vcf", std::string(5000, 'x'));

@@ -61,27 +61,6 @@ TEST(TabixQuery, HoldsAllThatOverlapsHoweverFilled) {
   }
 }
 
-TEST(TabixQuery, ReadsNoMoreThanItsBins) {
-  Tabix::Index index("c");
-  index.start(100);
-  index.add(0, 16384, 200);              // bin 4681
-  index.add(16000, 17000, 300);          // across windows 0 and 1: bin 585
-  index.add(20000, 20001, 400);          // bin 4682
-  index.add(20001, 20001, 500);          // likewise, without a base
-  index.add(131071, 131073, 600);        // bin 73
-  index.add(600000000, 600000001, 700);  // beyond the scheme: bin 0
-  EXPECT_THAT(index.bins, ElementsAre(std::pair(0u, std::vector<Chunk>{{600, 700}}),
-                                      std::pair(73u, std::vector<Chunk>{{500, 600}}),
-                                      std::pair(585u, std::vector<Chunk>{{200, 300}}),
-                                      std::pair(4681u, std::vector<Chunk>{{100, 200}}),
-                                      std::pair(4682u, std::vector<Chunk>{{300, 500}})));
-  EXPECT_THAT(answer(index, 5000, 5001), ElementsAre(Chunk{100, 300}, Chunk{500, 700}));
-  EXPECT_THAT(answer(index, 20000, 20001), ElementsAre(Chunk{200, 700}));
-  EXPECT_THAT(answer(index, 600000000, 600000001), ElementsAre(Chunk{600, 700}));
-  EXPECT_TRUE(answer(index, 5, 5).empty());
-  EXPECT_THROW(index.add(599999999, 600000001, 800), std::logic_error);
-}
-
 TEST(TabixCompact, MovesNarrowBinsUp) {
   Tabix::Index index("c");
   const int64_t block = 1 << 16;
@@ -214,35 +193,4 @@ TEST(TabixFile, BadOnesAreRefusedWithTheReason) {
   EXPECT_THAT(said, HasSubstr("Failed to open tabix file " + folder.path("none.gz.tbi")));
   EXPECT_THAT(said, HasSubstr("Failed to load indices from tabix file " + folder.path("bomb.gz.tbi") +
                               ": file too large\n"));
-}
-
-TEST(TabixFile, OnlyAGvcfIsThinnedOutOnLoading) {
-  TempFolder folder;
-  Tabix tabix({.format = "", .partial = true});
-  auto index = tabix.newContigIndex("c");
-  index->start(0);
-  for (int i = 0; i < 100; ++i) index->add(i * 20000, i * 20000 + 1, (i + 1) << 16);
-  tabix.addContigIndex(std::move(index));
-  const std::pair<const char*, size_t> cases[] = {{"a.vcf.gz", 100}, {"a.g.vcf.gz", 1}, {"a.gvcf.gz", 1}};
-  for (auto [name, bins] : cases) {
-    ASSERT_TRUE(tabix.save(folder.path(name)));
-    Tabix loaded({});
-    ASSERT_TRUE(loaded.load(folder.path(name)));
-    EXPECT_EQ(only(loaded).bins.size(), bins) << name;
-  }
-}
-
-TEST(IndexFactory, GoesByTheIndexAndThenByTheName) {
-  TempFolder folder;
-  auto linear = [&](const char* name) {
-    return dynamic_cast<LinearIndex*>(newGenomeIndex(folder.path(name), {}).get()) != nullptr;
-  };
-  EXPECT_FALSE(linear("a.vcf.gz"));
-  EXPECT_TRUE(linear("a.vcf"));
-  EXPECT_TRUE(linear("a.gz.vcf"));
-  EXPECT_TRUE(linear("agz"));
-  folder.write("a.vcf.tbi", "");
-  EXPECT_FALSE(linear("a.vcf"));
-  folder.write("a.vcf.idx", "");
-  EXPECT_TRUE(linear("a.vcf"));
 }

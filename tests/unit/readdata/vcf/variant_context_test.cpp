@@ -30,12 +30,6 @@ VariantContext site(const char* ref) {
   return record;
 }
 
-TEST(VariantContext, EmptyFieldsAreDots) {
-  VariantContext record = site("A");
-  record.chrom.clear();
-  EXPECT_EQ(print(record), ".\t10\t.\tA\t.\t.\t.\t.\n");
-}
-
 TEST(VariantContext, FullRecord) {
   VariantContext record = site("acGRtn");
   record.id = "rs1;rs2";
@@ -58,17 +52,6 @@ TEST(VariantContext, FullRecord) {
       print(record, {"b", "none", "a"}),
       "chr1\t10\trs1;rs2\tACGNTN\tA,<NON_REF>,agNTN\t50.12\tq10;s50\tAC=1,0;DB;MQ=60.00\tGT:AD:DP:PL:ZZ\t"
       "./.:3,4:.:0:.\t./.\t0/1:.:7:.:.\n");
-}
-
-TEST(VariantContext, FormatWithoutGenotypes) {
-  VariantContext record = site("A");
-  EXPECT_EQ(print(record, {"a", "b"}), "chr1\t10\t.\tA\t.\t.\t.\t.\tGT\t./.\t./.\n");
-  record.addGenotype("a", "DP", 1);
-  record.eraseGenotype("a", "DP");
-  EXPECT_EQ(print(record, {"a"}), "chr1\t10\t.\tA\t.\t.\t.\t.\tGT\t./.\n");
-  record.addGenotype("b", "AD", 1);  // the first key, and not GT
-  record.addGenotype("a", "DP", 1);
-  EXPECT_EQ(print(record, {"a", "b"}), "chr1\t10\t.\tA\t.\t.\t.\t.\tAD:DP\t./.:1\t1:.\n");
 }
 
 // Whatever keys the samples have, FORMAT is their union.
@@ -108,33 +91,6 @@ TEST(VariantContext, QualityIsAsPrintfSays) {
     snprintf(expected, sizeof expected, "chr1\t10\t.\tA\t.\t%4.2f\t.\t.\n", value);
     ASSERT_EQ(print(record), expected);
   }
-}
-
-TEST(VariantContext, AttributesOfAnyLengthUntilErased) {
-  VariantContext record = site("A");
-  const std::string longer(600, 'x');
-  record.addInfo("A", "%s", longer.c_str());
-  record.addInfo("A", "%d", 5);
-  EXPECT_THAT(record.getInfo("A"), ElementsAre(longer, "5"));
-  EXPECT_EQ(&record.getInfo("B"), &record.getGenotype("s", "B"));
-  record.setFlag("A", true);
-  EXPECT_TRUE(record.info.contains("A") && record.getInfo("A").empty());
-  record.setFlag("A", false);
-  EXPECT_TRUE(record.info.empty());
-  record.addGenotype("s", "DP", -5);
-  record.clear();
-  EXPECT_EQ(print(record, {"s"}), ".\t1\t.\tA\t.\t.\t.\t.\tGT\t./.\n");
-}
-
-TEST(VariantContext, StreamGetsTheSameLine) {
-  const TempFolder folder;
-  const VariantContext record = site("ACGT");
-  const auto stream = openStream(folder.path("x.vcf"), "w");
-  record.print(*stream, {});
-  record.print(*stream, {"a"});
-  ASSERT_EQ(stream->close(), 0);
-  std::ifstream file(folder.path("x.vcf"));
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), print(record) + print(record, {"a"}));
 }
 
 TEST(VariantContext, ReferenceBlock) {

@@ -1,9 +1,7 @@
 #include "readdata/vcf/vcf_cache.h"
 
-#include <atomic>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <new>
 #include <thread>
 
 #include "readdata/vcf/tabix.h"
@@ -11,24 +9,6 @@
 #include "temp_folder.h"
 #include "vcf_files.h"
 #include "zlib_blocks.h"
-
-static std::atomic<size_t> allocations;
-
-[[gnu::noinline]] void* operator new(size_t size, const std::nothrow_t&) noexcept {
-  allocations++;
-  return malloc(size);
-}
-[[gnu::noinline]] void* operator new(size_t size) {
-  void* memory = operator new(size, std::nothrow);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
-  free(memory);
-}
 
 namespace {
 
@@ -118,34 +98,6 @@ TEST(VCFCache, DropsRecordsWithTheirBlock) {
   EXPECT_EQ(overlapping(cache, 300, 400), std::vector<std::string>{"999"});
 }
 
-TEST(VCFCache, AllocatesNothingPerRecord) {
-  TempFolder folder;
-  const auto records = madeRecords({"c1", "c2"}, 20'000, 20, 60, 5);
-  for (const char* name : {"a.vcf", "a.vcf.gz"}) {
-    writeVcf(folder.path(name), records);
-    VCFCache cache(folder.path(name));
-    const std::string contigs[] = {"c1", "c2"};
-    const auto traverse = [&](int32_t step) {
-      size_t seen = 0;
-      for (const std::string& contig : contigs) {
-        cache.setContig(contig);
-        for (int32_t start = 0; start < 400'000; start += step) {
-          cache.fetch(start, start + step);
-          for (const VCFLine& record : cache.records())
-            seen += record.pos >= start && record.pos < start + step;
-        }
-      }
-      EXPECT_EQ(seen, records.size());
-    };
-    for (const int32_t step : {5000, 5}) {
-      traverse(step);
-      const size_t before = allocations;
-      traverse(step);
-      EXPECT_LE(allocations - before, 2u) << name << ", regions of " << step << " bases";
-    }
-  }
-}
-
 TEST(VCFCache, NamesTheFileThatItCannotOpen) {
   TempFolder folder;
   const auto open = [&](const std::string& name) {
@@ -216,19 +168,6 @@ TEST(VCFCache, RefusesCutBlockedFiles) {
               HasSubstr("Error reading vcf file " + path + ", "));
 }
 
-TEST(VCFCache, WarnsOfContigsThatTheHeaderLacks) {
-  TempFolder folder;
-  const std::string path = folder.path("a.vcf.gz");
-  for (const bool told : {true, false}) {
-    writeVcf(path, {madeRecord("c", 100, 1, "1"), madeRecord("d", 100, 1, "2")},
-             kVcfStart + std::string(told ? "##contig=<ID=c>\n" : "") + kVcfColumns);
-    testing::internal::CaptureStderr();
-    VCFCache cache(path);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              told ? "Warning: contig d of the vcf file " + path + " is not in its header\n" : "");
-  }
-}
-
 // An index may lie in every number: a wrong answer or a message comes out, no crash and no endless loop.
 TEST(VCFCache, SurvivesAnyChunks) {
   TempFolder folder;
@@ -266,28 +205,6 @@ TEST(VCFCache, SurvivesAnyChunks) {
   }
   EXPECT_GT(outcomes.size(), 2u);
   EXPECT_GT(outcomes["nothing thrown"], 0);
-}
-
-TEST(VCFCache, PeeksWithoutMovingTheWindow) {
-  TempFolder folder;
-  const std::vector<MadeRecord> records = {madeRecord("c", 5, 1, "first", std::string(40'000, 'I')),
-                                           madeRecord("c", 9, 1, "second")};
-  writeVcf(folder.path("a.vcf.gz"), records, kVcfStart + "##source=x\n" + kVcfColumns);
-  VCFCache cache(folder.path("a.vcf.gz"));
-  cache.setContig("c");
-  cache.fetch(0, 7);
-  VCFHeader header;
-  std::vector<char> buffer;
-  const VCFLine* record = cache.peekRecord(header, buffer);
-  ASSERT_NE(record, nullptr);
-  EXPECT_EQ(static_cast<const void*>(record), buffer.data());
-  EXPECT_STREQ(record->column(VCFLine::kId), "first");
-  EXPECT_EQ(header.lines, std::vector<std::string>{"source=x"});
-  cache.fetch(7, 3000);
-  EXPECT_EQ(overlapping(cache, 7, 3000), std::vector<std::string>{"second"});
-
-  writeVcf(folder.path("b.vcf"), {});
-  EXPECT_EQ(VCFCache(folder.path("b.vcf")).peekRecord(header, buffer), nullptr);
 }
 
 TEST(VcfContigs, ReportsWhatDiffers) {

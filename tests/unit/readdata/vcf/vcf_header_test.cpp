@@ -95,15 +95,6 @@ TEST(VCFHeader, ColumnLinesThatDoNotFitAreIgnored) {
   EXPECT_THAT(parse(columns + "\tFORMAT\ta\t\tb").samples, ElementsAre("a", "", "b"));
 }
 
-TEST(VCFHeader, NothingToReadGivesAnEmptyHeader) {
-  for (const std::string& text : {std::string(), std::string("BAM\1"), std::string("##\0##x=1", 9)}) {
-    const VCFHeader header = parse(text);
-    EXPECT_TRUE(header.samples.empty());
-    EXPECT_TRUE(header.defs.empty());
-    EXPECT_EQ(print(header).find('\0'), std::string::npos);
-  }
-}
-
 TEST(VCFHeader, CompressedFloodIsRefused) {
   const TempFolder folder;
   const auto out = openStream(folder.path("flood.vcf.gz"), "w");
@@ -139,40 +130,6 @@ TEST(VCFHeader, DefsKeepTheirPlaceWhenReplaced) {
   EXPECT_FALSE(header.defs.contains("FILTER"));
 }
 
-TEST(VCFHeader, DefsAreFound) {
-  const VCFHeader header = parse("##X=<ID=a,n=1>\n##X=<ID=b>\n##X=<ID=a,n=2>\n" + kTypical);
-  size_t cursor = 0;
-  EXPECT_EQ(header.findDef("X", "a", &cursor)->attrs[0], "n=1");
-  EXPECT_EQ(header.findDef("X", "a", &cursor)->attrs[0], "n=2");
-  EXPECT_EQ(header.findDef("X", "a", &cursor), nullptr);
-  cursor = 1;
-  EXPECT_EQ(header.findDef("X", nullptr, &cursor)->id, "b");
-  EXPECT_EQ(header.findDef("Y", nullptr, &cursor), nullptr);
-
-  const char *number, *type, *description;
-  ASSERT_TRUE(header.getInfoDef("AF", &number, &type, &description));
-  EXPECT_STREQ(number, "A");
-  EXPECT_STREQ(type, "Float");
-  EXPECT_STREQ(description, "\"Frequency");  // up to its first comma
-  EXPECT_FALSE(header.getFormatDef("AF", &number, &type, &description));
-  ASSERT_TRUE(parse("##FORMAT=<ID=q,Type=String>\n").getFormatDef("q", &number, &type, &description));
-  EXPECT_EQ(number, nullptr);
-  EXPECT_EQ(description, nullptr);
-}
-
-TEST(VCFHeader, ContigsByAssemblyInFileOrder) {
-  const auto contigs =
-      parse(kTypical + "##contig=<ID=n,length=-4>\n##contig=<ID=h,length=99999999999999999999>\n").contigs();
-  ASSERT_EQ(contigs.size(), 2u);
-  const auto& known = contigs.at("GRCh38");
-  ASSERT_EQ(known.size(), 2u);
-  EXPECT_EQ(known[0].name, "chr2");
-  EXPECT_EQ(known[0].length, 242193529);
-  std::vector<int64_t> lengths;
-  for (const auto& contig : contigs.at("")) lengths.push_back(contig.length);
-  EXPECT_THAT(lengths, ElementsAre(3503, -1, -1, -1));
-}
-
 TEST(VCFHeader, CommandLine) {
   VCFHeader header;
   header.addCommandLine("Genotyper", "driver -r x.fa --algo Genotyper a\nb,c\"\\");
@@ -191,51 +148,6 @@ TEST(VCFHeader, CommandLine) {
     EXPECT_THAT(print(dated), testing::ContainsRegex(year)) << epoch;
   }
   unsetenv("SOURCE_DATE_EPOCH");
-}
-
-TEST(VCFHeaderMerge, SamplesMapToColumns) {
-  VCFHeader header, other;
-  header.samples = {"NA1", "NA2"};
-  other.samples = {"NA3", "NA1", "NA4", "NA3"};
-  std::vector<int> map = {7};
-  ASSERT_TRUE(header.merge(other, map, false));
-  EXPECT_THAT(map, ElementsAre(2, -1, 3, -1));
-  EXPECT_THAT(header.samples, ElementsAre("NA1", "NA2", "NA3", "NA4"));
-}
-
-TEST(VCFHeaderMerge, UniquifyNumbersTheNames) {
-  VCFHeader header, other;
-  header.samples = other.samples = {"NA1"};
-  std::vector<int> map;
-  ASSERT_TRUE(header.merge(other, map, true));
-  ASSERT_TRUE(header.merge(other, map, true));
-  EXPECT_THAT(map, ElementsAre(2));
-  EXPECT_THAT(header.samples, ElementsAre("NA1", "NA1:1", "NA1:2"));
-  ASSERT_TRUE(header.merge(header, map, true));  // with itself
-  EXPECT_THAT(map, ElementsAre(3, 4, 5));
-  EXPECT_THAT(header.samples, ElementsAre("NA1", "NA1:1", "NA1:2", "NA1:3", "NA1:1:1", "NA1:2:1"));
-}
-
-TEST(VCFHeaderMerge, AddsWhatIsMissingButNoContig) {
-  VCFHeader header = parse("##a=1\n##INFO=<ID=A,n=1>\n##contig=<ID=1,length=5>\n");
-  const VCFHeader other =
-      parse("##b=2\n##a=1\n##INFO=<ID=B>\n##INFO=<ID=A,n=2>\n##ALT=<ID=X>\n##contig=<ID=1,length=6>\n");
-  std::vector<int> map;
-  ASSERT_TRUE(header.merge(other, map, false));
-  EXPECT_EQ(print(header),
-            "##fileformat=VCFv4.2\n##ALT=<ID=X>\n##INFO=<ID=A,n=1>\n##INFO=<ID=B>\n##contig=<ID=1,length=5>"
-            "\n##a=1\n"
-            "##b=2\n" +
-                std::string(kColumns) + "\n");
-  EXPECT_FALSE(header.merge(parse("##contig=<ID=2>\n"), map, false));
-}
-
-TEST(VCFHeader, IsVCF) {
-  const TempFolder folder;
-  EXPECT_TRUE(isVCF(folder.write("a", "##fileformat=VCFv4.0\n")));
-  EXPECT_FALSE(isVCF(folder.write("b", "##fileforma")));
-  EXPECT_FALSE(isVCF(folder.write("c.gz", "##fileformat=VCFv4.0\n")));
-  EXPECT_FALSE(isVCF(folder.path("missing")));
 }
 
 }  // namespace

@@ -38,10 +38,6 @@ Items walk(const Record& record, int32_t sample) {
   return items;
 }
 
-Items walkInfo(const std::string& info) {
-  return walk(Record("1\t5\t.\tA\tC\t.\t.\t" + info), -1);
-}
-
 Items walkSample(const std::string& columns, int32_t sample) {
   return walk(Record("1\t5\t.\tA\tC\t.\t.\t.\t" + columns), sample);
 }
@@ -56,23 +52,6 @@ TEST(VCFLine, CutsAllColumnsAndLeavesLaterSamplesJoined) {
   EXPECT_EQ(record.column(VCFLine::kFilter), "PASS");
   EXPECT_EQ(record.column(VCFLine::kSample), "0/1:3\t0/0:4\t./.");  // and no carriage return
   EXPECT_TRUE(record.line.hasColumn(VCFLine::kSample));
-}
-
-TEST(VCFLine, AbsentColumnsAreEmpty) {
-  for (const char* text : {"1\t5\tid", "1\t5\t", "1\t5\tid\r\r"}) {
-    const Record record(text);
-    ASSERT_EQ(record.result, VCFLine::kOk);
-    EXPECT_TRUE(record.line.hasColumn(VCFLine::kId));
-    for (int which = VCFLine::kRef; which < VCFLine::kColumns; ++which) {
-      EXPECT_FALSE(record.line.hasColumn(VCFLine::Column(which)));
-      EXPECT_EQ(record.column(VCFLine::Column(which)), "");
-    }
-    EXPECT_EQ(record.line.end, 4);
-  }
-  const Record sites("1\t5\t.\tA\tC\t.\t.\tDP=1");
-  EXPECT_TRUE(sites.line.hasColumn(VCFLine::kInfo));
-  EXPECT_FALSE(sites.line.hasColumn(VCFLine::kFormat));
-  EXPECT_TRUE(Record("1\t5\t.\tA\tC\t.\t.\t.\tGT\t").line.hasColumn(VCFLine::kSample));  // empty, but there
 }
 
 TEST(VCFLine, EndComesFromInfoOrReference) {
@@ -135,14 +114,6 @@ TEST(VCFLine, ColumnsBeyond65535) {
   EXPECT_TRUE(walk(tail, 0).empty());
   EXPECT_EQ(Record(site(1, 200000) + "\tGT\t0/1").result, VCFLine::kTooWide);
   EXPECT_EQ(Record(std::string(70000, 'c') + "\t5\t.").result, VCFLine::kTooWide);
-}
-
-TEST(VCFFieldCursor, WalksInfo) {
-  EXPECT_EQ(walkInfo("DP=3;DB;AF=0.5,0.25;X=a=b"),
-            (Items{{"DP", "3"}, {"DB", ""}, {"AF", "0.5,0.25"}, {"X", "a=b"}}));
-  EXPECT_EQ(walkInfo("."), (Items{{".", ""}}));
-  EXPECT_EQ(walkInfo(""), Items{});
-  EXPECT_EQ(walkInfo(";A=1;;=2;"), (Items{{"A", "1"}, {"", ""}, {"", "2"}, {"", ""}}));
 }
 
 TEST(VCFFieldCursor, WalksTheSampleAskedFor) {

@@ -107,17 +107,6 @@ using Fields = std::map<std::string, std::string>;
 
 }  // namespace
 
-TEST(AnnotationTest, NamesAreFound) {
-  for (size_t i = 0; i < static_cast<size_t>(AnnotationField::kCount); ++i) {
-    const AnnotationDef& def = annotationDef(static_cast<AnnotationField>(i));
-    EXPECT_EQ(findAnnotation(def.name), &def);
-    EXPECT_EQ(static_cast<size_t>(annotationField(def)), i);
-    EXPECT_EQ(def.perSample, strcmp(def.name, "SB") == 0 || strcmp(def.name, "MIN_DP") == 0) << def.name;
-  }
-  for (const char* name : {"", "A", "ACC", "dp", "ZZ"}) EXPECT_EQ(findAnnotation(name), nullptr) << name;
-  EXPECT_EQ(annotationField(*findAnnotation("MQ0")), AnnotationField::MQ0);
-}
-
 TEST(AlleleCountTest, LeavesOutDroppedAllelesAndSamplesWithoutData) {
   SiteMaker maker("A", {"C", "G", "T"});
   const std::vector<double> gl(10, -1);

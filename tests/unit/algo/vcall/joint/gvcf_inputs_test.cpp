@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include "temp_folder.h"
 #include "vcf_files.h"
@@ -10,7 +9,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 const std::string kBlocks = "##GVCFBlock0-20=minGQ=0(inclusive),maxGQ=20(exclusive)\n##GVCFBlock20-99=x\n";
 const std::string kContigs = "##contig=<ID=chr1,length=1000>\n##contig=<ID=chr2,length=500>\n";
@@ -33,9 +31,9 @@ struct Files {
              kVcfStart + lines + contigs + blocks + start + "FORMAT\t" + samples + "\n");
   }
 
-  GVCFInputs open(bool uniquify = false, thread_coop* pool = nullptr) const {
+  GVCFInputs open() const {
     GVCFInputs inputs;
-    inputs.open({"Joint", uniquify, pool, 1}, paths, kReference);
+    inputs.open({"Joint", false, nullptr, 1}, paths, kReference);
     return inputs;
   }
 
@@ -69,25 +67,6 @@ TEST(GVCFInputs, MakesOneHeaderWithoutWhatOnlyGVCFsHave) {
   for (const auto& [key, entries] : inputs.header.defs)
     for (const VCFHeaderDef& def : entries) ids.push_back(key + "/" + def.id);
   EXPECT_THAT(ids, ElementsAre("INFO/RAW_MQ", "INFO/own", "contig/chr1", "contig/chr2", "contig/chr3"));
-}
-
-TEST(GVCFInputs, MakesEqualSampleNamesUniqueWhenAsked) {
-  Files files;
-  files.add("NA1", "GT\t0");
-  files.add("NA1\tNA1:1", "GT\t0/0/0\t0/0");
-  files.add("NA1", "GT\t0/0/0/0");
-  const GVCFInputs unique = files.open(true);
-  EXPECT_THAT(unique.header.samples, ElementsAre("NA1", "NA1:1", "NA1:1:1", "NA1:2"));
-  EXPECT_THAT(unique.sampleMaps, ElementsAre(ElementsAre(0), ElementsAre(1, 2), ElementsAre(3)));
-  EXPECT_THAT(unique.ploidies, ElementsAre(1, 3, 2, 4));
-
-  testing::internal::CaptureStderr();
-  const GVCFInputs merged = files.open(false);
-  EXPECT_THAT(testing::internal::GetCapturedStderr(),
-              HasSubstr("sample NA1 of input file " + files.paths[2]));
-  EXPECT_THAT(merged.sampleMaps, ElementsAre(ElementsAre(0), ElementsAre(-1, 1)))
-      << "a file of known samples is out";
-  EXPECT_THAT(merged.ploidies, ElementsAre(1, 2));
 }
 
 TEST(GVCFInputs, CountsTheNumbersBetweenSlashesOfTheFirstGenotype) {
@@ -124,62 +103,6 @@ TEST(GVCFInputs, RefusesFilesThatDoNotFit) {
   files.add("a");
   std::filesystem::remove(files.paths[0] + ".idx");
   EXPECT_EQ(files.refusal(), "Failed to load index for " + files.paths[0]);
-}
-
-// A pool that serves nothing else.
-class GVCFPool : public testing::Test {
- protected:
-  GVCFPool() {
-    for (int i = 0; i < 3; ++i) pool.addWorker([] {});
-  }
-  ~GVCFPool() override { pool.join(); }
-
-  thread_coop pool;
-};
-
-TEST_F(GVCFPool, OpensManyFilesInTheirOrderAndTellsOfIt) {
-  Files files;
-  for (int i = 0; i < 201; ++i) files.add("s" + std::to_string(i));
-  testing::internal::CaptureStderr();
-  const GVCFInputs inputs = files.open(false, &pool);
-  EXPECT_THAT(testing::internal::GetCapturedStderr(),
-              testing::EndsWith("\nPreparing input files\nLoading input file 0\nLoading input file 100\n"
-                                "Loading input file 200\n"));
-  for (int i = 0; i < 201; ++i) {
-    EXPECT_EQ(inputs.caches[size_t(i)]->path(), files.paths[size_t(i)]);
-    EXPECT_EQ(inputs.header.samples[size_t(i)], "s" + std::to_string(i));
-  }
-}
-
-void limitDescriptors(rlim_t soft, rlim_t hard) {
-  const rlimit limit = {soft, hard};
-  setrlimit(RLIMIT_NOFILE, &limit);
-}
-
-TEST(GVCFInputsDeathTest, EndsTheProcessWhenAFileCannotBeOpenedOnThePool) {
-  Files files;
-  files.add("a");
-  files.paths.push_back(files.folder.path("none.g.vcf"));
-  EXPECT_EXIT(
-      {
-        thread_coop pool;
-        pool.addWorker([] {});
-        files.open(false, &pool);
-      },
-      testing::ExitedWithCode(255), "Failed to open vcf file .*none.g.vcf\n$");
-}
-
-TEST(GVCFInputsDeathTest, RaisesTheLimitOfOpenFilesOrTellsWhatIsNeeded) {
-  Files files;
-  for (int i = 0; i < 40; ++i) files.add("s" + std::to_string(i));
-  const auto openAndTell = [&files] {
-    const std::string refusal = files.refusal();
-    fprintf(stderr, "%s", refusal.c_str());
-    _exit(refusal.empty() ? 0 : 1);
-  };
-  EXPECT_EXIT((limitDescriptors(16, 80), openAndTell()), testing::ExitedWithCode(0), "");
-  EXPECT_EXIT((limitDescriptors(16, 40), openAndTell()), testing::ExitedWithCode(1),
-              "Joint: 40 input vcf files and 1 threads need [0-9]+ open files, 40 are allowed$");
 }
 
 }  // namespace

@@ -178,15 +178,6 @@ TEST(ExactModel, ManyAlternatesAreRankedAndPayThePriorAgain) {
   }
 }
 
-TEST(ExactModel, OfEqualAlternatesOnlyOneIsSure) {
-  const Cohort cohort = {{2, {-6, 0, -9, -9, -9, -9}}, {2, {-6, -9, -9, 0, -9, -9}}};
-  AlleleCountResult r;
-  DiploidExactModel::compute(pointers(cohort), 2, log10AllelePriors(0.001, 4), r);
-  EXPECT_EQ(r.mleCounts, (std::vector<int32_t>{1, 1}));
-  EXPECT_LT(std::min(r.log10PNonRef[0], r.log10PNonRef[1]), -3);
-  EXPECT_GT(std::max(r.log10PNonRef[0], r.log10PNonRef[1]), -1);
-}
-
 TEST(ExactModel, SamplesThatSayNothing) {
   const Vector priors = log10AllelePriors(0.001, 6);
   AlleleCountResult r;

@@ -80,17 +80,6 @@ class Assignment : public testing::Test {
   std::vector<GenotypeCall> calls_;
 };
 
-TEST_F(Assignment, BestGenotypeAndItsLead) {
-  EXPECT_EQ(only({2, {-3, 0, -12.34}}), "GQ=30 GT=0/1 PL=30,0,123");
-  EXPECT_EQ(calls_[0].counts, (std::vector<int32_t>{1, 1}));
-  EXPECT_EQ(only({2, {-1, -0.5, -20.5}}), "GQ=5 GT=0/1 PL=5,0,200");
-  EXPECT_EQ(only({2, {-30, -20, 0}}), "GQ=99 GT=1/1 PL=300,200,0");
-  EXPECT_EQ(only({2, {0, 0, -1}}), "GQ=0 GT=0/0 PL=0,0,10");  // the first of equals
-  EXPECT_EQ(only({1, {-5, 0}}), "GQ=50 GT=1 PL=50,0");
-  EXPECT_EQ(only({4, {-9, -4, -2, 0, -1}}), "GQ=10 GT=0/1/1/1 PL=90,40,20,0,10");
-  EXPECT_EQ(only({2, {0, -3, -std::numeric_limits<double>::infinity()}}), "GQ=30 GT=0/0 PL=0,30,1073741824");
-}
-
 TEST_F(Assignment, NoCall) {
   EXPECT_EQ(only({2, {}}), "GT=./.");
   EXPECT_EQ(only({4, {}}), "GT=./././.");
@@ -103,20 +92,6 @@ TEST_F(Assignment, NoCall) {
   EXPECT_EQ(only({2, {0, 0, 0}}), "AD=2,1 DP=3 GT=./.");
   EXPECT_EQ(only({2, {}}), "GT=./.");  // reads do not matter without likelihoods
   EXPECT_EQ(calls_[0].depth, -1);
-}
-
-TEST_F(Assignment, DroppedAllelesTakeTheirGenotypesAlong) {
-  site_.alts = {allele("C"), allele("G"), allele("T")};
-  site_.alts[1].length = 0;
-  // 00 01 11 02 12 22 03 13 23 33
-  EXPECT_EQ(only({2, {-9, -8, -7, 0, -1, -2, -6, -4, -0.1, -5}}), "GQ=10 GT=1/2 PL=50,40,30,20,0,10");
-  EXPECT_EQ(calls_[0].counts, (std::vector<int32_t>{0, 1, 0, 1}));
-  // What is left is equal, whatever it lies below the dropped ones.
-  EXPECT_EQ(only({2, {-4, -4, -4, 0, -1, -2, -4, -4, -1, -4}}), "GT=./.");
-  site_.alts[0].length = site_.alts[2].length = 0;
-  pile("ACGTAN");
-  EXPECT_EQ(only({2, {-9, -8, -7, 0, -1, -2, -6, -4, -0.1, -5}}), "AD=2 DP=5 GT=0/0");
-  EXPECT_EQ(calls_[0].adDepth, (std::vector<int32_t>{2, 0, 0, 0}));
 }
 
 TEST_F(Assignment, ManyGenotypes) {
@@ -225,16 +200,4 @@ TEST_F(Assignment, PhasedHomozygous) {
   EXPECT_EQ(columns(3), "GQ=90 GT=1 PGT=0|1 PL=90,0");
 }
 
-TEST_F(Assignment, StatisticsOfGQ) {
-  site_.likelihoods = {{2, {}}};
-  EXPECT_TRUE(std::isnan(assign().mean));
-  site_.likelihoods = {{2, {0, -2, -9}}, {2, {}}};
-  GQStatistics gq = assign();
-  EXPECT_EQ(gq.mean, 20);
-  EXPECT_TRUE(std::isnan(gq.stddev));
-  site_.likelihoods = {{2, {0, -2, -9}}, {2, {}}, {2, {0, -4, -9}}, {2, {0, -6, -9}}};
-  gq = assign();
-  EXPECT_EQ(gq.mean, 40);
-  EXPECT_DOUBLE_EQ(gq.stddev, 20);
-}
 }  // namespace
