@@ -7,6 +7,7 @@
 #include "algo/vcall/pairhmm/engine_hr.h"
 #include "algo/vcall/pairhmm/engine_rh.h"
 #include "algo/vcall/pairhmm/engine_simd.h"
+#include "algo/vcall/pairhmm/read_batch.h"
 
 namespace {
 
@@ -74,4 +75,13 @@ void PairHMM::checkEngine() {
 const ThreadEngines& threadEngines() {
   thread_local const ThreadEngines engines = makeThreadEngines();
   return engines;
+}
+
+ReadBatch* threadBatch() {
+  thread_local const std::unique_ptr<ReadBatch> batch = []() -> std::unique_ptr<ReadBatch> {
+    if (threadEngines().name != "fhravx") return nullptr;
+    const bool wide = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq");
+    return std::make_unique<ReadBatch>(wide ? kBatchAvx512 : kBatchAvx);
+  }();
+  return batch.get();
 }

@@ -13,12 +13,13 @@ class EngineHRVector : public EngineHR<T> {
  protected:
   explicit EngineHRVector(const StripedKernel<T>& kernel) : kernel_(kernel) {}
 
- private:
   void foldGapClosing(int R);
 
+  AlignedBuffer<T> folded_mx_, folded_xx_, folded_my_;
+
+ private:
   const StripedKernel<T>& kernel_;
   AlignedBuffer<T> read_codes_, hap_codes_;
-  AlignedBuffer<T> folded_mx_, folded_xx_, folded_my_;
 };
 
 template <typename T>

@@ -26,23 +26,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
-#include <vector>
 
 #include "algo/vcall/pairhmm/aligned_buffer.h"
 #include "algo/vcall/pairhmm/engine.h"
+#include "algo/vcall/pairhmm/halves.h"
 #include "algo/vcall/pairhmm/phred_tables.h"
-
-// Bytes that two sequences share at their start, at most `limit`.
-inline int commonPrefix(const uint8_t* a, const uint8_t* b, int limit) {
-  return static_cast<int>(std::mismatch(a, a + limit, b).first - a);
-}
-// The same at their ends.
-inline int commonSuffix(const uint8_t* a_end, const uint8_t* b_end, int limit) {
-  int n = 0;
-  while (n < limit && a_end[-1 - n] == b_end[-1 - n]) ++n;
-  return n;
-}
 
 template <typename T>
 class HalfTables : public PairHMM::Engine {
@@ -52,10 +40,7 @@ class HalfTables : public PairHMM::Engine {
   // Spare columns at both ends of the tables and between the halves, for kernels that work in blocks of up to 16.
   static constexpr int kPad = 20;
 
-  // Columns of one score. Forward: (prefix, cut]; backward, from right to left: (cut, last].
-  struct Columns {
-    int length, prefix, cut, last;
-  };
+  using Columns = MiddleColumns;
 
   void resizeTables(int maxRead, int maxHap) {
     max_hap_ = maxHap;
@@ -69,23 +54,12 @@ class HalfTables : public PairHMM::Engine {
     started_.reserve(slots_);
     newRead();
   }
-  void newRead() { previous_ = nullptr; }
+  void newRead() { halves_.forget(); }
 
   // What is to be computed for the next haplotype; both tables are taken to hold for it from then on.
   Columns nextHaplotype(const uint8_t* hap, int length) {
-    int prefix = 0, suffix = 0;
-    if (previous_) {
-      prefix = commonPrefix(previous_, hap, std::min(forward_columns_, length));
-      suffix = commonSuffix(previous_ + previous_length_, hap + length, std::min(backward_columns_, length));
-    }
-    const bool known = length <= prefix + suffix;
-    const int cut = known ? prefix : prefix + (length - prefix - suffix + 1) / 2;
-    fresh_ = !previous_;
-    previous_ = hap;
-    previous_length_ = length;
-    forward_columns_ = cut;
-    backward_columns_ = known ? suffix : length - cut;
-    return {length, prefix, cut, known ? cut : length - suffix};
+    fresh_ = halves_.empty();
+    return halves_.next(hap, length);
   }
 
   // Where column j of the forward and of the backward table lies. Of a haplotype both halves together have at most
@@ -152,9 +126,7 @@ class HalfTables : public PairHMM::Engine {
     fprintf(stderr, "sum = %f\n", total);
   }
 
-  const uint8_t* previous_ = nullptr;  // not owned
-  int previous_length_ = 0;
-  int forward_columns_ = 0, backward_columns_ = 0;  // of the tables, as far as they hold for `previous_`
-  AlignedBuffer<double> ended_;                     // by j, what has ended in columns 1..j
+  Halves halves_;
+  AlignedBuffer<double> ended_;    // by j, what has ended in columns 1..j
   AlignedBuffer<double> started_;  // by k, what begins in the last k columns, for a start of weight 1
 };

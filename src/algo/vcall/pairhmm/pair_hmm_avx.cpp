@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <immintrin.h>
 
+#include "algo/vcall/pairhmm/batch_kernel.h"
 #include "algo/vcall/pairhmm/row_kernel.h"
 #include "algo/vcall/pairhmm/striped_kernel.h"
 
@@ -10,7 +11,7 @@ namespace {
 struct AvxFloat {
   using T = float;
   using Reg = __m256;
-  static constexpr int kLanes = 8;
+  static constexpr int kLanes = 8, kColumns = 4;
   static Reg zero() { return _mm256_setzero_ps(); }
   static Reg load(const T* from) { return _mm256_loadu_ps(from); }
   static void store(T* to, Reg v) { _mm256_storeu_ps(to, v); }
@@ -45,6 +46,20 @@ struct AvxFloat {
   static Reg down4(Reg v) { return _mm256_permute2f128_ps(v, v, 0x81); }
   static Reg up2(Reg v) { return _mm256_shuffle_ps(up4(v), v, 0x4e); }
   static Reg down2(Reg v) { return _mm256_shuffle_ps(v, down4(v), 0x4e); }
+
+  struct Sum {  // by lane, in double
+    __m256d low = _mm256_setzero_pd(), high = low;
+
+    void addProducts(const float* a, const float* b) {
+      low = _mm256_add_pd(low, _mm256_mul_pd(wide(a), wide(b)));
+      high = _mm256_add_pd(high, _mm256_mul_pd(wide(a + 4), wide(b + 4)));
+    }
+    void store(double* to) const {
+      _mm256_storeu_pd(to, low);
+      _mm256_storeu_pd(to + 4, high);
+    }
+    static __m256d wide(const float* from) { return _mm256_cvtps_pd(_mm_loadu_ps(from)); }
+  };
 };
 
 struct AvxDouble {
@@ -89,3 +104,5 @@ const StripedKernel<double> kStripedAvxDouble = {8, Striped<AvxDouble>::forward,
                                                  Striped<AvxDouble>::backward};
 const RowKernel<float> kRowAvxFloat = {AlongRow<AvxFloat>::forward, AlongRow<AvxFloat>::backward};
 const RowKernel<double> kRowAvxDouble = {AlongRow<AvxDouble>::forward, AlongRow<AvxDouble>::backward};
+const BatchKernel kBatchAvx = {AvxFloat::kLanes, AvxFloat::kColumns, AcrossReads<AvxFloat>::forward,
+                               AcrossReads<AvxFloat>::backward, AcrossReads<AvxFloat>::join};

@@ -42,7 +42,32 @@ struct RowKernel {
   void (*backward)(const KernelTask<T>&);
 };
 
+// One pass over neighbouring columns for a batch of reads; see batch_kernel.h.
+struct BatchTask {
+  static constexpr int kNumbers = 5;
+
+  int rows;           // of the longest read
+  int column, count;  // begins beside `column`, with up to `count` columns, at most `columns` of the kernel
+  const float* from;  // what `column` holds
+  float* to;          // of the last column of the pass; may be `from`
+  const uint8_t* hap;
+  // By lane: forward toMatch(0, j), backward bX(R+1, j).
+  const float* border;
+  // By row and lane: mm, mx and xx of the row below, my and yy of its own, with xm worked in as for striped kernels.
+  const float* numbers;
+  const float* const* emission;  // by letter of the haplotype, then by row and lane
+  float* ends;                   // out, by column and lane: forward M(R, j) + X(R, j), backward inMatch(1, j)
+};
+
+struct BatchKernel {
+  int lanes, columns;
+  void (*forward)(const BatchTask&);
+  void (*backward)(const BatchTask&);
+  void (*join)(const float* left, const float* right, int rows, double* matches, double* gaps);
+};
+
 extern const StripedKernel<float> kStripedSseFloat, kStripedAvxFloat;
 extern const StripedKernel<double> kStripedSseDouble, kStripedAvxDouble;
 extern const RowKernel<float> kRowSseFloat, kRowAvxFloat;
 extern const RowKernel<double> kRowSseDouble, kRowAvxDouble;
+extern const BatchKernel kBatchAvx, kBatchAvx512;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "algo/vcall/pairhmm/phred_tables.h"
+#include "algo/vcall/pairhmm/read_batch.h"
 
 namespace {
 
@@ -168,6 +169,69 @@ TEST_P(Engines, GrowAndGoOnSmaller) {
     read += randomBases(r - read.size());
     check(read, randomQualities(r), {hap, hap.substr(0, h / 2) + 'T' + hap.substr(h / 2)});
   }
+}
+
+// To the last bit what the engine for single reads gives, whoever else is in the batch.
+TEST(ReadBatch, ScoresAsTheEngineDoes) {
+  if (!__builtin_cpu_supports("avx")) GTEST_SKIP() << "not on this processor";
+  std::vector<const BatchKernel*> kernels = {&kBatchAvx};
+  if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq"))
+    kernels.push_back(&kBatchAvx512);
+  std::mt19937 random(29);
+  const auto engine = makeEngine("fhravx");
+  for (const BatchKernel* kernel : kernels)
+    for (int round = 0; round < 40; ++round) {
+      std::vector<std::string> haps = {std::string(1 + random() % 300, 0)};
+      for (char& c : haps[0]) c = "ACGTN"[random() % 100 ? random() % 4 : 4];
+      while (haps.size() < 12) {
+        std::string hap = haps[random() % haps.size()];
+        const size_t at = random() % hap.size();
+        if (random() % 2) hap[at] = "ACGTR"[random() % 5];
+        if (random() % 3 == 0) hap.insert(at, hap.substr(at / 2, random() % 40));
+        if (random() % 3 == 0) hap.erase(at / 2, at / 3);
+        haps.push_back(hap);
+      }
+      if (round % 4) std::sort(haps.begin(), haps.end());
+      size_t max_hap = 0, max_read = 0;
+      std::vector<std::span<const uint8_t>> views;
+      for (const auto& hap : haps) {
+        max_hap = std::max(max_hap, hap.size());
+        views.emplace_back(bytes(hap), hap.size());
+      }
+      ReadBatch batch(*kernel);
+      std::vector<std::string> reads(1 + random() % batch.lanes());
+      for (auto& read : reads) {
+        const std::string& hap = haps[random() % haps.size()];
+        read = hap.substr(random() % hap.size(), 1 + random() % 150);
+        if (random() % 2) read[random() % read.size()] = 'N';
+        max_read = std::max(max_read, read.size());
+      }
+      const auto describe = [](PairHMM::Engine& to, const std::string& read, int gcp) {
+        for (size_t i = 0; i < read.size(); ++i)
+          to.setPosition(int(read.size()), int(i), 20 + int(i) % 20, 45 - int(i) % 7, 30 + int(i) % 11, gcp);
+      };
+      batch.resize(int(max_read), int(max_hap), views);
+      for (int again = 0; again < 2; ++again) {
+        batch.start(int(max_read));
+        std::vector<std::vector<double>> scores(haps.size());
+        for (const auto& read : reads) {
+          describe(batch.positions(), read, 10);
+          ASSERT_TRUE(batch.add(int(read.size()), bytes(read)));
+        }
+        batch.score([&](size_t h, const double* of) { scores[h].assign(of, of + reads.size()); });
+        engine->resize(int(max_read), int(max_hap), int(max_read));
+        for (size_t r = 0; r < reads.size(); ++r) {
+          describe(*engine, reads[r], 10);
+          for (size_t h = 0; h < haps.size(); ++h)
+            ASSERT_EQ(scores[h][r], engine->score(int(reads[r].size()), bytes(reads[r]), int(haps[h].size()),
+                                                  bytes(haps[h]), false))
+                << round << ' ' << h << ' ' << r;
+        }
+        std::reverse(reads.begin(), reads.end());
+      }
+      describe(batch.positions(), "AC", 0);
+      EXPECT_FALSE(batch.add(2, bytes("AC")));  // no factor of a gap's end to work into the others
+    }
 }
 
 TEST(PhredTables, AreWhatTheyStandFor) {

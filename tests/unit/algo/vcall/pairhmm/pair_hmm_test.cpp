@@ -165,6 +165,8 @@ TEST(PairHMM, RowsDoNotDependOnTheThread) {
     m.rows.resize(32), m.expected.resize(32);
     for (unsigned r = 0; r < 8; ++r)
       std::thread([&] { hmm.calcLikelihood(m.clips, m.alleles, m.expected.data(), r, r + 1); }).join();
+    hmm.calcLikelihood(m.clips, m.alleles, m.rows.data(), 0, 8);  // together
+    EXPECT_EQ(m.rows, m.expected);
   }
   for (int round = 0; round < 5; ++round) {
     std::shuffle(jobs.begin(), jobs.end(), random);
