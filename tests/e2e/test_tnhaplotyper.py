@@ -177,11 +177,8 @@ def overlapped(reads):
         if i == j:
             continue
         other = reads[j][2]
-        if (ahead(row) is None) != (ahead(other) is None):
-            loser = i if ahead(row) is None else j
-        else:
-            best = best_of([a + b for a, b in zip(row, other)])
-            loser = j if other[best] < row[best] else i
+        best = best_of([a + b for a, b in zip(row, other)])
+        loser = j if other[best] < row[best] else i
         gone.add(loser)
         kept[sample, name] = i + j - loser
     return gone

@@ -103,8 +103,6 @@ size_t LocusReads::bestAllele(size_t read) const {
 
 // Of two reads of one fragment that which does not count.
 size_t LocusReads::weaker(size_t a, size_t b) const {
-  const bool a_speaks = reads_[a].allele >= 0, b_speaks = reads_[b].allele >= 0;
-  if (a_speaks != b_speaks) return a_speaks ? b : a;
   const double *const in_a = row(a), *const in_b = row(b);
   size_t best = 0;
   for (size_t i = 1; i < alleles_; ++i)

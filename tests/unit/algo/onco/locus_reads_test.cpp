@@ -46,7 +46,7 @@ TEST(LocusReads, Overlap) {
       {{-5, -2}, {-4, -1}, "01"},      // both for the alternate
       {{-1, -4}, {-3, -1}, "10"},      // they disagree, and the first is surer
       {{-1, -2}, {-4, -1}, "01"},      // ... or the second
-      {{-0.1, -0.2}, {-4, -1}, "01"},  // one does not tell, though it is likelier
+      {{-0.1, -0.2}, {-4, -1}, "10"},  // one does not tell, but is likelier
       {{-1, -4}, {-1, -4}, "10"},      // no difference
   };
   for (const auto& c : cases) {
