@@ -78,6 +78,7 @@ OptionParser::Outcome OptionParser::parse(int count, const char* const args[],
   copy.push_back(nullptr);
 
   opterr = 0;
+  previous_option_.clear();
   optind = 0;  // with 0 glibc also forgets what it remembers of the array before; it goes on from 1
   for (;;) {
     const int answer = getopt_long(count, copy.data(), short_letters_.c_str(), getopt_table_.data(), nullptr);
@@ -87,6 +88,7 @@ OptionParser::Outcome OptionParser::parse(int count, const char* const args[],
     faulty_argument_ = copy[std::clamp(optind - 1, 1, count - 1)];
     if (!entry) return kUnknownOption;
     if (!entry->setter(optarg)) return kRefused;
+    previous_option_ = entry->option.name;
   }
   positional.assign(copy.begin() + std::min(optind, count), copy.begin() + count);
   return kOk;

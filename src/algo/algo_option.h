@@ -44,6 +44,8 @@ class OptionParser {
   // Runs getopt_long over args[1..count) from the start. With kOk, `positional` holds the other arguments in
   // order.
   Outcome parse(int count, const char* const args[], std::vector<const char*>& positional);
+  // While parse() runs: the option in front of the one that is set now, whatever else stands between; empty for none.
+  std::string_view previousOption() const { return previous_option_; }
   // The argument that parse() could not take.
   const std::string& faultyArgument() const { return faulty_argument_; }
 
@@ -63,5 +65,5 @@ class OptionParser {
   std::vector<option> getopt_table_;
   std::string short_letters_;
   int long_choice_ = 0;
-  std::string faulty_argument_;
+  std::string faulty_argument_, previous_option_;
 };

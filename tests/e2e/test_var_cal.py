@@ -73,7 +73,7 @@ def test_scores_each_site_and_tells_what_it_does(calls, run, tmp_path):
     done = run(*words("--plot_file", "plot", "--plot_simu_steps", 4, "--plot_sample_size", 50, "--max_mq", 60), env={"debugDump": "dump"})
     assert done.returncode == 0, done.stderr
     for text in ["maxGaussians = 8\n", "data size = 2400\n", "an[0] QD: mean = ", "reorder annotations by order of ",
-                 "Model after random init\n", "iter 1: mixture weight delta ", "Model after EM\n", "evaluating 2400 variants\n"]:
+                 "Model after random init\n", "EStep_compute: ", "accumMu_compute: ", "accumSigma_compute: ", "iter 1: mixture weight delta ", "Model after EM\n", "evaluating 2400 variants\n"]:
         assert text in done.stderr
     assert re.search(r"positive training data size \d+ \(Warning: too few training variants sites!\)\n", done.stderr)
     assert re.search(r"negative training data size [1-9]\d*\n", done.stderr)
@@ -148,14 +148,17 @@ BAD_OPTIONS = [
     (lambda w: w[:12] + w[14:], "VarCal: --resource_param need follow --resource"),
     (lambda w: w[:10] + w[12:], "VarCal: --resource_param need follow --resource"),
     (lambda w: w[:14] + w[12:], "VarCal: --resource_param need follow --resource"),
+    (lambda w: w[:12] + ["--var_type", "SNP"] + w[12:], "VarCal: --resource_param need follow --resource"),
     (lambda w: w[:13] + ["noname"] + w[14:], "cannot parse training data source noname"),
     (lambda w: w[:8] + w[10:], "VarCal: missing option --tranches_file"),
     (lambda w: w[:-1], "VarCal: missing output file"),
     (lambda w: w + ["more"], "VarCal: extra argument after output"),
     (lambda w: w[:-1] + ["--var_type", "SNV", "o.vcf"], "VarCal: invalid var_type SNV"),
     (lambda w: w[:-1] + ["--tranche", "101", "o.vcf"], "Target false discovery rate(FDS) is unreasonable 101.000000"),
-    (lambda w: w[:-1] + ["--partsize", "0", "o.vcf"], "VarCal: invalid partsize 0"),
-    (lambda w: w[:-1] + ["--max_gaussians", "2000000000", "o.vcf"], "VarCal: invalid max_gaussians 2000000000"),
+    *((lambda w, o=o, v=v: w[:-1] + ["--" + o, v, "o.vcf"], f"VarCal: invalid {o} {v}") for o, v in [
+        ("partsize", "0"), ("max_gaussians", "2000000000"), ("max_gaussians", "0"), ("max_neg_gaussians", "0"), ("srand", "12abc"), ("std_thresh", "nan"),
+        ("max_mq", "-1"), ("prob_tol", "inf"), ("iter_for_marginal", "0"), ("shrinkage", "-1"), ("dirichlet", "0"), ("prior_counts", "-1e6"),
+        ("bad_lod_thresh", "x"), ("plot_simu_steps", ""), ("tranche", "9x")]),
     (lambda w: w[:-1] + ["--plot_file", "none/plot", "o.vcf"], "VarCal: cannot open file none/plot, No such file or directory"),
     (lambda w: ["--shard", "chr1:1-1000", *w], "Algo VarCal does not support sharded traversal mode"),
     (lambda w: w[:-1] + ["."], "VarCal: cannot open file ., Is a directory"),
@@ -172,23 +175,22 @@ def test_bad_options(calls, run, tmp_path):
         assert (done.returncode, done.stderr.splitlines()[-1]) == (status, text), (line, done.stderr)
 
 
-def test_no_index_and_other_contigs(calls, run, tmp_path):
+def test_inputs_that_do_not_fit(calls, run, tmp_path):
     calls(100)
     os.rename(tmp_path / "resource.vcf.gz", tmp_path / "bare.vcf.gz")
-    done = run(*words(resources=["bare.vcf.gz"]))
-    assert done.returncode == 255 and "bare.vcf.gz" in done.stderr
-    for name in ("out.vcf.gz", "out.vcf.gz.tbi", "tranches"):  # of an earlier run
-        (tmp_path / name).write_text("old")
-    (tmp_path / "short.vcf").write_text(f"##fileformat=VCFv4.2\n##contig=<ID=chr1,length={LENGTH}>\n#CHROM\tPOS\tID\tREF\tALT\tQUAL\tFILTER\tINFO\nchr1\t2100\t.\tA\n")
-    pysam.tabix_index(str(tmp_path / "short.vcf"), preset="vcf", force=True)
-    done = run(*words("--vcf", "short.vcf.gz", resources=["calls.vcf.gz"]))
-    assert done.returncode == 255 and "short.vcf.gz: too few columns in the line of chr1:2100" in done.stderr
-    assert not [*tmp_path.glob("out*"), *tmp_path.glob("tranches")]
-    text = (tmp_path / "other.vcf")
-    text.write_text("##fileformat=VCFv4.2\n##contig=<ID=chr1,length=77>\n#CHROM\tPOS\tID\tREF\tALT\tQUAL\tFILTER\tINFO\n")
-    pysam.tabix_index(str(text), preset="vcf", force=True)
-    done = run(*words(resources=["other.vcf.gz"]))
-    assert done.returncode == 255 and "VarCal: Contigs in vcf other.vcf.gz are not compatible with reference" in done.stderr
+    titles = "#CHROM\tPOS\tID\tREF\tALT\tQUAL\tFILTER\tINFO\n"
+    for name, text in {"short": f"##contig=<ID=chr1,length={LENGTH}>\n{titles}chr1\t2100\t.\tA\n", "other": "##contig=<ID=chr1,length=77>\n" + titles,
+                       "unlisted": titles + "chr9\t7\t.\tA\tC\t.\t.\t.\n"}.items():
+        (tmp_path / f"{name}.vcf").write_text("##fileformat=VCFv4.2\n" + text)
+        pysam.tabix_index(str(tmp_path / f"{name}.vcf"), preset="vcf", force=True)
+    clash = "VarCal: Contigs in vcf {}.vcf.gz are not compatible with reference"
+    for vcf, name, text in [("calls", "bare", "bare.vcf.gz"), ("calls", "other", clash), ("calls", "unlisted", clash), ("unlisted", "calls", "unlisted.vcf.gz"),
+                            ("short", "calls", "short.vcf.gz: too few columns in the line of chr1:2100")]:
+        for old in ("out.vcf.gz", "out.vcf.gz.tbi", "tranches"):  # of an earlier run
+            (tmp_path / old).write_text("old")
+        done = run(*words("--vcf", f"{vcf}.vcf.gz", resources=[f"{name}.vcf.gz"]))
+        assert done.returncode == 255 and text.format(name) in done.stderr, done.stderr
+        assert not [*tmp_path.glob("out*"), *tmp_path.glob("tranches")]
 
 
 def put(name, value):
@@ -206,7 +208,7 @@ def put(name, value):
     (["--annotation", "XX"], {"change": put("XX", lambda i: ["nan", "inf", "-inf", "abc", ""][i % 5])}, 255, "There is no training data for annotation XX"),
     (["--std_thresh", "0"], {}, 0, "could not find training data. Skip the recalibration."),
     (["--bad_lod_thresh", "-1000"], {}, 0, "negative training data size 0\nModel after"),
-    (["--prior_counts", "-1e6"], {}, 0, "VarCal failed\n"),
+    (["--prior_counts", "2"], {}, 0, "numeric overflow\n"),  # digamma(0)
 ])
 def test_runs_without_results_leave_no_files(calls, run, tmp_path, options, setup, status, text):
     calls(600, **setup)

@@ -18,7 +18,9 @@ void VariantCallAlgo::fillHeader(VCFHeader& header) {
 }
 
 void VariantCallAlgo::addContigLines(VCFHeader& header) const {
-  const std::string assembly = std::string("assembly=") + assemblyOf(context->reference->path(), "unknown");
+  const std::string& path = context->reference->path();
+  const char* const otherwise = path.find("h38") != path.npos ? "hg38" : "unknown";
+  const std::string assembly = std::string("assembly=") + assemblyOf(path, otherwise);
   std::vector<VCFHeaderDef>& lines = header.defs["contig"];
   lines.clear();
   for (const Contig& contig : context->reference->contigs())

@@ -62,8 +62,8 @@ std::unique_ptr<VCFCache> openOfReference(const std::string& path, const std::ve
 
 const char* assemblyOf(std::string_view referencePath, const char* otherwise) {
   // The first that the name holds.
-  constexpr const char* kMarks[][2] = {{"hg18", "hg18"}, {"hg19", "hg19"}, {"b36", "b36"}, {"b37", "b37"},
-                                       {"v37", "b37"},   {"hg38", "hg38"}, {"h38", "hg38"}};
+  constexpr const char* kMarks[][2] = {{"hg18", "hg18"}, {"hg19", "hg19"}, {"b36", "b36"},
+                                       {"b37", "b37"},   {"v37", "b37"},   {"hg38", "hg38"}};
   for (const auto& [mark, assembly] : kMarks)
     if (referencePath.find(mark) != referencePath.npos) return assembly;
   return otherwise;

@@ -1,21 +1,19 @@
 // apply_var_cal.cpp - options, start and end of ApplyVarCal.
 #include "algo/vcall/recal/apply_var_cal.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
-#include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <unistd.h>
 
 #include "algo/vcall/recal/apply_var_cal_engine.h"
+#include "algo/vcall/recal/number_options.h"
 #include "algo/vcall/recal/recal_header.h"
+#include "algo/vcall/recal/vcf_input.h"
 #include "base/text.h"
 #include "readdata/stream/open_stream.h"
-#include "readdata/vcf/vcf_contigs.h"
 
 ApplyVarCal::ApplyVarCal(DriverContext* context, int count, const char* const args[])
     : Algo(context, count, args) {
@@ -28,14 +26,6 @@ ApplyVarCal::ApplyVarCal(DriverContext* context, int count, const char* const ar
 
 // ---- options ----
 
-double ApplyVarCal::parseNumber(const char* option, const char* text) const {
-  char* rest;
-  const double value = strtod(text, &rest);
-  if (rest == text || *rest || !std::isfinite(value))
-    throw std::invalid_argument(name + ": invalid " + option + " " + text);
-  return value;
-}
-
 void ApplyVarCal::addOptions(OptionParser& parser) {
   parser.addText("vcf", 'v', "Input VCF file", vcf_);
   parser.add({"var_type", required_argument, 0, "Variant type: SNP, INDEL, or BOTH (default: SNP)"},
@@ -46,19 +36,9 @@ void ApplyVarCal::addOptions(OptionParser& parser) {
              });
   parser.addText("recal", 0, "Recalibration file, output from algo VarCal ", recal_);
   parser.addText("tranches_file", 0, "Tranches file, output from algo VarCal", tranches_file_);
-  parser.add({"sensitivity", required_argument, 0, "Truth sensitivity level (default: 0)"},
-             [this](const char* value) {
-               sensitivity_ = parseNumber("sensitivity", value);
-               if (sensitivity_ < 0 || sensitivity_ > 100)
-                 throw std::invalid_argument(name + ": invalid sensitivity " + value);
-               return true;
-             });
-  parser.add({"vqslod_cutoff", required_argument, 0, "VQSLOD limit of the LOW_VQSLOD filter"},
-             [this](const char* value) {
-               filter_.cutoff = parseNumber("vqslod_cutoff", value);
-               has_cutoff_ = true;
-               return true;
-             });
+  NumberOptions numbers(parser, name);
+  numbers.add("sensitivity", "Truth sensitivity level (default: 0)", sensitivity_, 0, 100);
+  numbers.add("vqslod_cutoff", "VQSLOD limit of the LOW_VQSLOD filter", filter_.cutoff);
   parser.addList("ignore_input_filters", 0, "Filter names that do not exclude a record",
                  ignore_input_filters_);
   parser.addFlag("merge", 0, nullptr, merge_);
@@ -86,10 +66,11 @@ void ApplyVarCal::settle(const std::vector<const char*>& positional) {
   if (vcf_.empty()) refuse(": missing input vcf file");
   if (recal_.empty()) refuse(": missing option --recal");
   if (tranches_file_.empty()) refuse(": missing option --tranches_file");
-  if (sensitivity_ > 0 && has_cutoff_) refuse(": cannot set both --sensitivity and --vqslod_cutoff");
+  const bool has_cutoff = filter_.cutoff != RecalFilter().cutoff;
+  if (sensitivity_ > 0 && has_cutoff) refuse(": cannot set both --sensitivity and --vqslod_cutoff");
   if (positional.empty() || !*positional[0]) refuse(": missing output file");
   if (positional.size() > 1) refuse(": extra argument after output");
-  if (!(sensitivity_ > 0) && !has_cutoff_) filter_.cutoff = 0.0;
+  if (!(sensitivity_ > 0) && !has_cutoff) filter_.cutoff = 0.0;
   output_ = positional[0];
 }
 
@@ -107,14 +88,18 @@ std::vector<std::string> ApplyVarCal::inputs() const {
 
 void ApplyVarCal::init() {
   Algo::init();
-  if (merge_) return mergePartials();
+  discardingOnFailure([this] { merge_ ? mergePartials() : openFiles(); });
+}
+
+void ApplyVarCal::openFiles() {
   if (sensitivity_ > 0) {
-    filter_.choose(readTranches(name, tranches_file_), sensitivity_);
+    filter_.choose(readTranches(tranches_file_), sensitivity_);
     if (filter_.tranches.empty()) fputs("Warning: no tranche in the tranches file.\n", stderr);
   }
   const std::unique_ptr<IOHandle> input_text = openFile(vcf_), recal_text = openFile(recal_);
-  input_ = openVcf(vcf_);
-  recalibration_ = openVcf(recal_);
+  const std::vector<Contig> contigs = context->reference->contigs();
+  input_ = openVcfInput(name, vcf_, contigs);
+  recalibration_ = openVcfInput(name, recal_, contigs);
 
   RecalHeader header(name, filter_);
   header.readInfoLines(*recal_text, recal_);
@@ -122,10 +107,8 @@ void ApplyVarCal::init() {
   options.partial = context->mode == DriverContext::kShardedTraversal;
   writer_ = std::make_unique<VCFWriter>(name, options);
   writer_->open(output_);
-  discardingOnFailure([&] {
-    header.copy(*input_text, vcf_, commandLine(),
-                [this](std::string_view piece) { writer_->writeHeaderText(piece); });
-  });
+  header.copy(*input_text, vcf_, commandLine(),
+              [this](std::string_view piece) { writer_->writeHeaderText(piece); });
 }
 
 std::unique_ptr<IOHandle> ApplyVarCal::openFile(const std::string& path) const {
@@ -133,18 +116,6 @@ std::unique_ptr<IOHandle> ApplyVarCal::openFile(const std::string& path) const {
   std::unique_ptr<IOHandle> stream = openStream(path, "r", &reason);
   if (!stream) throw std::runtime_error(name + ": Failed to open file " + path + ", " + reason);
   return stream;
-}
-
-std::unique_ptr<VCFCache> ApplyVarCal::openVcf(const std::string& path) const {
-  const std::vector<Contig> contigs = context->reference->contigs();
-  std::unique_ptr<VCFCache> cache = openOfReference(path, contigs);
-  const ContigMap known = contigMapOf(contigs);
-  // Records of contigs that are in no header would be lost.
-  if (!cache || !std::ranges::all_of(cache->index().indices, [&](const auto& contig) {
-        return !contig.second || contig.second->count == 0 || known.contains(contig.first);
-      }))
-    throw std::invalid_argument(name + ": Contigs in vcf " + path + " are not compatible with reference");
-  return cache;
 }
 
 std::string ApplyVarCal::commandLine() const {
@@ -168,10 +139,8 @@ void ApplyVarCal::mergePartials() {
   }
   writer_ = std::make_unique<VCFWriter>(name);
   writer_->open(output_);
-  discardingOnFailure([&] {
-    writer_->expectOrder(first);
-    for (const std::string& partial : partials_) writer_->merge(partial);
-  });
+  writer_->expectOrder(first);
+  for (const std::string& partial : partials_) writer_->merge(partial);
 }
 
 Algo::Engine* ApplyVarCal::newEngine(DriverContext* engine_context, int) {

@@ -34,9 +34,8 @@ class ApplyVarCal final : public Algo {
   void addOptions(OptionParser& parser);
   std::string usage() const;
   void settle(const std::vector<const char*>& positional);
-  double parseNumber(const char* option, const char* text) const;
   std::unique_ptr<IOHandle> openFile(const std::string& path) const;
-  std::unique_ptr<VCFCache> openVcf(const std::string& path) const;
+  void openFiles();
   std::string commandLine() const;  // of the header
   void mergePartials();
   // Does the work. When it fails, what has been written goes, of this and of other threads, before the failure goes on.
@@ -52,7 +51,6 @@ class ApplyVarCal final : public Algo {
 
   std::string vcf_, recal_, tranches_file_, output_;
   double sensitivity_ = 0;  // percent of truth; 0: no tranches
-  bool has_cutoff_ = false;
   std::vector<std::string> ignore_input_filters_;
   bool merge_ = false;  // the run joins partials_, the outputs of sharded runs
   std::vector<std::string> partials_;

@@ -58,7 +58,7 @@ void DataBlock::findNearest(std::span<const double> means, Column& nearest) cons
   }
 }
 
-void DataBlock::scaleByMost(std::vector<Column>& values, Column& most, Column& sum) {
+void DataBlock::scaleByMost(std::span<Column> values, Column& most, Column& sum) {
   most.fill(-std::numeric_limits<double>::infinity());
   sum.fill(0);
   for (const Column& column : values)

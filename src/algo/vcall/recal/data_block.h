@@ -34,13 +34,12 @@ struct DataBlock {
 
   // Of one column of logs (base 10) per component: most[i], and 10^(value - most[i]) for each value, which add up to
   // sum[i].
-  static void scaleByMost(std::vector<Column>& values, Column& most, Column& sum);
+  static void scaleByMost(std::span<Column> values, Column& most, Column& sum);
   static double sum(const Column& values);
   static double sumOfProducts(const Column& a, const Column& b);
 
   std::span<const Column> columns;  // by dimension; not owned
   std::vector<Column> centred;
-  std::vector<Column> logs;  // by component, of who wants them
 
  private:
   std::vector<Lanes> terms_;  // scratch

@@ -6,21 +6,22 @@
 #include "algo/vcall/recal/text_file.h"
 #include "base/text.h"
 
-void dumpData(const std::string& name, const std::vector<VariantDatum>& data,
+void dumpData(const std::string& name, const VariantData& data, size_t annotations,
               const std::vector<Contig>& contigs) {
   const char* const path = getenv("debugDump");
   if (!path || !*path) return;
   TextFile file = openTextFile(name, path, "w");
-  for (const VariantDatum& datum : data) {
+  for (const VariantDatum* each : data) {
+    const VariantDatum& datum = *each;
     std::string values;
-    for (double value : datum.annotations) values += format("%f, ", value);
+    for (size_t i = 0; i < annotations; ++i) values += format("%f, ", datum.annotations[i]);
     fprintf(file.get(),
             "%s\t%d\tqual=%f\tprior=%f\tsnp=%d\ttraining=%d\tknown=%d\tbad=%d\tti=%d\ttruth=%d\tcc=%d\t"
             "aggre=%d\toutlier=%d\tlod=%.2f\tx[%d]=[%s]\n",
             datum.contig < 0 ? "." : contigs[size_t(datum.contig)].contig, datum.pos + 1, datum.qual,
             datum.prior, datum.isBiallelicSNP, datum.atTrainingSite, datum.isKnown, datum.atAntiTrainingSite,
             datum.isTransition, datum.isTruth, int(datum.consensusCount), datum.isAggregate, datum.isOutlier,
-            datum.lod, int(datum.annotations.size()), values.c_str());
+            datum.lod, int(annotations), values.c_str());
   }
   closeTextFile(name, path, std::move(file));
 }

@@ -9,5 +9,5 @@
 
 // Writes the data as the models have seen them, one line each, positions one-based, to the file that the environment
 // variable debugDump names; nothing without it. Throws std::runtime_error, `name` in front.
-void dumpData(const std::string& name, const std::vector<VariantDatum>& data,
+void dumpData(const std::string& name, const VariantData& data, size_t annotations,
               const std::vector<Contig>& contigs);

@@ -14,6 +14,7 @@ constexpr double kPriorScale = 200.0;  // the prior scatter is the inverse of th
 constexpr double kLeastSum = 1e-20;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kNone = -std::numeric_limits<double>::infinity();
+constexpr size_t kStretch = 128;  // columns of responsibilities, which stay in the second cache
 
 using Column = DataBlock::Column;
 
@@ -38,7 +39,35 @@ class Log10Sum {
   double most_ = kNone, sum_ = 0;
 };
 
+// Charges what passes between its calls to timers. TimerScopes of steps that take turns would count each turn as a call.
+class TurnTimer {
+ public:
+  void charge(Timer& timer) {
+    const ResourceUse now = ResourceUse::sample();
+    timer.user += now.user - std::min(last_.user, now.user);
+    timer.system += now.system - std::min(last_.system, now.system);
+    timer.real += now.real - std::min(last_.real, now.real);
+    last_ = now;
+  }
+
+ private:
+  ResourceUse last_ = ResourceUse::sample();
+};
+
 }  // namespace
+
+// Some of the data, in blocks one behind the other.
+struct GaussianMixtureModel::Part {
+  const Column* columns;
+  size_t count, dimensions;
+
+  size_t blocks() const { return (count + DataBlock::kSize - 1) / DataBlock::kSize; }
+  // Makes `block` the one of this number, and gives the count of its data.
+  size_t show(size_t number, DataBlock& block) const {
+    block.columns = {columns + number * dimensions, dimensions};
+    return std::min(DataBlock::kSize, count - number * DataBlock::kSize);
+  }
+};
 
 GaussianMixtureModel::GaussianMixtureModel(size_t components, size_t dimensions,
                                            const MixtureOptions& options, JavaUtil::Random* random,
@@ -60,13 +89,9 @@ std::vector<double> GaussianMixtureModel::sumParts(size_t size, const Add& add) 
   const size_t parts = (count_ + partsize() - 1) / partsize();
   std::vector<double> sums(std::max<size_t>(parts, 1) * size);
   inChunks(pool_, count_, partsize(), [&](size_t first, size_t last) {
-    DataBlock block(dimensions_);
     const size_t part = first / partsize();
-    const Column* columns = blocks_.data() + part * blocksPerPart() * dimensions_;
-    for (; first < last; first += DataBlock::kSize, columns += dimensions_) {
-      block.columns = {columns, dimensions_};
-      add(block, std::min(DataBlock::kSize, last - first), sums.data() + part * size);
-    }
+    const Column* const columns = blocks_.data() + part * blocksPerPart() * dimensions_;
+    add(Part{columns, last - first, dimensions_}, sums.data() + part * size);
   });
   for (size_t part = 1; part < parts; ++part)
     for (size_t i = 0; i < size; ++i) sums[i] += sums[part * size + i];
@@ -74,7 +99,7 @@ std::vector<double> GaussianMixtureModel::sumParts(size_t size, const Add& add) 
   return sums;
 }
 
-void GaussianMixtureModel::load(const Data& data) {
+void GaussianMixtureModel::load(const VariantData& data) {
   count_ = data.size();
   const size_t whole = count_ / partsize() * blocksPerPart(), left = count_ % partsize();
   blocks_.assign((whole + (left + DataBlock::kSize - 1) / DataBlock::kSize) * dimensions_, {});
@@ -86,8 +111,9 @@ void GaussianMixtureModel::load(const Data& data) {
   }
 }
 
-void GaussianMixtureModel::train(const Data& data) {
+void GaussianMixtureModel::train(VariantData data) {
   load(data);
+  VariantData().swap(data);
   try {
     initRandomModel();
     fputs("Model after random init\n", stderr);
@@ -106,7 +132,7 @@ void GaussianMixtureModel::train(const Data& data) {
     fprintf(stderr, "%s\n", failure.what());
     converged_ = false;
   }
-  blocks_ = {};
+  std::vector<Column>().swap(blocks_);  // = {} would keep the room
 }
 
 // ---- the start ----
@@ -158,16 +184,19 @@ std::vector<double> GaussianMixtureModel::allMeans() const {
 bool GaussianMixtureModel::moveMeans() {
   const size_t row = dimensions_ + 1;  // sums of the values, and the count
   const std::vector<double> means = allMeans();
-  const std::vector<double> sums =
-      sumParts(gaussians_.size() * row, [&](const DataBlock& block, size_t count, double* part) {
-        Column nearest;
-        block.findNearest(means, nearest);
-        for (size_t i = 0; i < count; ++i) {
-          double* const own = part + size_t(nearest[i]) * row;
-          for (size_t d = 0; d < dimensions_; ++d) own[d] += block.columns[d][i];
-          ++own[dimensions_];
-        }
-      });
+  const std::vector<double> sums = sumParts(gaussians_.size() * row, [&](const Part& part, double* partSums) {
+    DataBlock block(dimensions_);
+    Column nearest;
+    for (size_t b = 0; b < part.blocks(); ++b) {
+      const size_t count = part.show(b, block);
+      block.findNearest(means, nearest);
+      for (size_t i = 0; i < count; ++i) {
+        double* const own = partSums + size_t(nearest[i]) * row;
+        for (size_t d = 0; d < dimensions_; ++d) own[d] += block.columns[d][i];
+        ++own[dimensions_];
+      }
+    }
+  });
   bool moved = false;
   for (size_t c = 0; c < gaussians_.size(); ++c) {
     const double* const own = sums.data() + c * row;
@@ -183,35 +212,68 @@ bool GaussianMixtureModel::moveMeans() {
 
 // ---- expectation ----
 
+void GaussianMixtureModel::findResponsibilities(DataBlock& block, size_t count, std::span<Column> r) const {
+  for (size_t c = 0; c < gaussians_.size(); ++c)
+    block.findLogs(gaussians_[c], gaussians_[c].cachedDenomLog10, r[c]);
+  Column most, sum;
+  DataBlock::scaleByMost(r, most, sum);
+  for (Column& own : r) {
+    for (size_t k = 0; k < DataBlock::kSteps; ++k) own.at[k] /= sum.at[k];
+    for (size_t i = count; i < DataBlock::kSize; ++i) own[i] = 0;
+  }
+}
+
+void GaussianMixtureModel::accumulateMu(DataBlock& block, std::span<const Column> r, double* sums) const {
+  for (size_t c = 0; c < gaussians_.size(); ++c, sums += sumsPerComponent()) {
+    block.centre(gaussians_[c].mu);
+    sums[0] += DataBlock::sum(r[c]);
+    for (size_t i = 0; i < dimensions_; ++i) sums[1 + i] += DataBlock::sumOfProducts(r[c], block.centred[i]);
+  }
+}
+
+void GaussianMixtureModel::accumulateSigma(DataBlock& block, std::span<const Column> r, double* sums) const {
+  Column weighted;
+  for (size_t c = 0; c < gaussians_.size(); ++c, sums += sumsPerComponent()) {
+    double* const products = sums + 1 + dimensions_;
+    block.centre(gaussians_[c].mu);
+    for (size_t i = 0; i < dimensions_; ++i) {
+      for (size_t k = 0; k < DataBlock::kSteps; ++k) weighted.at[k] = r[c].at[k] * block.centred[i].at[k];
+      for (size_t j = 0; j <= i; ++j)
+        products[i * dimensions_ + j] += DataBlock::sumOfProducts(weighted, block.centred[j]);
+    }
+  }
+}
+
+// What the M-step sums up is summed up here, while the responsibilities of a stretch of blocks are at hand.
 void GaussianMixtureModel::eStep() {
   static Timer* const step_timer = timer("VBEM::EStep");
   static Timer* const compute_timer = timer("EStep_compute");
+  static Timer* const mu_timer = timer("accumMu_compute");
+  static Timer* const sigma_timer = timer("accumSigma_compute");
   TimerScope scope(step_timer);
   double lambdas = 0;
   for (const BayesianMultivariateGaussian& gaussian : gaussians_) lambdas += gaussian.hp_lambda;
   for (BayesianMultivariateGaussian& gaussian : gaussians_) gaussian.precomputeDenominator(lambdas);
   means_ = allMeans();
-  const size_t row = sumsPerComponent(), n = dimensions_;
-  TimerScope compute_scope(compute_timer);
-  sums_ = sumParts(gaussians_.size() * row, [&](DataBlock& block, size_t count, double* part) {
-    std::vector<Column>& r = block.logs;
-    r.resize(gaussians_.size());
-    for (size_t c = 0; c < gaussians_.size(); ++c)
-      block.findLogs(gaussians_[c], gaussians_[c].cachedDenomLog10, r[c]);
-    Column most, sum, weighted;
-    DataBlock::scaleByMost(r, most, sum);
-    for (size_t c = 0; c < gaussians_.size(); ++c, part += row) {
-      for (size_t k = 0; k < DataBlock::kSteps; ++k) r[c].at[k] /= sum.at[k];
-      for (size_t i = count; i < DataBlock::kSize; ++i) r[c][i] = 0;
-      block.centre(gaussians_[c].mu);
-      part[0] += DataBlock::sum(r[c]);
-      for (size_t i = 0; i < n; ++i) {
-        for (size_t k = 0; k < DataBlock::kSteps; ++k) weighted.at[k] = r[c].at[k] * block.centred[i].at[k];
-        part[1 + i] += DataBlock::sum(weighted);
-        for (size_t j = 0; j <= i; ++j)
-          part[1 + n + i * n + j] += DataBlock::sumOfProducts(weighted, block.centred[j]);
-      }
+  const size_t k = gaussians_.size(), stretch = std::max<size_t>(kStretch / k, 1);
+  sums_ = sumParts(k * sumsPerComponent(), [&](const Part& part, double* sums) {
+    TurnTimer turns;
+    DataBlock block(dimensions_);
+    std::vector<Column> r(std::min(stretch, part.blocks()) * k);
+    for (size_t first = 0; first < part.blocks(); first += stretch) {
+      const size_t last = std::min(first + stretch, part.blocks());
+      const auto eachBlock = [&](Timer* charged, const auto& work) {
+        for (size_t b = first; b < last; ++b) {
+          const size_t count = part.show(b, block);
+          work(count, std::span(r).subspan((b - first) * k, k));
+        }
+        turns.charge(*charged);
+      };
+      eachBlock(compute_timer, [&](size_t count, auto own) { findResponsibilities(block, count, own); });
+      eachBlock(mu_timer, [&](size_t, auto own) { accumulateMu(block, own, sums); });
+      eachBlock(sigma_timer, [&](size_t, auto own) { accumulateSigma(block, own, sums); });
     }
+    for (Timer* charged : {compute_timer, mu_timer, sigma_timer}) ++charged->calls;
   });
 }
 
@@ -286,16 +348,20 @@ double GaussianMixtureModel::evaluateDatumInOneDimension(const Datum& datum, siz
 // The densities of rows, which are data or draws for what data miss, a block of rows at a time.
 class GaussianMixtureModel::Evaluation {
  public:
-  explicit Evaluation(const GaussianMixtureModel& model)
-      : model_(model), rows_(model.dimensions_), block_(model.dimensions_), logs_(model.gaussians_.size()) {
+  Evaluation(const GaussianMixtureModel& model, bool bad)
+      : model_(model),
+        bad_(bad),
+        rows_(model.dimensions_),
+        block_(model.dimensions_),
+        logs_(model.gaussians_.size()) {
     block_.columns = rows_;
   }
   Evaluation(const Evaluation&) = delete;
 
-  // The density of row `x` is a draw for a value that is the mean over `draws` rows in a row.
-  void add(std::span<const double> x, int draws, double& value) {
+  // The density of row `x` is a draw for that of a datum, which is the mean over `draws` rows in a row.
+  void add(const double* x, int draws, VariantDatum* datum) {
     for (size_t d = 0; d < rows_.size(); ++d) rows_[d][waiting_.size()] = x[d];
-    waiting_.push_back({draws, &value});
+    waiting_.push_back({draws, datum});
     if (waiting_.size() == DataBlock::kSize) flush();
   }
 
@@ -310,65 +376,68 @@ class GaussianMixtureModel::Evaluation {
       const Row& row = waiting_[i];
       drawn_.add(most[i] + std::log10(sum[i]));
       if (++draws_ < row.draws) continue;
-      *row.value = drawn_.value() - std::log10(double(draws_));
+      put(*row.datum, drawn_.value() - std::log10(double(draws_)));
       drawn_ = {};
       draws_ = 0;
     }
     waiting_.clear();
   }
 
+  void put(VariantDatum& datum, double density) const { datum.lod = bad_ ? datum.lod - density : density; }
+
  private:
   struct Row {
     int draws;
-    double* value;
+    VariantDatum* datum;
   };
 
   const GaussianMixtureModel& model_;
+  bool bad_;
   std::vector<Column> rows_;  // by dimension
   DataBlock block_;
   std::vector<Column> logs_;  // by component
   std::vector<Row> waiting_;
-  Log10Sum drawn_;  // of the value that the next rows belong to
+  Log10Sum drawn_;  // of the datum that the next rows belong to
   int draws_ = 0;
 };
 
-std::vector<double> GaussianMixtureModel::evaluateData(const Data& data) {
+void GaussianMixtureModel::evaluateData(const VariantData& data, bool bad) {
   static Timer* const evaluate_timer = timer("VBEM::evaluateData");
   TimerScope scope(evaluate_timer);
   fprintf(stderr, "evaluating %lu variants\n", (unsigned long)data.size());
   std::vector<JavaUtil::Random> generators;
   for (size_t first = 0; first < data.size(); first += partsize())
     generators.emplace_back(random_->nextLong());
-  std::vector<double> values(data.size(), kNaN);
   inChunks(pool_, data.size(), partsize(), [&](size_t first, size_t last) {
     JavaUtil::Random& random = generators[first / partsize()];
-    Evaluation evaluation(*this);
-    std::vector<double> drawn;
+    Evaluation evaluation(*this, bad);
+    std::vector<double> drawn(dimensions_);
     for (size_t i = first; i < last; ++i) {
-      const Datum& datum = *data[i];
+      VariantDatum& datum = *data[i];
       bool complete = true;
       for (size_t d = 0; d < dimensions_; ++d) complete = complete && !datum.isMissing(d);
       if (complete) {
-        evaluation.add(datum.annotations, 1, values[i]);
+        evaluation.add(datum.annotations, 1, &datum);
+      } else if (options_.iter_for_marginal < 1) {
+        evaluation.put(datum, kNaN);
       } else if (options_.iter_for_marginal_mode != 0) {
-        values[i] = marginalByComponent(datum, random);
+        evaluation.put(datum, marginalByComponent(datum, random));
       } else {
-        drawn = datum.annotations;
+        std::copy_n(datum.annotations, dimensions_, drawn.begin());
         for (int draw = 0; draw < options_.iter_for_marginal; ++draw) {
           for (size_t d = 0; d < dimensions_; ++d)
             if (datum.isMissing(d)) drawn[d] = random.nextGaussian();
-          evaluation.add(drawn, options_.iter_for_marginal, values[i]);
+          evaluation.add(drawn.data(), options_.iter_for_marginal, &datum);
         }
       }
     }
     evaluation.flush();
   });
-  return values;
 }
 
 // The mean over draws of what is missing, which each component makes of its own.
 double GaussianMixtureModel::marginalByComponent(const Datum& datum, JavaUtil::Random& random) const {
-  std::vector<double> x = datum.annotations, normal(dimensions_);
+  std::vector<double> x(datum.annotations, datum.annotations + dimensions_), normal(dimensions_);
   Log10Sum sum;
   for (int draw = 0; draw < options_.iter_for_marginal; ++draw) {
     for (const BayesianMultivariateGaussian& gaussian : gaussians_) {
@@ -378,17 +447,18 @@ double GaussianMixtureModel::marginalByComponent(const Datum& datum, JavaUtil::R
       sum.add(gaussian.evaluate(x));
     }
   }
-  return options_.iter_for_marginal > 0 ? sum.value() - std::log10(double(options_.iter_for_marginal)) : kNaN;
+  return sum.value() - std::log10(double(options_.iter_for_marginal));
 }
 
 void GaussianMixtureModel::dump(FILE* stream) const {
   for (const BayesianMultivariateGaussian& gaussian : gaussians_) gaussian.dump(stream, "");
 }
 
-int32_t findCulprit(const Datum& datum, const GaussianMixtureModel& good, const GaussianMixtureModel& bad) {
+int32_t findCulprit(const Datum& datum, size_t annotations, const GaussianMixtureModel& good,
+                    const GaussianMixtureModel& bad) {
   int32_t culprit = -1;
   double least = std::numeric_limits<double>::max();
-  for (size_t i = 0; i < datum.annotations.size(); ++i) {
+  for (size_t i = 0; i < annotations; ++i) {
     const double ahead =
         good.evaluateDatumInOneDimension(datum, i) - bad.evaluateDatumInOneDimension(datum, i);
     if (std::isnan(ahead) || ahead >= least) continue;

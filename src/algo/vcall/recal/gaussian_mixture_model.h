@@ -5,8 +5,8 @@
 //          of threads: sums are added, and generators seeded, in the order of the parts.
 // Errors   train() ends with converged() false when numbers overflow. A covariance without Cholesky factor is told on
 //          standard error, and a constant stands in for its determinant.
-// Cost     train(): 8 bytes per datum and dimension; responsibilities live for a block of data, in which they are summed
-//          up. Time is linear in data, components and the square of dimensions.
+// Cost     train(): 8 bytes per datum and dimension; responsibilities live for a stretch of some thousand data, in which
+//          they are summed up. Time is linear in data, components and the square of dimensions.
 // Source   Bishop, Pattern Recognition and Machine Learning (2006), 10.2; MacQueen's k-means to begin with.
 #pragma once
 
@@ -31,25 +31,24 @@ struct MixtureOptions {
 
 class GaussianMixtureModel {
  public:
-  using Data = std::vector<Datum*>;
-
   // `components` Gaussians of `dimensions`; generator and pool outlive the model, the pool may be null.
   GaussianMixtureModel(size_t components, size_t dimensions, const MixtureOptions& options,
                        JavaUtil::Random* random, thread_coop* pool);
   virtual ~GaussianMixtureModel() = default;
 
-  void train(const Data& data);
+  void train(VariantData data);
   bool converged() const { return converged_; }
 
-  // By datum, the density; of what is missing as the mean over draws, NaN without draws.
-  std::vector<double> evaluateData(const Data& data);
+  // Sets lod to the density, or as the `bad` model subtracts the density from it; of what is missing as the mean over
+  // draws, NaN without draws.
+  void evaluateData(const VariantData& data, bool bad);
   double evaluateDatum(std::span<const double> x) const;
   double evaluateDatumInOneDimension(const Datum& datum, size_t annotation) const;  // NaN when it is missing
 
   void dump(FILE* stream) const;
 
   // The steps of train(), one by one.
-  void load(const Data& data);
+  void load(const VariantData& data);
   void initRandomModel();
   void eStep();
   // The largest change of a mixture weight. The `last` one leaves covariances in place of scatter.
@@ -60,6 +59,7 @@ class GaussianMixtureModel {
 
  private:
   class Evaluation;
+  struct Part;
 
   std::vector<double> allMeans() const;
   void drawMean(BayesianMultivariateGaussian& gaussian);
@@ -72,9 +72,13 @@ class GaussianMixtureModel {
   // Places of a component in the sums of an E-step: its responsibilities; those times the distance from its mean; times
   // two dimensions of it.
   size_t sumsPerComponent() const { return 1 + dimensions_ + dimensions_ * dimensions_; }
-  // The sums, over all data, of what add(block, count, sums) adds to `size` zeros for each block of a part.
+  // The sums, over all data, of what add(part, sums) adds to `size` zeros for each part.
   template <typename Add>
   std::vector<double> sumParts(size_t size, const Add& add) const;
+  // Responsibilities of a block of `count` data, and what they add to the sums: by component, one behind the other.
+  void findResponsibilities(DataBlock& block, size_t count, std::span<DataBlock::Column> r) const;
+  void accumulateMu(DataBlock& block, std::span<const DataBlock::Column> r, double* sums) const;
+  void accumulateSigma(DataBlock& block, std::span<const DataBlock::Column> r, double* sums) const;
 
   MixtureOptions options_;
   size_t dimensions_;
@@ -91,5 +95,6 @@ class GaussianMixtureModel {
   bool converged_ = true;
 };
 
-// The annotation for which `good` is least ahead of `bad`, -1 without any.
-int32_t findCulprit(const Datum& datum, const GaussianMixtureModel& good, const GaussianMixtureModel& bad);
+// Of the first `annotations` ones that for which `good` is least ahead of `bad`, -1 without any.
+int32_t findCulprit(const Datum& datum, size_t annotations, const GaussianMixtureModel& good,
+                    const GaussianMixtureModel& bad);

@@ -20,12 +20,12 @@ void drawSample(Sample& data, size_t most, JavaUtil::Random& random) {
 }
 
 // Of the positive set, the negative set, and those of neither.
-Sample sampleOf(const std::vector<VariantDatum>& data, size_t most, JavaUtil::Random& random) {
+Sample sampleOf(const VariantData& data, size_t most, JavaUtil::Random& random) {
   Sample positive, negative, others;
-  for (const VariantDatum& datum : data) {
-    if (datum.atTrainingSite && !datum.isOutlier) positive.push_back(&datum);
-    if (datum.atAntiTrainingSite) negative.push_back(&datum);
-    if (!datum.atTrainingSite && !datum.atAntiTrainingSite) others.push_back(&datum);
+  for (const VariantDatum* datum : data) {
+    if (datum->atTrainingSite && !datum->isOutlier) positive.push_back(datum);
+    if (datum->atAntiTrainingSite) negative.push_back(datum);
+    if (!datum->atTrainingSite && !datum->atAntiTrainingSite) others.push_back(datum);
   }
   Sample all;
   for (Sample* set : {&positive, &negative, &others}) {
@@ -45,9 +45,10 @@ struct Range {
   double at(int step, int steps) const { return steps < 2 ? low : low + (high - low) * step / (steps - 1); }
 };
 
-double medianOf(const std::vector<VariantDatum>& data, size_t annotation) {
+double medianOf(const VariantData& data, size_t annotation) {
   std::vector<double> values;
-  for (const VariantDatum& datum : data) values.push_back(datum.annotations[annotation]);
+  values.reserve(data.size());
+  for (const VariantDatum* datum : data) values.push_back(datum->annotations[annotation]);
   const auto middle = values.begin() + ptrdiff_t(values.size() / 2);
   std::nth_element(values.begin(), middle, values.end());
   if (values.size() % 2 != 0) return *middle;
@@ -57,7 +58,7 @@ double medianOf(const std::vector<VariantDatum>& data, size_t annotation) {
 }  // namespace
 
 void writePlotFile(const std::string& name, const std::string& path, const std::string& output,
-                   const VarCalParam& param, const std::vector<VariantDatum>& data, double acceptedLod,
+                   const VarCalParam& param, const VariantData& data, double acceptedLod,
                    VarCalTraining& training) {
   TextFile file = openTextFile(name, path, "w");
   const Sample sample = sampleOf(data, size_t(std::max(param.plot_sample_size, 0)), training.random());

@@ -11,5 +11,5 @@
 // normalised, and columns in training order. `acceptedLod` is the VQSLOD from which on a datum counts as accepted. Draws
 // from the generator of `training`. Throws std::runtime_error, `name` of the algorithm in front.
 void writePlotFile(const std::string& name, const std::string& path, const std::string& output,
-                   const VarCalParam& param, const std::vector<VariantDatum>& data, double acceptedLod,
+                   const VarCalParam& param, const VariantData& data, double acceptedLod,
                    VarCalTraining& training);

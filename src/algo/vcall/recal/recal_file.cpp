@@ -40,7 +40,7 @@ std::string infoOf(const VariantDatum& datum, const std::vector<std::string>& an
 
 }  // namespace
 
-void writeRecalFile(const std::string& name, const std::string& path, const std::vector<VariantDatum>& data,
+void writeRecalFile(const std::string& name, const std::string& path, const VariantData& data,
                     const std::vector<std::string>& annotations, const std::vector<Contig>& contigs,
                     const std::string& referencePath) {
   VCFWriter writer(name);
@@ -48,17 +48,17 @@ void writeRecalFile(const std::string& name, const std::string& path, const std:
   VCFHeader header = makeHeader(contigs, referencePath);
   writer.writeHeader(header);
   int32_t contig = -1;
-  for (const VariantDatum& datum : data) {
-    if (datum.isAggregate || datum.contig < 0) continue;
-    const std::string& contig_name = contigs[size_t(datum.contig)].contig;
-    if (datum.contig != contig) {
+  for (const VariantDatum* datum : data) {
+    if (datum->isAggregate || datum->contig < 0) continue;
+    const std::string& contig_name = contigs[size_t(datum->contig)].contig;
+    if (datum->contig != contig) {
       if (contig >= 0) writer.merge(nullptr, nullptr);  // ends the contig
       writer.startContig(contig_name);
-      contig = datum.contig;
+      contig = datum->contig;
     }
-    writer.writeLine(format("%s\t%d\t.\tN\t<VQSR>\t.\t.\t%s\n", contig_name.c_str(), datum.pos + 1,
-                            infoOf(datum, annotations).c_str()),
-                     datum.pos, int32_t(std::min<int64_t>(datum.end(), INT32_MAX)));
+    writer.writeLine(format("%s\t%d\t.\tN\t<VQSR>\t.\t.\t%s\n", contig_name.c_str(), datum->pos + 1,
+                            infoOf(*datum, annotations).c_str()),
+                     datum->pos, int32_t(std::min<int64_t>(datum->end(), INT32_MAX)));
   }
   writer.close();
 }

@@ -9,6 +9,6 @@
 
 // Writes one record for each datum, in the order of the data, by which contigs come one after the other. `annotations`
 // names the culprits; `name` stands in front of errors (std::runtime_error).
-void writeRecalFile(const std::string& name, const std::string& path, const std::vector<VariantDatum>& data,
+void writeRecalFile(const std::string& name, const std::string& path, const VariantData& data,
                     const std::vector<std::string>& annotations, const std::vector<Contig>& contigs,
                     const std::string& referencePath);

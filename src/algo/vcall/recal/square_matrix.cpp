@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numbers>
 
 size_t SquareMatrix::factorise() {
   SquareMatrix& a = *this;
@@ -54,7 +55,8 @@ bool SquareMatrix::invert(SquareMatrix& inverse) const {
 }
 
 double digamma(double x) {
-  if (!(x > 0)) return std::numeric_limits<double>::quiet_NaN();
+  if (!std::isfinite(x) || (x <= 0 && x == std::floor(x))) return std::numeric_limits<double>::quiet_NaN();
+  if (x < 0) return digamma(1 - x) - std::numbers::pi / std::tan(std::numbers::pi * x);
   double result = 0;
   for (; x < 10; ++x) result -= 1 / x;
   const double y = 1 / (x * x);

@@ -26,5 +26,6 @@ class SquareMatrix {
   std::vector<double> values_;  // row-major
 };
 
-// The logarithm's derivative of the gamma function, for x above 0. Source: Abramowitz and Stegun, 6.3.5 and 6.3.18.
+// The logarithm's derivative of the gamma function, NaN at its poles. Source: Abramowitz and Stegun, 6.3.5, 6.3.7 and
+// 6.3.18.
 double digamma(double x);

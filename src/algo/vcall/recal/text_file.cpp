@@ -6,7 +6,9 @@
 
 TextFile openTextFile(const std::string& name, const std::string& path, const char* mode) {
   TextFile file(fopen(path.c_str(), mode), fclose);
-  if (!file) throw std::runtime_error(name + ": cannot open file " + path + ", " + strerror(errno));
+  if (!file)
+    throw std::runtime_error(name + (name.empty() ? "" : ": ") + "cannot open file " + path + ", " +
+                             strerror(errno));
   return file;
 }
 

@@ -1,5 +1,5 @@
 // text_file.h - text that is written beside calls, or read: tranches, plots, dumps.
-// Errors   std::runtime_error that names the file, `name` of the algorithm in front.
+// Errors   std::runtime_error that names the file, `name` of the algorithm in front, or nothing for an empty one.
 #pragma once
 
 #include <cstdio>

@@ -88,11 +88,12 @@ void checkTarget(double target, const std::string& place) {
                                 place);
 }
 
-std::vector<Tranche> createTranches(const std::vector<VariantDatum>& data, const std::vector<double>& targets,
+std::vector<Tranche> createTranches(const VariantData& data, const std::vector<double>& targets,
                                     uint32_t model) {
   DataByLod sorted;
-  for (const VariantDatum& datum : data)
-    if (!datum.isAggregate) sorted.push_back(&datum);
+  sorted.reserve(data.size());
+  for (const VariantDatum* datum : data)
+    if (!datum->isAggregate) sorted.push_back(datum);
   std::stable_sort(sorted.begin(), sorted.end(),
                    [](const VariantDatum* a, const VariantDatum* b) { return a->lod < b->lod; });
   TruthSensitivityMetric metric(sorted);
@@ -171,11 +172,24 @@ bool parseTranche(const char* line, Tranche& tranche, std::string& model) {
   return true;
 }
 
+// Whether a lower target of a model, which comes behind a higher one, has no lower cut.
+bool haveRisingCuts(const std::vector<Tranche>& tranches) {
+  const Tranche* last[std::size(kModelNames)] = {};  // by model
+  for (const Tranche& tranche : tranches) {
+    const Tranche*& before = last[tranche.model];
+    if (before && before->targetTruthSensitivity > tranche.targetTruthSensitivity &&
+        before->minVQSLod > tranche.minVQSLod)
+      return false;
+    before = &tranche;
+  }
+  return true;
+}
+
 }  // namespace
 
-std::vector<Tranche> readTranches(const std::string& name, const std::string& path) {
-  const TextFile file = openTextFile(name, path, "r");
-  const auto refuse = [&] { throw std::runtime_error(name + ": Unsupported tranche file " + path); };
+std::vector<Tranche> readTranches(const std::string& path) {
+  const TextFile file = openTextFile("", path, "r");
+  const auto refuse = [&] { throw std::runtime_error("Unsupported tranche file " + path); };
   std::vector<Tranche> tranches;
   bool has_titles = false;
   char line[4096];
@@ -190,17 +204,18 @@ std::vector<Tranche> readTranches(const std::string& name, const std::string& pa
     const auto known = std::find(std::begin(kModelNames), std::end(kModelNames), model);
     if (known == std::end(kModelNames))
       throw std::runtime_error(
-          format("%s: Unsupported model=%s in tranche file %s", name.c_str(), model.c_str(), path.c_str()));
+          format("Unsupported model=%s in tranche file %s", model.c_str(), path.c_str()));
     checkTarget(tranche.targetTruthSensitivity, " in tranche file " + path);
     tranche.model = uint32_t(known - std::begin(kModelNames));
     tranches.push_back(std::move(tranche));
   }
   if (ferror(file.get()))
-    throw std::runtime_error(name + ": Failed to read from file " + path + ", " + strerror(errno));
+    throw std::runtime_error("Failed to read from file " + path + ", " + strerror(errno));
   if (tranches.empty() && !has_titles) refuse();
   std::stable_sort(tranches.begin(), tranches.end(), [](const Tranche& a, const Tranche& b) {
     return a.targetTruthSensitivity > b.targetTruthSensitivity;
   });
+  if (!haveRisingCuts(tranches)) refuse();
   return tranches;
 }
 

@@ -27,14 +27,14 @@ void checkTarget(double target, const std::string& place = "");
 
 // The tranches of the data that are not aggregate, in the order of `targets` (percent). A target that no cut
 // keeps to has none, nor has any without truth sites.
-std::vector<Tranche> createTranches(const std::vector<VariantDatum>& data, const std::vector<double>& targets,
+std::vector<Tranche> createTranches(const VariantData& data, const std::vector<double>& targets,
                                     uint32_t model);
 
-// Writes the tranches in ascending order of target. Here and below `name` of the algorithm stands in front of errors of
-// files.
+// Writes the tranches in ascending order of target. `name` of the algorithm stands in front of errors.
 void writeTranches(const std::string& name, const std::string& path, std::vector<Tranche> tranches);
-// Sorted by target, descending. A file of a later version, with other columns or cut short is refused.
-std::vector<Tranche> readTranches(const std::string& name, const std::string& path);
+// Sorted by target, descending. A file of a later version, with other columns, cut short, or whose cuts of one model fall
+// where the targets do is refused.
+std::vector<Tranche> readTranches(const std::string& path);
 
 inline constexpr char kPass[] = "PASS", kLowVQSLod[] = "LOW_VQSLOD";
 

@@ -6,16 +6,19 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <stdexcept>
 #include <sys/stat.h>
 
 #include "algo/output_check.h"
 #include "algo/vcall/recal/data_dump.h"
+#include "algo/vcall/recal/number_options.h"
 #include "algo/vcall/recal/plot_file.h"
 #include "algo/vcall/recal/recal_file.h"
 #include "algo/vcall/recal/tranche.h"
 #include "algo/vcall/recal/var_cal_engine.h"
 #include "algo/vcall/recal/var_cal_training.h"
+#include "algo/vcall/recal/vcf_input.h"
 #include "base/text.h"
 #include "base/timer.h"
 
@@ -23,6 +26,7 @@ namespace {
 
 constexpr int kComponents = 8, kIndelComponents = 4;
 constexpr int kMostComponents = 1000;  // far above what any training set can fill
+constexpr char kParamOrder[] = "--resource_param need follow --resource";
 
 }  // namespace
 
@@ -48,43 +52,34 @@ VarCal::~VarCal() = default;
 
 // ---- options ----
 
+void VarCal::refuse(const std::string& text) const {
+  throw std::invalid_argument(name + ": " + text);
+}
+
 void VarCal::addOptions(OptionParser& parser) {
-  const auto refuse = [this](const std::string& text) { throw std::invalid_argument(name + text); };
   parser.addText("vcf", 'v', "Input VCF file", vcf_);
   parser.add({"var_type", required_argument, 0, "Variant type: SNP, INDEL, or BOTH (default: SNP)"},
-             [this, refuse](const char* value) {
+             [this](const char* value) {
                if (!parseVariantModel(value, param_.var_type))
-                 refuse(std::string(": invalid var_type ") + value);
+                 refuse(std::string("invalid var_type ") + value);
                return true;
              });
-  parser.add({"annotation", required_argument, 0, "Annotation"}, [this, refuse](const char* value) {
+  parser.add({"annotation", required_argument, 0, "Annotation"}, [this](const char* value) {
     std::vector<std::string>& known = param_.annotations;
     if (std::find(known.begin(), known.end(), value) != known.end())
-      refuse(std::string(": --annotation ") + value + " duplicated");
+      refuse(std::string("--annotation ") + value + " duplicated");
     known.push_back(value);
-    if (known.size() > kMaxAnnotations) refuse(format(": more than %zu annotations", kMaxAnnotations));
+    if (known.size() > kMaxAnnotations) refuse(format("more than %zu annotations", kMaxAnnotations));
     return true;
   });
-  parser.add({"resource", required_argument, 0, "Resource VCF file name"}, [this, refuse](const char* value) {
-    if (!resources_.empty() && resources_.back().name.empty())
-      refuse(": --resource_param need follow --resource");
-    resources_.emplace_back().path = value;
-    return true;
-  });
-  parser.add({"resource_param", required_argument, 0, "Resource params, must be paired with --resource"},
-             [this, refuse](const char* value) {
-               if (resources_.empty() || !resources_.back().name.empty())
-                 refuse(": --resource_param need follow --resource");
-               addResourceParam(value);
-               return true;
-             });
+  addResourceOptions(parser);
   parser.addList("aggregate_data", 0, "Aggregate VCF file", aggregate_files_);
   parser.add(
       {"tranche", required_argument, 0, "Truth sensitivity target in percent (default: 100, 99.9, 99, 90)"},
-      [this, refuse](const char* value) {
+      [this](const char* value) {
         char* rest;
         const double target = strtod(value, &rest);
-        if (rest == value || *rest != '\0') refuse(std::string(": invalid tranche ") + value);
+        if (rest == value || *rest != '\0') refuse(std::string("invalid tranche ") + value);
         checkTarget(target);
         param_.targets.push_back(target);
         return true;
@@ -95,33 +90,48 @@ void VarCal::addOptions(OptionParser& parser) {
   parser.addText("tranches_file", 0, "Tranches output file", tranches_file_);
   parser.addText("plot_file", 0, "Plot datat output file", plot_file_);
 }
+void VarCal::addResourceOptions(OptionParser& parser) {
+  parser.add({"resource", required_argument, 0, "Resource VCF file name"}, [this](const char* value) {
+    if (!resources_.empty() && !resources_.back().has_param) refuse(kParamOrder);
+    resources_.emplace_back().path = value;
+    return true;
+  });
+  parser.add({"resource_param", required_argument, 0, "Resource params, must be paired with --resource"},
+             [this, &parser](const char* value) {
+               if (parser.previousOption() != "resource") refuse(kParamOrder);
+               takeResourceParam(value);
+               return true;
+             });
+}
 
 void VarCal::addModelOptions(OptionParser& parser) {
+  constexpr double kAboveZero = std::numeric_limits<double>::min();
   MixtureOptions& mixture = param_.mixture;
-  parser.addInt("max_gaussians", 0, "Maximum of gaussians for the positive model\n(default: 8/SNP, 4/INDEL)",
-                param_.max_gaussians);
-  parser.addInt("max_neg_gaussians", 0, "Maximum of gaussians for the negative model (default: 2)",
-                param_.max_neg_gaussians);
-  parser.addInt("srand", 0, "random seed", param_.srand);
-  parser.addDouble("max_mq", 0, "Maximum MQ", param_.max_mq);
+  NumberOptions numbers(parser, name);
+  numbers.add("max_gaussians", "Maximum of gaussians for the positive model\n(default: 8/SNP, 4/INDEL)",
+              param_.max_gaussians, -1, kMostComponents);
+  numbers.add("max_neg_gaussians", "Maximum of gaussians for the negative model (default: 2)",
+              param_.max_neg_gaussians, 1);
+  numbers.add("srand", "random seed", param_.srand);
+  numbers.add("max_mq", "Maximum MQ", param_.max_mq, 0);
   parser.addFlag("consistent", 0, nullptr, param_.consistent);
-  parser.addInt("partsize", 0, nullptr, mixture.partsize);
-  parser.addDouble("shrinkage", 0, nullptr, mixture.shrinkage);
-  parser.addDouble("dirichlet", 0, nullptr, mixture.dirichlet);
-  parser.addDouble("prior_counts", 0, nullptr, mixture.prior_counts);
-  parser.addInt("kmeans_iter", 0, nullptr, mixture.kmeans_iter);
-  parser.addInt("max_iter", 0, nullptr, mixture.max_iter);
-  parser.addInt("min_iter", 0, nullptr, mixture.min_iter);
-  parser.addInt("min_training_variants", 0, nullptr, param_.min_training_variants);
-  parser.addDouble("std_thresh", 0, nullptr, param_.std_thresh);
-  parser.addDouble("prob_tol", 0, nullptr, mixture.prob_tol);
-  parser.addDouble("min_accept_lod", 0, nullptr, param_.min_accept_lod);
-  parser.addDouble("bad_lod_thresh", 0, nullptr, param_.bad_lod_thresh);
-  parser.addInt("iter_for_marginal", 0, nullptr, mixture.iter_for_marginal);
-  parser.addInt("iter_for_marginal_mode", 0, nullptr, mixture.iter_for_marginal_mode);
-  parser.addInt("plot_sample_size", 0, nullptr, param_.plot_sample_size);
-  parser.addInt("plot_simu_steps", 0, nullptr, param_.plot_simu_steps);
-  parser.addDouble("target_titv", 0, nullptr, param_.target_titv);
+  numbers.add("partsize", nullptr, mixture.partsize, 1);
+  numbers.add("shrinkage", nullptr, mixture.shrinkage, kAboveZero);
+  numbers.add("dirichlet", nullptr, mixture.dirichlet, kAboveZero);
+  numbers.add("prior_counts", nullptr, mixture.prior_counts, kAboveZero);
+  numbers.add("kmeans_iter", nullptr, mixture.kmeans_iter, 0);
+  numbers.add("max_iter", nullptr, mixture.max_iter);
+  numbers.add("min_iter", nullptr, mixture.min_iter);
+  numbers.add("min_training_variants", nullptr, param_.min_training_variants, 0);
+  numbers.add("std_thresh", nullptr, param_.std_thresh, 0);
+  numbers.add("prob_tol", nullptr, mixture.prob_tol, 0);
+  numbers.add("min_accept_lod", nullptr, param_.min_accept_lod);
+  numbers.add("bad_lod_thresh", nullptr, param_.bad_lod_thresh);
+  numbers.add("iter_for_marginal", nullptr, mixture.iter_for_marginal, 1);
+  numbers.add("iter_for_marginal_mode", nullptr, mixture.iter_for_marginal_mode);
+  numbers.add("plot_sample_size", nullptr, param_.plot_sample_size, 0);
+  numbers.add("plot_simu_steps", nullptr, param_.plot_simu_steps, 0);
+  numbers.add("target_titv", nullptr, param_.target_titv, 0);
 }
 
 std::string VarCal::usage() const {
@@ -130,16 +140,17 @@ std::string VarCal::usage() const {
       "  driver -r reference.fasta [driver_options] \\\n"
       "         --algo %s --vcf input.vcf --var_type SNP --resource resource.vcf \\\n"
       "         --resource_param resource_params --annotation AN1 --annotation AN2 \\\n"
-      "         --tranches_file tranches_output --plot_file plot_data_output [algo_options] output.recal\n\n",
+      "         --plot_file plot_data_output [algo_options] output.recal\n\n",
       name.c_str(), name.c_str());
 }
 
-void VarCal::addResourceParam(const char* value) {
+void VarCal::takeResourceParam(const char* value) {
   const std::string_view text = value;
   const size_t comma = text.find(',');
-  if (comma == 0 || comma == text.npos)
+  if (comma == text.npos)
     throw std::invalid_argument(std::string("cannot parse training data source ") + value);
   Resource& resource = resources_.back();
+  resource.has_param = true;
   resource.name = text.substr(0, comma);
   for (const auto& [key, setting] : parseKeyValues(text.substr(comma + 1))) {
     const bool is_true = setting == "true";
@@ -153,21 +164,16 @@ void VarCal::addResourceParam(const char* value) {
 }
 
 void VarCal::settle(const std::vector<const char*>& positional) {
-  const auto refuse = [this](const std::string& text) { throw std::invalid_argument(name + text); };
-  if (!context->reference) refuse(": missing reference");
-  if (vcf_.empty()) refuse(": missing input vcf file");
-  if (param_.annotations.empty()) refuse(": missing option --annotation");
-  if (resources_.empty()) refuse(": missing options --resource and --resource_param");
-  if (resources_.back().name.empty()) refuse(": --resource_param need follow --resource");
-  if (tranches_file_.empty()) refuse(": missing option --tranches_file");
-  if (positional.empty() || !*positional[0]) refuse(": missing output file");
-  if (positional.size() > 1) refuse(": extra argument after output");
+  if (!context->reference) refuse("missing reference");
+  if (vcf_.empty()) refuse("missing input vcf file");
+  if (param_.annotations.empty()) refuse("missing option --annotation");
+  if (resources_.empty()) refuse("missing options --resource and --resource_param");
+  if (!resources_.back().has_param) refuse(kParamOrder);
+  if (tranches_file_.empty()) refuse("missing option --tranches_file");
+  if (positional.empty() || !*positional[0]) refuse("missing output file");
+  if (positional.size() > 1) refuse("extra argument after output");
+  if (param_.max_gaussians == 0) refuse("invalid max_gaussians 0");
   output_ = positional[0];
-  if (param_.max_neg_gaussians < 1)
-    refuse(": invalid max_neg_gaussians " + std::to_string(param_.max_neg_gaussians));
-  if ((param_.max_gaussians < 1 && param_.max_gaussians != -1) || param_.max_gaussians > kMostComponents)
-    refuse(": invalid max_gaussians " + std::to_string(param_.max_gaussians));
-  if (param_.mixture.partsize < 1) refuse(": invalid partsize " + std::to_string(param_.mixture.partsize));
   fprintf(stderr, "maxGaussians = %d\n", param_.positiveComponents());
 }
 
@@ -188,15 +194,26 @@ std::vector<std::string> VarCal::inputs() const {
 
 // ---- start ----
 
+// What an earlier run has left must not be taken for this one's.
 void VarCal::init() {
   Algo::init();
-  input_ = openVcf(vcf_);
-  for (Resource& resource : resources_) resource.reader = openVcf(resource.path);
-  for (const std::string& path : aggregate_files_) aggregates_.push_back(openVcf(path));
-  contig_numbers_ = contigMapOf(context->reference->contigs());
+  try {
+    openFiles();
+  } catch (...) {
+    discardOutputs(outputs());
+    throw;
+  }
+  discardOutputs(outputs());
+}
+
+void VarCal::openFiles() {
+  const std::vector<Contig> contigs = context->reference->contigs();
+  input_ = openVcfInput(name, vcf_, contigs);
+  for (Resource& resource : resources_) resource.reader = openVcfInput(name, resource.path, contigs);
+  for (const std::string& path : aggregate_files_) aggregates_.push_back(openVcfInput(name, path, contigs));
+  contig_numbers_ = contigMapOf(contigs);
   for (const std::string& path : {output_, tranches_file_, plot_file_})
     if (!path.empty()) openOnce(path);
-  discardOutputs(outputs());  // a run that ends early must not leave files of an earlier one
 }
 
 // Whether an output can be written is told before the work.
@@ -208,13 +225,6 @@ void VarCal::openOnce(const std::string& path) const {
   fclose(file);
 }
 
-std::unique_ptr<VCFCache> VarCal::openVcf(const std::string& path) const {
-  std::unique_ptr<VCFCache> cache = openOfReference(path, context->reference->contigs());
-  if (!cache)
-    throw std::invalid_argument(name + ": Contigs in vcf " + path + " are not compatible with reference");
-  return cache;
-}
-
 Algo::Engine* VarCal::newEngine(DriverContext* engine_context, int) {
   return new Engine(engine_context, this);
 }
@@ -224,15 +234,21 @@ Algo::Engine* VarCal::newEngine(DriverContext* engine_context, int) {
 void VarCal::merge(const Shard&, Algo::Result* result) {
   const std::unique_ptr<Result> owned(static_cast<Result*>(result));
   if (!owned) return;
-  std::move(owned->data.begin(), owned->data.end(), std::back_inserter(data_));
+  if (!owned->block.data.empty()) blocks_.push_back(std::move(owned->block));
 }
 
 void VarCal::finish() {
-  VarCalTraining training(param_, data_, context->pool);
+  VariantData data;
+  size_t count = 0;
+  for (const VariantBlock& block : blocks_) count += block.data.size();
+  data.reserve(count);
+  for (VariantBlock& block : blocks_)
+    for (VariantDatum& datum : block.data) data.push_back(&datum);
+  VarCalTraining training(param_, data, context->pool);
   bool scored = false;
   try {
     scored = training.recalibrate();
-    if (scored) writeResults(training);
+    if (scored) writeResults(training, data);
   } catch (...) {
     discardOutputs(outputs());
     throw;
@@ -243,21 +259,22 @@ void VarCal::finish() {
   if (training.failed()) fputs("VarCal failed\n", stderr);
 }
 
-void VarCal::writeResults(VarCalTraining& training) const {
+void VarCal::writeResults(VarCalTraining& training, const VariantData& data) const {
   const std::vector<Contig> contigs = context->reference->contigs();
-  dumpData(name, data_, contigs);
+  dumpData(name, data, param_.annotations.size(), contigs);
   std::vector<Tranche> tranches;
   {
     static Timer* const tranches_timer = timer("vqsr::createTranches");
     TimerScope scope(tranches_timer);
     tranches =
-        createTranches(data_, param_.targets.empty() ? kDefaultTargets : param_.targets, param_.var_type);
+        createTranches(data, param_.targets.empty() ? kDefaultTargets : param_.targets, param_.var_type);
   }
-  writeRecalFile(name, output_, data_, training.annotations(), contigs, context->reference->path());
+  writeRecalFile(name, output_, data, training.annotations(), contigs, context->reference->path());
   writeTranches(name, tranches_file_, tranches);
   if (plot_file_.empty()) return;
-  const double accepted = tranches.empty() ? param_.min_accept_lod : tranches.front().minVQSLod;
-  writePlotFile(name, plot_file_, output_, param_, data_, accepted, training);
+  constexpr double kNone = std::numeric_limits<double>::infinity();
+  writePlotFile(name, plot_file_, output_, param_, data, tranches.empty() ? kNone : tranches[0].minVQSLod,
+                training);
 }
 
 static const TemplateAlgoBuilder<VarCal> builder("VarCal");

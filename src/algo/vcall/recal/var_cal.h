@@ -17,6 +17,7 @@
 // A file of sites with what is believed of them.
 struct Resource {
   std::string path, name;
+  bool has_param = false;
   bool known = false, training = false, bad = false, truth = false, consensus = false;
   double prior = 0;                  // kept with the data, used by nothing
   std::unique_ptr<VCFCache> reader;  // opened by init(); engines have copies
@@ -33,11 +34,10 @@ struct VarCalParam {
   double max_mq = 0;                          // 0: MQ as it is
   int min_training_variants = 1000;           // fewer are warned of
   double std_thresh = 10.0;                   // standard deviations
-  double min_accept_lod = -2000.0;            // VQSLOD; for the plot file, without tranches
   double bad_lod_thresh = -5.0;               // log10 density under the good model
-  bool all_poly = false, consistent = false;  // accepted, without effect
+  bool all_poly = false, consistent = false;  // accepted, without effect, as are the last two
   int plot_sample_size = 1000, plot_simu_steps = 60;
-  double target_titv = 2.15;  // accepted, without effect
+  double min_accept_lod = -2000.0, target_titv = 2.15;
   MixtureOptions mixture;
 
   int positiveComponents() const;
@@ -65,13 +65,15 @@ class VarCal final : public Algo {
 
  private:
   void addOptions(OptionParser& parser);
+  void addResourceOptions(OptionParser& parser);
   void addModelOptions(OptionParser& parser);
   std::string usage() const;
   void settle(const std::vector<const char*>& positional);
-  void addResourceParam(const char* value);
-  std::unique_ptr<VCFCache> openVcf(const std::string& path) const;
+  void takeResourceParam(const char* value);
+  void openFiles();
   void openOnce(const std::string& path) const;
-  void writeResults(VarCalTraining& training) const;
+  void writeResults(VarCalTraining& training, const VariantData& data) const;
+  [[noreturn]] void refuse(const std::string& text) const;
 
   VarCalParam param_;
   std::string vcf_, tranches_file_, plot_file_, output_;
@@ -79,6 +81,6 @@ class VarCal final : public Algo {
   std::vector<std::string> aggregate_files_;
   std::unique_ptr<VCFCache> input_;
   std::vector<std::unique_ptr<VCFCache>> aggregates_;
-  ContigMap contig_numbers_;        // of the reference
-  std::vector<VariantDatum> data_;  // in genome order
+  ContigMap contig_numbers_;          // of the reference
+  std::vector<VariantBlock> blocks_;  // in genome order
 };

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 #include <string_view>
+#include <strings.h>
 #include <utility>
 
 #include "base/timer.h"
@@ -21,11 +22,16 @@ void fetch(VCFCache& reader, uint32_t from, int32_t to, VCFLine::Column last) {
   reader.requireColumn(last);
 }
 
+// By the FILTER of a resource's record.
+bool isTrusted(const char* filter) {
+  return strcmp(filter, ".") == 0 || strcasecmp(filter, "PASS") == 0;
+}
+
 void agree(const Resource& resource, VariantDatum& datum) {
-  datum.isKnown |= resource.known;
-  datum.atTrainingSite |= resource.training;
-  datum.atAntiTrainingSite |= resource.bad;
-  datum.isTruth |= resource.truth;
+  datum.isKnown = datum.isKnown || resource.known;
+  datum.atTrainingSite = datum.atTrainingSite || resource.training;
+  datum.atAntiTrainingSite = datum.atAntiTrainingSite || resource.bad;
+  datum.isTruth = datum.isTruth || resource.truth;
   datum.consensusCount += resource.consensus;
   datum.prior = std::max(datum.prior, resource.prior);
 }
@@ -33,8 +39,8 @@ void agree(const Resource& resource, VariantDatum& datum) {
 }  // namespace
 
 uint64_t VarCal::Result::memorySize() const {
-  const size_t values = data.empty() ? 0 : data.front().annotations.capacity() * sizeof(double);
-  return sizeof *this + data.size() * (sizeof(VariantDatum) + values);
+  return sizeof *this + block.data.capacity() * sizeof(VariantDatum) +
+         block.annotations.capacity() * sizeof(double);
 }
 
 VarCal::Engine::Engine(DriverContext* context, VarCal* algo)
@@ -62,22 +68,23 @@ void VarCal::Engine::startShard() {
 
 Algo::Result* VarCal::Engine::finishShard() {
   std::unique_ptr<Result> finished = std::exchange(result_, std::make_unique<Result>());
-  finished->data.shrink_to_fit();
+  finished->block.settle();
   return finished.release();
 }
 
 void VarCal::Engine::advance(uint32_t from, uint32_t to) {
   if (contig_ < 0) return;
-  std::vector<VariantDatum>& data = result_->data;
-  const size_t first = data.size();
+  const size_t first = result_->block.data.size();
+  candidates_.clear();
   is_indel_.clear();
   collect(*input_, from, to, false);
   for (const auto& aggregate : aggregates_) collect(*aggregate, from, to, true);
-  if (data.size() == first) return;
+  // Those of aggregate files stand behind those of the input at the same position.
+  std::stable_sort(candidates_.begin(), candidates_.end(),
+                   [](const Candidate& a, const Candidate& b) { return a.line->pos < b.line->pos; });
+  for (const Candidate& candidate : candidates_) take(candidate);
+  if (result_->block.data.size() == first) return;
   for (Source& source : sources_) consult(source, from, first);
-  // Aggregate data stand behind those of the input at the same position.
-  std::stable_sort(data.begin() + ptrdiff_t(first), data.end(),
-                   [](const VariantDatum& a, const VariantDatum& b) { return a.pos < b.pos; });
 }
 
 void VarCal::Engine::collect(VCFCache& reader, uint32_t from, uint32_t to, bool aggregate) {
@@ -85,58 +92,55 @@ void VarCal::Engine::collect(VCFCache& reader, uint32_t from, uint32_t to, bool 
   for (const VCFLine& line : reader.records()) {
     if (line.pos < int64_t(from)) continue;
     if (line.pos >= int64_t(to)) break;
-    take(line, aggregate);
+    candidates_.push_back({&line, aggregate});
   }
 }
 
-void VarCal::Engine::take(const VCFLine& line, bool aggregate) {
+void VarCal::Engine::take(const Candidate& candidate) {
+  const VCFLine& line = *candidate.line;
   const std::string_view ref = line.column(VCFLine::kRef), alt = line.column(VCFLine::kAlt);
   const VariantClass kind(ref, alt);
   if (!kind.belongsTo(param_.var_type)) return;
   if (!passesFilters(line.column(VCFLine::kFilter), param_.ignore_input_filters)) return;
-  VariantDatum datum;
+  VariantDatum& datum = result_->block.data.emplace_back();
   datum.isBiallelicSNP = kind.isBiallelicSNP;
   datum.isTransition = kind.isTransition;
-  datum.isAggregate = aggregate;
+  datum.isAggregate = candidate.is_aggregate;
   datum.qual = strtod(line.column(VCFLine::kQual), nullptr);
   datum.pos = line.pos;
   datum.length = int32_t(ref.size());
   datum.contig = contig_;
-  readAnnotations(line, datum);
-  result_->data.push_back(std::move(datum));
+  readAnnotations(line);
   is_indel_.push_back(kind.type & kIndelBit);
 }
 
 // A value that is no number, or beyond what a Float of a VCF can be, is missing.
-void VarCal::Engine::readAnnotations(const VCFLine& line, VariantDatum& datum) const {
-  datum.annotations.assign(param_.annotations.size(), std::numeric_limits<double>::quiet_NaN());
+void VarCal::Engine::readAnnotations(const VCFLine& line) {
+  std::vector<double>& all = result_->block.annotations;
+  const size_t count = param_.annotations.size(), first = all.size();
+  all.resize(first + count, std::numeric_limits<double>::quiet_NaN());
   VCFFieldCursor field(line, -1);
   while (field.next()) {
-    for (size_t i = 0; i < param_.annotations.size(); ++i) {
+    for (size_t i = 0; i < count; ++i) {
       if (!field.is(param_.annotations[i].c_str()) || field.valueLength == 0) continue;
       char* rest;
       const double value = strtod(field.value, &rest);
-      if (rest != field.value && std::abs(value) <= std::numeric_limits<float>::max())
-        datum.annotations[i] = value;
+      if (rest != field.value && std::abs(value) <= std::numeric_limits<float>::max()) all[first + i] = value;
     }
   }
 }
 
 void VarCal::Engine::consult(Source& source, uint32_t from, size_t first) {
-  std::vector<VariantDatum>& data = result_->data;
+  std::vector<VariantDatum>& data = result_->block.data;
   int64_t end = from;
   for (size_t i = first; i < data.size(); ++i) end = std::max(end, data[i].end());
   fetch(*source.reader, from, int32_t(std::min<int64_t>(end, INT32_MAX)), VCFLine::kFilter);
   const std::span<const VCFLine> records = source.reader->records();
   size_t next = 0;
-  std::vector<const VCFLine*>
-      reaching;  // of the records before `next`, those that end behind the datum's start
+  // Of the records before `next`, those that end behind the datum's start.
+  std::vector<const VCFLine*> reaching;
   for (size_t i = first; i < data.size(); ++i) {
     VariantDatum& datum = data[i];
-    if (i > first && datum.pos < data[i - 1].pos) {  // another file begins
-      next = 0;
-      reaching.clear();
-    }
     std::erase_if(reaching, [&datum](const VCFLine* record) { return record->end <= datum.pos; });
     for (; next < records.size() && records[next].pos < datum.end(); ++next)
       if (records[next].end > datum.pos) reaching.push_back(&records[next]);
@@ -145,7 +149,7 @@ void VarCal::Engine::consult(Source& source, uint32_t from, size_t first) {
       if (record.pos >= datum.end() || strcmp(record.column(VCFLine::kAlt), ".") == 0) continue;
       const VariantClass kind(record.column(VCFLine::kRef), record.column(VCFLine::kAlt));
       if (kind.type == 0 || bool(kind.type & kIndelBit) != is_indel_[i - first]) continue;
-      if (passesFilters(record.column(VCFLine::kFilter), {})) agree(*source.resource, datum);
+      if (isTrusted(record.column(VCFLine::kFilter))) agree(*source.resource, datum);
     }
   }
 }

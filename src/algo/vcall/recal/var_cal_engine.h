@@ -9,7 +9,7 @@
 
 class VarCal::Result final : public Algo::Result {
  public:
-  std::vector<VariantDatum> data;
+  VariantBlock block;
   uint64_t memorySize() const override;
 };
 
@@ -28,12 +28,17 @@ class VarCal::Engine final : public Algo::Engine {
     std::unique_ptr<VCFCache> reader;
   };
 
-  // Appends the variants of `reader` that begin in the shard's part [from, to).
+  struct Candidate {
+    const VCFLine* line;
+    bool is_aggregate;
+  };
+
+  // Appends the records of `reader` that begin in the shard's part [from, to) to the candidates.
   void collect(VCFCache& reader, uint32_t from, uint32_t to, bool aggregate);
-  // Appends the record unless its type or a filter keeps it out.
-  void take(const VCFLine& line, bool aggregate);
-  void readAnnotations(const VCFLine& line, VariantDatum& datum) const;
-  // Takes in what the resource says of the data from `first` on, which are sorted by position in each input file.
+  // Makes a datum of the record unless its type or a filter keeps it out.
+  void take(const Candidate& candidate);
+  void readAnnotations(const VCFLine& line);
+  // Takes in what the resource says of the data from `first` on, which are sorted by position.
   void consult(Source& source, uint32_t from, size_t first);
 
   const VarCalParam& param_;
@@ -41,6 +46,8 @@ class VarCal::Engine final : public Algo::Engine {
   std::vector<std::unique_ptr<VCFCache>> aggregates_;
   std::vector<Source> sources_;
   int32_t contig_ = -1;
-  std::vector<bool> is_indel_;  // by datum of the step
+  // Of the step.
+  std::vector<Candidate> candidates_;
+  std::vector<bool> is_indel_;  // by datum
   std::unique_ptr<Result> result_;
 };

@@ -36,12 +36,12 @@ struct Moments {
 
 // Of the annotation's values, over the data that `counts` takes and that have one.
 template <typename Counts>
-Moments momentsOf(const std::vector<VariantDatum>& data, size_t annotation, const Counts& counts) {
+Moments momentsOf(const VariantData& data, size_t annotation, const Counts& counts) {
   double sum = 0, squares = 0;
   size_t n = 0;
   const auto each = [&](const auto& take) {
-    for (const VariantDatum& datum : data)
-      if (counts(datum) && !datum.isMissing(annotation)) take(datum.annotations[annotation]);
+    for (const VariantDatum* datum : data)
+      if (counts(*datum) && !datum->isMissing(annotation)) take(datum->annotations[annotation]);
   };
   each([&](double x) { sum += x, ++n; });
   if (n == 0) return {};
@@ -50,9 +50,23 @@ Moments momentsOf(const std::vector<VariantDatum>& data, size_t annotation, cons
   return {mean, std::sqrt(squares / double(n))};
 }
 
+// Throws unless the training data say something of the annotation.
+void requireMoments(const Moments& moments, const char* annotation, const char* model) {
+  if (!std::isfinite(moments.mean))
+    throw std::runtime_error(
+        format("There is no training data for annotation %s for var_type %s. Please "
+               "remove %s from annotations\n",
+               annotation, model, annotation));
+  if (!(moments.deviation >= kLeastDeviation))
+    throw std::runtime_error(
+        format("Training data is constant for annotation %s for var_tpe %s. Please "
+               "remove %s from annotations\n",
+               annotation, model, annotation));
+}
+
 }  // namespace
 
-VarCalTraining::VarCalTraining(const VarCalParam& param, std::vector<VariantDatum>& data, thread_coop* pool)
+VarCalTraining::VarCalTraining(const VarCalParam& param, const VariantData& data, thread_coop* pool)
     : param_(param), data_(data), annotations_(param.annotations), random_(param.srand), pool_(pool) {}
 
 bool VarCalTraining::recalibrate() {
@@ -65,7 +79,7 @@ bool VarCalTraining::recalibrate() {
   normalizeData();
   reorderAnnotations();
 
-  const std::vector<Datum*> positive = positiveSet();
+  VariantData positive = positiveSet();
   const bool few = positive.size() < size_t(std::max(param_.min_training_variants, 0));
   fprintf(stderr, "positive training data size %lu%s\n", (unsigned long)positive.size(),
           few ? " (Warning: too few training variants sites!)" : "");
@@ -74,41 +88,38 @@ bool VarCalTraining::recalibrate() {
     return false;
   }
 
-  good_ = trainModel("vqsr::trainGoodModel", param_.positiveComponents(), positive);
+  good_ = trainModel("vqsr::trainGoodModel", param_.positiveComponents(), std::move(positive));
   if (failed_) return false;
-  std::vector<Datum*> all;
-  all.reserve(data_.size());
-  for (VariantDatum& datum : data_) all.push_back(&datum);
-  const std::vector<double> good = good_->evaluateData(all);
-  for (size_t i = 0; i < data_.size(); ++i) data_[i].lod = good[i];
+  good_->evaluateData(data_, false);
 
-  const std::vector<Datum*> negative = negativeSet();
+  VariantData negative = negativeSet();
   fprintf(stderr, "negative training data size %lu\n", (unsigned long)negative.size());
-  bad_ = trainModel("vqsr::trainBadModel", param_.negativeComponents(), negative);
+  bad_ = trainModel("vqsr::trainBadModel", param_.negativeComponents(), std::move(negative));
   if (failed_) return false;
-  computeLod(bad_->evaluateData(all));
+  bad_->evaluateData(data_, true);
+  computeLod();
   return true;
 }
 
 std::unique_ptr<GaussianMixtureModel> VarCalTraining::trainModel(const char* timer_name, int components,
-                                                                 const std::vector<Datum*>& data) {
+                                                                 VariantData data) {
   TimerScope scope(timer(timer_name));
   auto model = std::make_unique<GaussianMixtureModel>(size_t(components), annotations_.size(), param_.mixture,
                                                       &random_, pool_);
-  model->train(data);
+  model->train(std::move(data));
   failed_ = !model->converged();
   return model;
 }
 
-// From the density of the good model, in lod, and that of the bad one.
-void VarCalTraining::computeLod(const std::vector<double>& bad) {
+// From the difference of the densities.
+void VarCalTraining::computeLod() {
   static Timer* const culprit_timer = timer("findCulprit");
   TimerScope scope(culprit_timer);
   inChunks(pool_, data_.size(), kChunk, [&](size_t first, size_t last) {
     for (size_t i = first; i < last; ++i) {
-      const double lod = data_[i].lod - bad[i];
-      data_[i].lod = std::isnan(lod) ? -kLargestLod : std::clamp(lod, -kLargestLod, kLargestLod);
-      data_[i].culprit = findCulprit(data_[i], *good_, *bad_);
+      VariantDatum& datum = *data_[i];
+      datum.lod = std::isnan(datum.lod) ? -kLargestLod : std::clamp(datum.lod, -kLargestLod, kLargestLod);
+      datum.culprit = int8_t(findCulprit(datum, annotations_.size(), *good_, *bad_));
     }
   });
 }
@@ -122,8 +133,8 @@ void VarCalTraining::logitMQ() {
   const double limit = param_.max_mq;
   const double center = std::log((kMQOffset + limit) / (kMQOffset + limit - limit));
   double largest = 0;
-  for (VariantDatum& datum : data_) {
-    double& value = datum.annotations[index];
+  for (VariantDatum* datum : data_) {
+    double& value = datum->annotations[index];
     if (std::isnan(value)) continue;
     if (!(limit > 0)) {
       if (std::abs(value) < kMQOffset) value += kMQJitter * random_.nextGaussian();
@@ -144,16 +155,17 @@ void VarCalTraining::logitMQ() {
 void VarCalTraining::dither() {
   for (size_t i = 0; i < annotations_.size(); ++i) {
     if (!isDithered(annotations_[i])) continue;
-    for (VariantDatum& datum : data_)
-      if (double& value = datum.annotations[i]; !std::isnan(value)) value += kDither * random_.nextGaussian();
+    for (VariantDatum* datum : data_)
+      if (double& value = datum->annotations[i]; !std::isnan(value))
+        value += kDither * random_.nextGaussian();
   }
 }
 
 void VarCalTraining::findMissing() {
-  for (VariantDatum& datum : data_) {
-    datum.missing = 0;
+  for (VariantDatum* datum : data_) {
+    datum->missing = 0;
     for (size_t i = 0; i < annotations_.size(); ++i)
-      datum.missing |= uint64_t{std::isnan(datum.annotations[i])} << i;
+      datum->missing |= uint64_t{std::isnan(datum->annotations[i])} << i;
   }
 }
 
@@ -161,30 +173,21 @@ void VarCalTraining::findMissing() {
 void VarCalTraining::normalizeData() {
   static Timer* const normalize_timer = timer("vqsr::normalizeData");
   TimerScope scope(normalize_timer);
+  std::vector<Moments> moments;
   for (size_t i = 0; i < annotations_.size(); ++i) {
-    const char* const annotation = annotations_[i].c_str();
-    const Moments moments =
-        momentsOf(data_, i, [](const VariantDatum& datum) { return datum.atTrainingSite; });
-    fprintf(stderr, "an[%d] %s: mean = %f sigma = %f\n", int(i), annotation, moments.mean, moments.deviation);
-    if (!std::isfinite(moments.mean))
-      throw std::runtime_error(
-          format("There is no training data for annotation %s for var_type %s. Please "
-                 "remove %s from annotations\n",
-                 annotation, kModelNames[param_.var_type], annotation));
-    if (!(moments.deviation >= kLeastDeviation))
-      throw std::runtime_error(
-          format("Training data is constant for annotation %s for var_tpe %s. Please "
-                 "remove %s from annotations\n",
-                 annotation, kModelNames[param_.var_type], annotation));
-    for (VariantDatum& datum : data_) {
-      double& value = datum.annotations[i];
-      value = datum.isMissing(i) ? kMissingSpread * random_.nextGaussian()
-                                 : (value - moments.mean) / moments.deviation;
-    }
+    moments.push_back(momentsOf(data_, i, [](const VariantDatum& datum) { return datum.atTrainingSite; }));
+    fprintf(stderr, "an[%d] %s: mean = %f sigma = %f\n", int(i), annotations_[i].c_str(), moments[i].mean,
+            moments[i].deviation);
   }
-  for (VariantDatum& datum : data_)
-    datum.isOutlier = std::any_of(datum.annotations.begin(), datum.annotations.end(),
-                                  [this](double x) { return std::abs(x) > param_.std_thresh; });
+  for (size_t i = 0; i < annotations_.size(); ++i)
+    requireMoments(moments[i], annotations_[i].c_str(), kModelNames[param_.var_type]);
+  for (size_t i = 0; i < annotations_.size(); ++i)
+    for (VariantDatum* datum : data_) {
+      double& value = datum->annotations[i];
+      value = datum->isMissing(i) ? kMissingSpread * random_.nextGaussian()
+                                  : (value - moments[i].mean) / moments[i].deviation;
+      datum->isOutlier = datum->isOutlier || std::abs(value) > param_.std_thresh;
+    }
 }
 
 // Those that spread most over all data come first.
@@ -209,34 +212,35 @@ void VarCalTraining::reorderAnnotations() {
   fprintf(stderr, "%s\n", text.c_str());
   annotations_ = std::move(names);
   std::vector<double> values(count);
-  for (VariantDatum& datum : data_) {
+  for (VariantDatum* datum : data_) {
     uint64_t missing = 0;
     for (size_t i = 0; i < count; ++i) {
-      values[i] = datum.annotations[order[i]];
-      missing |= uint64_t{datum.isMissing(order[i])} << i;
+      values[i] = datum->annotations[order[i]];
+      missing |= uint64_t{datum->isMissing(order[i])} << i;
     }
-    std::copy(values.begin(), values.end(), datum.annotations.begin());
-    datum.missing = missing;
+    std::copy(values.begin(), values.end(), datum->annotations);
+    datum->missing = missing;
   }
 }
 
 // ---- sets ----
 
-std::vector<Datum*> VarCalTraining::positiveSet() {
-  std::vector<Datum*> set;
-  for (VariantDatum& datum : data_)
-    if (datum.atTrainingSite && !datum.isOutlier) set.push_back(&datum);
+VariantData VarCalTraining::positiveSet() const {
+  const auto belongs = [](const VariantDatum* datum) { return datum->atTrainingSite && !datum->isOutlier; };
+  VariantData set(size_t(std::count_if(data_.begin(), data_.end(), belongs)));
+  std::copy_if(data_.begin(), data_.end(), set.begin(), belongs);
   return set;
 }
 
 // What the good model finds unlikely, and what resources call bad.
-std::vector<Datum*> VarCalTraining::negativeSet() {
-  std::vector<Datum*> set;
-  for (VariantDatum& datum : data_) {
-    const bool named = !datum.isAggregate && datum.atAntiTrainingSite;
-    const bool unlikely = !datum.isOutlier && std::isfinite(datum.lod) && datum.lod < param_.bad_lod_thresh;
-    datum.atAntiTrainingSite = datum.atAntiTrainingSite || unlikely;
-    if (named || unlikely) set.push_back(&datum);
+VariantData VarCalTraining::negativeSet() {
+  VariantData set;
+  for (VariantDatum* datum : data_) {
+    const bool named = !datum->isAggregate && datum->atAntiTrainingSite;
+    const bool unlikely =
+        !datum->isOutlier && std::isfinite(datum->lod) && datum->lod < param_.bad_lod_thresh;
+    datum->atAntiTrainingSite = datum->atAntiTrainingSite || unlikely;
+    if (named || unlikely) set.push_back(datum);
   }
   return set;
 }

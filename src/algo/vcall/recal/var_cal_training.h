@@ -16,7 +16,7 @@
 class VarCalTraining {
  public:
   // Parameters, data and pool outlive the training; the pool may be null.
-  VarCalTraining(const VarCalParam& param, std::vector<VariantDatum>& data, thread_coop* pool);
+  VarCalTraining(const VarCalParam& param, const VariantData& data, thread_coop* pool);
 
   // Sets lod and culprit of all data, and makes their annotations normalised, in training order. Once only. False, with a
   // message, when there are no training data, and when a model failed.
@@ -36,14 +36,13 @@ class VarCalTraining {
   void findMissing();
   void normalizeData();
   void reorderAnnotations();
-  std::unique_ptr<GaussianMixtureModel> trainModel(const char* timer_name, int components,
-                                                   const std::vector<Datum*>& data);
-  void computeLod(const std::vector<double>& bad);
-  std::vector<Datum*> positiveSet();
-  std::vector<Datum*> negativeSet();
+  std::unique_ptr<GaussianMixtureModel> trainModel(const char* timer_name, int components, VariantData data);
+  void computeLod();
+  VariantData positiveSet() const;
+  VariantData negativeSet();
 
   const VarCalParam& param_;
-  std::vector<VariantDatum>& data_;
+  const VariantData& data_;
   std::vector<std::string> annotations_;
   JavaUtil::Random random_;
   thread_coop* pool_;

@@ -31,6 +31,13 @@ bool isTransitionPair(char a, char b) {
 
 }  // namespace
 
+void VariantBlock::settle() {
+  data.shrink_to_fit();
+  annotations.shrink_to_fit();
+  const size_t each = data.empty() ? 0 : annotations.size() / data.size();
+  for (size_t i = 0; i < data.size(); ++i) data[i].annotations = annotations.data() + i * each;
+}
+
 VariantClass::VariantClass(std::string_view ref, std::string_view alt) {
   forPieces(alt, ',', [&](std::string_view word) {
     if (word.empty() || word == ".") return;

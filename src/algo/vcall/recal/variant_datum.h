@@ -1,6 +1,6 @@
 // variant_datum.h - what recalibration knows of one variant.
 // Coords   zero-based.
-// Threads  plain values. Cost: at most 200 bytes with six annotations.
+// Threads  plain values.
 #pragma once
 
 #include <cstdint>
@@ -13,29 +13,44 @@ struct Datum {
   virtual ~Datum() = default;
   virtual bool isMissing(size_t annotation) const = 0;
 
-  std::vector<double> annotations;  // in training order once normalised
+  double* annotations = nullptr;  // not owned, as many as the run has; in training order once normalised
 };
 
 struct VariantDatum final : Datum {
   bool isMissing(size_t annotation) const override { return missing >> annotation & 1; }
 
-  double lod = 0;        // log10 odds of the models, VQSLOD
-  double prior = 0;      // the largest of the resources' at the site
-  int32_t culprit = -1;  // index of the annotation that speaks most against it, -1 for none
-  uint64_t missing = 0;  // a bit per annotation
-  bool isKnown = false, isTruth = false;
-  bool atTrainingSite = false, atAntiTrainingSite = false;
-  bool isTransition = false, isBiallelicSNP = false;
-  bool isOutlier = false, isAggregate = false;
-  uint32_t consensusCount = 0;
+  double lod = 0;    // log10 odds of the models, VQSLOD
+  double prior = 0;  // the largest of the resources' at the site
   double qual = 0;
+  uint64_t missing = 0;  // a bit per annotation
+  uint32_t consensusCount = 0;
   int32_t pos = 0, length = 0;  // POS, and the bases of REF
   int32_t contig = -1;          // index in the reference, -1 unknown
+  int8_t culprit = -1;          // index of the annotation that speaks most against it, -1 for none
+  bool isKnown : 1 = false, isTruth : 1 = false;
+  bool atTrainingSite : 1 = false, atAntiTrainingSite : 1 = false;
+  bool isTransition : 1 = false, isBiallelicSNP : 1 = false;
+  bool isOutlier : 1 = false, isAggregate : 1 = false;
 
   int64_t end() const { return int64_t{pos} + length; }  // behind the last base of REF
 };
 
+static_assert(sizeof(VariantDatum) == 72);  // there are millions
+
 inline constexpr size_t kMaxAnnotations = 64;
+
+// The data of a run, in genome order; not owned.
+using VariantData = std::vector<VariantDatum*>;
+
+// The data of a stretch of the genome, and their annotations in one piece. Cost: 72 bytes per datum, and 8 per
+// annotation.
+struct VariantBlock {
+  std::vector<VariantDatum> data;
+  std::vector<double> annotations;  // datum by datum
+
+  // When both are complete: frees what is spare, and gives each datum its annotations.
+  void settle();
+};
 
 // The kinds of variants, by index of the model table: "NON_VARIANT", "SNP", "INDEL", "BOTH", "MNP".
 inline constexpr const char* kModelNames[] = {"NON_VARIANT", "SNP", "INDEL", "BOTH", "MNP"};

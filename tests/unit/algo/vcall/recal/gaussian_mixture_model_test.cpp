@@ -6,15 +6,11 @@
 #include <gtest/gtest.h>
 #include <limits>
 
+#include "variant_data.h"
+
 namespace {
 
 constexpr double kNear = 1e-9;
-
-std::vector<Datum*> pointersTo(std::vector<VariantDatum>& data) {
-  std::vector<Datum*> all;
-  for (VariantDatum& datum : data) all.push_back(&datum);
-  return all;
-}
 
 // Every number of a trained model.
 std::vector<double> numbersOf(GaussianMixtureModel& model) {
@@ -33,10 +29,9 @@ class OneStep : public testing::Test {
   static constexpr size_t kDimensions = 3;
 
   void SetUp() override {
-    for (size_t i = 0; i < data_.size(); ++i)
+    for (size_t i = 0; i < data_.data.size(); ++i)
       for (size_t d = 0; d < kDimensions; ++d)
-        data_[i].annotations.push_back(2 * std::sin(1 + double((i + 1) * (d + 1)) * 0.7) +
-                                       (i % 3 == 0 ? 2 : 0));
+        data_.add({2 * std::sin(1 + double((i + 1) * (d + 1)) * 0.7) + (i % 3 == 0 ? 2 : 0)});
   }
 
   static MixtureOptions options(int mode) {
@@ -65,7 +60,7 @@ class OneStep : public testing::Test {
     }
   }
 
-  static void fit(GaussianMixtureModel& model, const std::vector<Datum*>& all) {
+  static void fit(GaussianMixtureModel& model, const VariantData& all) {
     start(model);
     model.load(all);
     model.eStep();
@@ -74,12 +69,12 @@ class OneStep : public testing::Test {
     model.finalWeights();
   }
 
-  std::vector<VariantDatum> data_ = std::vector<VariantDatum>(90);
+  VariantSet data_{90};
   JavaUtil::Random random_{1};
 };
 
 TEST_F(OneStep, IsThatOfTheFormulas) {
-  const std::vector<Datum*> all = pointersTo(data_);
+  const VariantData all = data_.all();
   GaussianMixtureModel model(2, kDimensions, options(0), &random_, nullptr);
   start(model);
   model.load(all);
@@ -103,22 +98,27 @@ TEST_F(OneStep, IsThatOfTheFormulas) {
 }
 
 TEST_F(OneStep, DensitiesAreThoseOfTheFormulas) {
-  const std::vector<Datum*> all = pointersTo(data_);
+  const VariantData all = data_.all();
   GaussianMixtureModel model(2, kDimensions, options(0), &random_, nullptr);
   fit(model, all);
-  EXPECT_NEAR(model.evaluateDatum(data_[0].annotations), -2.17397447826, kNear);
-  EXPECT_NEAR(model.evaluateDatum(data_[1].annotations), -2.24417720491, kNear);
+  EXPECT_NEAR(model.evaluateDatum({data_[0].annotations, kDimensions}), -2.17397447826, kNear);
+  EXPECT_NEAR(model.evaluateDatum({data_[1].annotations, kDimensions}), -2.24417720491, kNear);
   const double by_dimension[] = {-0.701065765773, -0.833208235358, -1.10835599458};
   for (size_t d = 0; d < kDimensions; ++d)
     EXPECT_NEAR(model.evaluateDatumInOneDimension(data_[1], d), by_dimension[d], kNear);
-  const std::vector<double> values = model.evaluateData({&data_[0], &data_[1], &data_[45]});
-  EXPECT_NEAR(values[0], -2.17397447826, kNear);
-  EXPECT_NEAR(values[1], -2.24417720491, kNear);
-  EXPECT_NEAR(values[2], -2.13972825547, kNear);
+  model.evaluateData(all, false);
+  const double densities[] = {data_[0].lod, data_[1].lod, data_[45].lod};
+  EXPECT_NEAR(densities[0], -2.17397447826, kNear);
+  EXPECT_NEAR(densities[1], -2.24417720491, kNear);
+  EXPECT_NEAR(densities[2], -2.13972825547, kNear);
+  data_[45].lod = 1;
+  model.evaluateData(all, true);
+  EXPECT_EQ(data_[0].lod, 0);
+  EXPECT_EQ(data_[45].lod, 1 - densities[2]);
 }
 
 TEST_F(OneStep, WhatIsMissingIsDrawn) {
-  const std::vector<Datum*> all = pointersTo(data_);
+  const VariantData all = data_.all();
   VariantDatum partial = data_[1];
   partial.missing = 0b101;
   const double expected[] = {-2.07304288203, -2.29189215078};
@@ -126,41 +126,43 @@ TEST_F(OneStep, WhatIsMissingIsDrawn) {
     JavaUtil::Random random(5 + mode);
     GaussianMixtureModel model(2, kDimensions, options(mode), &random, nullptr);
     fit(model, all);
-    EXPECT_NEAR(model.evaluateData({&partial})[0], expected[mode], kNear) << mode;
+    model.evaluateData({&partial}, false);
+    EXPECT_NEAR(partial.lod, expected[mode], kNear) << mode;
   }
   MixtureOptions without = options(0);
   without.iter_for_marginal = 0;
   GaussianMixtureModel model(2, kDimensions, without, &random_, nullptr);
   fit(model, all);
-  EXPECT_TRUE(std::isnan(model.evaluateData({&partial})[0]));
+  model.evaluateData({&partial}, false);
+  EXPECT_TRUE(std::isnan(partial.lod));
   EXPECT_TRUE(std::isnan(model.evaluateDatumInOneDimension(partial, 0)));
   partial.missing = 0b111;
-  EXPECT_EQ(findCulprit(partial, model, model), -1);
+  EXPECT_EQ(findCulprit(partial, kDimensions, model, model), -1);
   partial.missing = 0b001;
-  EXPECT_EQ(findCulprit(partial, model, model), 1) << "the first of equal ones that are there";
+  EXPECT_EQ(findCulprit(partial, kDimensions, model, model), 1) << "the first of equal ones that are there";
 }
 
 // Three clouds of known weight, mean and deviation; a fifth of the values of some data are missing.
-std::vector<VariantDatum> clouds(size_t count) {
+VariantSet clouds(size_t count) {
   JavaUtil::Random draw(3);
   const double weights[] = {0.5, 0.3, 0.2};
-  std::vector<VariantDatum> data(count);
-  for (VariantDatum& datum : data) {
+  VariantSet data(count);
+  for (VariantDatum& datum : data.data) {
     double u = draw.nextDouble();
     int cloud = 0;
     while (cloud < 2 && u > weights[cloud]) u -= weights[cloud++];
     for (int d = 0; d < 4; ++d)
-      datum.annotations.push_back(3.0 * cloud * (d % 2 ? -1 : 1) + (0.5 + 0.1 * d) * draw.nextGaussian());
+      data.add({3.0 * cloud * (d % 2 ? -1 : 1) + (0.5 + 0.1 * d) * draw.nextGaussian()});
     if (draw.nextDouble() < 0.2) datum.missing = 1;
   }
   return data;
 }
 
 TEST(GaussianMixtureModel, FindsTheCloudsThatDataAreDrawnFrom) {
-  std::vector<VariantDatum> data = clouds(20000);
+  VariantSet data = clouds(20000);
   JavaUtil::Random random(47382911);
   GaussianMixtureModel model(3, 4, {}, &random, nullptr);
-  model.train(pointersTo(data));
+  model.train(data.all());
   ASSERT_TRUE(model.converged());
   std::sort(model.gaussians().begin(), model.gaussians().end(),
             [](const auto& a, const auto& b) { return a.mu[0] < b.mu[0]; });
@@ -178,15 +180,16 @@ TEST(GaussianMixtureModel, FindsTheCloudsThatDataAreDrawnFrom) {
 TEST(GaussianMixtureModel, ThreadsChangeNothing) {
   std::vector<double> numbers[2], values[2];
   for (int threads : {0, 4}) {
-    std::vector<VariantDatum> data = clouds(5000);
+    VariantSet data = clouds(5000);
     JavaUtil::Random random(9);
     MixtureOptions options;
     options.partsize = 300;
     thread_coop pool;
     GaussianMixtureModel model(5, 4, options, &random, threads > 0 ? &pool : nullptr);
     const auto work = [&] {
-      model.train(pointersTo(data));
-      values[threads > 0] = model.evaluateData(pointersTo(data));
+      model.train(data.all());
+      model.evaluateData(data.all(), false);
+      for (const VariantDatum& datum : data.data) values[threads > 0].push_back(datum.lod);
     };
     for (int i = 1; i < threads; ++i) pool.addWorker([] {});
     threads > 0 ? pool.addWorker(work) : work();
@@ -199,31 +202,31 @@ TEST(GaussianMixtureModel, ThreadsChangeNothing) {
 
 TEST(GaussianMixtureModel, FewOrDegenerateDataStillMakeAModel) {
   for (size_t count : {1, 2, 10}) {
-    std::vector<VariantDatum> data(count);
-    for (VariantDatum& datum : data) datum.annotations = {0.5, 0.5, -1};
+    VariantSet data(count);
+    for (size_t i = 0; i < count; ++i) data.add({0.5, 0.5, -1});
     JavaUtil::Random random(2);
     GaussianMixtureModel model(8, 3, {}, &random, nullptr);
-    model.train(pointersTo(data));
+    model.train(data.all());
     EXPECT_TRUE(model.converged()) << count;
     data[0].missing = 0b111;
-    EXPECT_TRUE(std::isfinite(model.evaluateData(pointersTo(data))[0])) << count;
+    model.evaluateData(data.all(), false);
+    EXPECT_TRUE(std::isfinite(data[0].lod)) << count;
   }
 }
 
 TEST(GaussianMixtureModel, NoDataAndOverflowEndWithoutAModel) {
-  std::vector<VariantDatum> data(3);
-  for (VariantDatum& datum : data) datum.annotations = {1e200, 1};
-  data[1].annotations[0] = -1e200;
+  VariantSet data(3);
+  for (double x : {1e200, -1e200, 1e200}) data.add({x, 1});
   JavaUtil::Random random(2);
   GaussianMixtureModel empty(2, 2, {}, &random, nullptr), overflowing(2, 2, {}, &random, nullptr);
   empty.train({});
   EXPECT_FALSE(empty.converged());
-  overflowing.train(pointersTo(data));
+  overflowing.train(data.all());
   EXPECT_FALSE(overflowing.converged());
 }
 
 TEST(GaussianMixtureModel, RunsTheLeastNumberOfRounds) {
-  std::vector<VariantDatum> data = clouds(500);
+  VariantSet data = clouds(500);
   for (const auto& [max_iter, min_iter, rounds] :
        {std::tuple{150, 2, 2}, {150, 5, 5}, {1, 2, 1}, {0, 2, 0}}) {
     JavaUtil::Random random(2);
@@ -233,7 +236,7 @@ TEST(GaussianMixtureModel, RunsTheLeastNumberOfRounds) {
     options.prob_tol = 1;
     GaussianMixtureModel model(2, 4, options, &random, nullptr);
     testing::internal::CaptureStderr();
-    model.train(pointersTo(data));
+    model.train(data.all());
     const std::string told = testing::internal::GetCapturedStderr();
     EXPECT_THAT(told, testing::HasSubstr("Model after random init\nhp_a = 20.000000, hp_b = 1.000000"));
     EXPECT_THAT(told, testing::HasSubstr("Model after EM\n"));

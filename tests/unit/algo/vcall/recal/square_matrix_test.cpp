@@ -67,7 +67,8 @@ TEST(Digamma, IsThatOfTheTables) {
   EXPECT_NEAR(digamma(0.5), -1.96351002602142, 1e-13);
   EXPECT_NEAR(digamma(7), 1.87278433509847, 1e-13);
   EXPECT_NEAR(digamma(1e6), 13.8155100579642, 1e-12);
-  EXPECT_TRUE(std::isnan(digamma(0)));
+  EXPECT_NEAR(digamma(-0.5), 0.03648997397857652, 1e-13);
+  for (double pole : {0, -3}) EXPECT_TRUE(std::isnan(digamma(pole)));
 }
 
 }  // namespace

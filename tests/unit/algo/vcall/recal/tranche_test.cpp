@@ -9,15 +9,17 @@
 #include <sstream>
 #include <unistd.h>
 
+#include "variant_data.h"
+
 namespace {
 
 using testing::ElementsAre;
 
-std::vector<VariantDatum> randomData(size_t count, double truth_share) {
+VariantSet randomData(size_t count, double truth_share) {
   std::mt19937 draw(5);
   const auto chance = [&](double p) { return std::uniform_real_distribution<>()(draw) < p; };
-  std::vector<VariantDatum> data(count);
-  for (VariantDatum& datum : data) {
+  VariantSet data(count);
+  for (VariantDatum& datum : data.data) {
     datum.isTruth = chance(truth_share);
     datum.isKnown = chance(0.4);
     datum.isBiallelicSNP = chance(0.8);
@@ -31,15 +33,15 @@ std::vector<VariantDatum> randomData(size_t count, double truth_share) {
 
 // A cut at `target` stands at the variant behind the last truth site that may be lost, in ascending order.
 TEST(Tranche, AgreesWithAPlainRecount) {
-  const std::vector<VariantDatum> data = randomData(5000, 0.2);
+  VariantSet data = randomData(5000, 0.2);
   std::vector<const VariantDatum*> order;
-  for (const VariantDatum& datum : data)
+  for (const VariantDatum& datum : data.data)
     if (!datum.isAggregate) order.push_back(&datum);
   std::stable_sort(order.begin(), order.end(), [](auto* a, auto* b) { return a->lod < b->lod; });
   const auto total = std::count_if(order.begin(), order.end(), [](auto* d) { return d->isTruth; });
 
   const std::vector<double> targets = {100, 99.9, 99, 90, 50.5};
-  const std::vector<Tranche> tranches = createTranches(data, targets, kBothModel);
+  const std::vector<Tranche> tranches = createTranches(data.all(), targets, kBothModel);
   ASSERT_EQ(tranches.size(), targets.size());
   for (size_t i = 0; i < targets.size(); ++i) {
     const auto lost = std::ceil(double(total) * (100 - targets[i]) / 100 - 1e-9);
@@ -66,7 +68,7 @@ TEST(Tranche, AgreesWithAPlainRecount) {
 }
 
 TEST(Tranche, NeedsTruthAndTargetsInPercent) {
-  EXPECT_TRUE(createTranches(randomData(50, 0), kDefaultTargets, kSNPModel).empty());
+  EXPECT_TRUE(createTranches(randomData(50, 0).all(), kDefaultTargets, kSNPModel).empty());
   EXPECT_TRUE(createTranches({}, kDefaultTargets, kSNPModel).empty());
   for (double target : {-0.1, 100.1, std::nan("")})
     EXPECT_THROW(createTranches({}, {target}, kSNPModel), std::invalid_argument);
@@ -85,7 +87,7 @@ TEST(Tranche, FileHoldsThemAscendingAndGivesThemDescending) {
             "accessibleTruthSites,callsAtTruthSites,truthSensitivity\n"
             "90.00,10,20,2.0000,1.2500,2.5000,VQSRTrancheINDEL0.00to90.00,INDEL,8,7,0.8750\n"
             "100.00,11,22,0.0000,0.0000,-3.0000,VQSRTrancheINDEL90.00to100.00,INDEL,0,0,0.0000\n");
-  const std::vector<Tranche> read = readTranches("Algo", path);
+  const std::vector<Tranche> read = readTranches(path);
   ASSERT_EQ(read.size(), 2u);
   EXPECT_EQ(read[0].name + " " + read[1].name, "VQSRTrancheINDEL90.00to100.00 VQSRTrancheINDEL0.00to90.00");
   EXPECT_EQ(read[1].minVQSLod, 2.5);
