@@ -71,6 +71,8 @@ class VCFCache {
   // of more than `room` bytes.
   int64_t readLine(char* text, uint32_t room);
   // Cuts the `size` bytes of a line as readLine() gives them.
+  // Shows the beginning of the line, which the message has no place for, and throws `fault` with the path.
+  [[noreturn]] void failLine(const char* fault, const char* text, int64_t size) const;
   void parseLine(char* text, int64_t size, VCFLine& record) const;
 
   std::string path_;

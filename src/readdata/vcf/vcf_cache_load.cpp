@@ -1,9 +1,17 @@
 // Reading on: from the chunks of the index to the first record of a region, from there line by line.
 #include <algorithm>
+#include <cctype>
+#include <cstdio>
 #include <memory>
 #include <stdexcept>
 
 #include "readdata/vcf/vcf_cache.h"
+
+namespace {
+
+constexpr int64_t kShownBytes = 60;  // of a line that is told of
+
+}  // namespace
 
 struct VCFCache::Load {
   int32_t from, to;  // still to be read; behind the first record `from` is the position of the last one
@@ -34,13 +42,21 @@ int64_t VCFCache::readLine(char* text, uint32_t room) {
   return kNoRoom;
 }
 
+void VCFCache::failLine(const char* fault, const char* text, int64_t size) const {
+  std::string shown(text, static_cast<size_t>(std::min<int64_t>(size, kShownBytes)));
+  for (char& c : shown)
+    if (!isprint(static_cast<unsigned char>(c))) c = ' ';  // NULs were tabs
+  fprintf(stderr, "In vcf file %s the line: %s\n", path_.c_str(), shown.c_str());
+  throw std::runtime_error(fault + path_);
+}
+
 void VCFCache::parseLine(char* text, int64_t size, VCFLine& record) const {
   text[size - 1] = 0;
   switch (record.parse(text, static_cast<uint32_t>(size - 1))) {
     case VCFLine::kOk:
       return;
     case VCFLine::kBad:
-      throw std::runtime_error("Corrupted vcf file " + path_);
+      failLine("Corrupted vcf file ", text, size - 1);
     case VCFLine::kTooWide:
       throw std::runtime_error("Cannot handle vcf columns beginning beyond 65535 bytes in file " + path_);
   }
@@ -117,10 +133,9 @@ bool VCFCache::fill(VCFBlock& block, Load& load) {
 
     VCFLine record;
     parseLine(text, size, record);
-    if (current_->name != record.line) throw std::runtime_error("Corrupted index for " + path_);
+    if (current_->name != record.line) failLine("Corrupted index for ", text, size - 1);
     const bool behind = record.end <= load.from;
-    if (load.sequential && (behind || record.pos < load.from))
-      throw std::runtime_error("Unsorted vcf file " + path_);
+    if (load.sequential && (behind || record.pos < load.from)) failLine("Unsorted vcf file ", text, size - 1);
     if (behind) continue;  // of the same bin, but before the region
     if (record.pos >= load.to && block.used == 0) {
       seek(begin);

@@ -143,7 +143,16 @@ TEST(VCFCache, NamesTheFileThatItCannotRead) {
     cache.setContig("c");
     std::string text = expected;
     text.replace(text.find('%'), 1, path);
+    testing::internal::CaptureStderr();
     EXPECT_EQ(messageOf([&] { cache.fetch(0, 1000); }), text);
+    // A line at fault is shown, if it could be read.
+    std::string shown = records[1].line;
+    shown.pop_back();
+    std::replace_if(
+        shown.begin(), shown.end(), [](char c) { return c == '\t' || c == '\0'; }, ' ');
+    shown = "In vcf file " + path + " the line: " + shown + "\n";
+    const bool unread = text.starts_with("Truncated") || text.starts_with("Cannot");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), unread ? "" : shown);
     EXPECT_TRUE(cache.records().empty());
     EXPECT_EQ(messageOf([&] { cache.fetch(50, 1000); }), text) << "a second time";
   }
