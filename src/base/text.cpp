@@ -1,8 +1,8 @@
 #include "base/text.h"
 
 #include <cctype>
-#include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
 
 std::string format(const char* form, ...) {
@@ -62,11 +62,15 @@ bool scanUnsigned(const char*& cursor, uint64_t limit, uint64_t& value) {
   return true;
 }
 
+bool parseReal(const std::string& text, double& value) {
+  char* rest;
+  value = strtod(text.c_str(), &rest);
+  return rest != text.c_str() && rest == text.c_str() + text.size();
+}
+
 bool parseInteger(std::string_view text, int64_t low, int64_t high, int64_t& value) {
   int64_t number;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stop != end || number < low || number > high) return false;
+  if (!parseNumber(text, number) || number < low || number > high) return false;
   value = number;
   return true;
 }

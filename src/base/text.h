@@ -2,6 +2,7 @@
 // Threads  pure functions.
 #pragma once
 
+#include <charconv>
 #include <cstdarg>
 #include <cstdint>
 #include <map>
@@ -24,6 +25,18 @@ std::map<std::string, std::string> parseKeyValues(std::string_view text);
 // digits. False, with `cursor` behind the white space, when there are no digits. A number above `limit` is
 // stored as limit + 1, and so shows itself; `limit` is below 2^64 - 1.
 bool scanUnsigned(const char*& cursor, uint64_t limit, uint64_t& value);
+
+// Whether all of `text` is a number as std::from_chars reads it: no blanks, no '+', in the range of its type. `value` is of
+// use only then.
+template <typename Number>
+bool parseNumber(std::string_view text, Number& value) {
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  return error == std::errc() && stop == end;
+}
+
+// The same as strtod reads it: with blanks in front, '+', hexadecimal, infinities, and what no double can hold.
+bool parseReal(const std::string& text, double& value);
 
 // Whether all of `text` is a decimal number in [low, high], with a '-' in front of it or no sign. Sets `value` only then.
 bool parseInteger(std::string_view text, int64_t low, int64_t high, int64_t& value);

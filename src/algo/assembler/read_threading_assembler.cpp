@@ -45,7 +45,7 @@ std::unique_ptr<AssemblyResultSet> ReadThreadingAssembler::assemble(std::span<co
     else
       refused.push_back(k);
   }
-  if (kmerSizesForced || refused.empty()) return set;
+  if (refused.empty()) return set;
 
   const int64_t largest = *std::max_element(kmerSizes.begin(), kmerSizes.end());
   const int64_t limit = largest + kRetryLimit;

@@ -29,7 +29,6 @@ class ReadThreadingAssembler {
   int pruneFactor = 2;                 // reads of one sample that make a path credible; 0 takes all
   bool allowRepeatKmersInRef = false;  // repeats in the reference alone do not refuse a size
   std::vector<int> kmerSizes = {10, 25};
-  bool kmerSizesForced = false;  // no other sizes are tried
   int pruneSampleCount = 1;
   bool dropUnconnectedPaths = true;
   bool simplifyGraph = true;

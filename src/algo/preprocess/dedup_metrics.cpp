@@ -2,7 +2,6 @@
 
 #include <boost/math/tools/roots.hpp>
 #include <cerrno>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -55,12 +54,6 @@ std::string_view nextWord(std::string_view& line) {
   const std::string_view word = line.substr(0, line.find_first_of(kBlank));
   line.remove_prefix(word.size());
   return word;
-}
-
-template <class Number>
-bool parseNumber(std::string_view word, Number& value) {
-  const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
-  return error == std::errc() && end == word.data() + word.size();
 }
 
 // Lines of one file with parts. A last line that was cut short is refused.

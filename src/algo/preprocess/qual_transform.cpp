@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <set>
@@ -17,14 +16,6 @@ namespace {
 constexpr int kTextOffset = 33;  // of BI and BD
 constexpr int kHighest = kRecalQualities - 1;
 constexpr uint8_t kNoQuality = 0xff;
-
-// A number and nothing behind it.
-template <class Number>
-bool parseNumber(const std::string& text, Number& value) {
-  const char* end = text.data() + text.size();
-  auto [stop, error] = std::from_chars(text.data(), end, value);
-  return error == std::errc() && stop == end;
-}
 
 bool refuse(const char* what, const std::string& value) {
   fprintf(stderr, "%s %s\n", what, value.c_str());

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -309,8 +308,7 @@ class TextReader {
   Number numberAt(size_t i) const {
     const std::string_view token = tokens_[i];
     Number value{};
-    const auto [stop, error] = std::from_chars(token.begin(), token.end(), value);
-    bool good = error == std::errc() && stop == token.end();
+    bool good = parseNumber(token, value);
     if constexpr (std::is_same_v<Number, double>) good = good && std::isfinite(value);
     if (!good) failLine("Error: invalid number " + std::string(token));
     return value;

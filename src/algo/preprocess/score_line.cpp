@@ -4,6 +4,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "base/text.h"
+
 namespace {
 
 constexpr int kFields = 6;
@@ -25,8 +27,7 @@ void appendNumber(std::string& text, int64_t value, char separator) {
 int32_t takeNumber(const char*& text) {
   const char* const stop = strchr(text, ';');
   int32_t value;
-  const auto [end, error] = std::from_chars(text, stop, value);
-  if (error != std::errc() || end != stop) refuse();
+  if (!stop || !parseNumber({text, stop}, value)) refuse();
   text = stop + 1;
   return value;
 }

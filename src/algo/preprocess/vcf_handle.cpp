@@ -1,11 +1,12 @@
 #include "algo/preprocess/vcf_handle.h"
 
 #include <cerrno>
-#include <charconv>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+
+#include "base/text.h"
 
 namespace {
 
@@ -22,9 +23,8 @@ bool parsePlace(std::string_view line, const ContigNumbers& contigs, VcfPlace& p
   const auto contig = contigs.find(line.substr(0, chrom_end));
   if (contig == contigs.end()) return false;
   place.contig = contig->second;
-  const char* const stop = line.data() + pos_end;
-  const auto [end, error] = std::from_chars(line.data() + chrom_end + 1, stop, place.pos1);
-  return error == std::errc() && end == stop && place.pos1 <= INT_MAX;
+  const std::string_view pos = line.substr(chrom_end + 1, pos_end - chrom_end - 1);
+  return parseNumber(pos, place.pos1) && place.pos1 <= INT_MAX;
 }
 
 LineReader::~LineReader() {

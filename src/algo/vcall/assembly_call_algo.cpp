@@ -88,9 +88,8 @@ void AssemblyCallAlgo::addCheckedInteger(OptionParser& parser, const char* optio
 
 void AssemblyCallAlgo::addCheckedRatio(OptionParser& parser, const char* option) {
   parser.add({option, required_argument, 0, nullptr}, [this, option](const char* value) {
-    char* rest;
-    const double number = strtod(value, &rest);
-    if (rest == value || *rest || !(number >= 0 && number <= 1))
+    double number;
+    if (!parseReal(value, number) || !(number >= 0 && number <= 1))
       throw std::invalid_argument(name + ": invalid " + option + " " + value);
     return true;
   });

@@ -225,7 +225,6 @@ RegionAssembler::Haplotypes RegionAssembler::threadReads(const AssemblyTask& tas
   ReadThreadingAssembler assembler;
   assembler.pruneFactor = param_.pruneFactor;
   assembler.kmerSizes = param_.kmerSizes;
-  assembler.kmerSizesForced = param_.kmerSizesForced;
   assembler.minBaseQual = int(param_.minBaseQual);
   assembler.maxHaplotypes = int(kMaxHaplotypes);
   assembler.debugGraphs = task.debugLevel >= kDebugAssembly;

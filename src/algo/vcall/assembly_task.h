@@ -40,7 +40,6 @@ struct AssemblyParam {
   uint32_t minBaseQual = 10, minMapQual = 20;
   int pruneFactor = 2;
   std::vector<int> kmerSizes = {10, 25};
-  bool kmerSizesForced = false;
   int assembleMode = 1;                              // 0 and 1, 3: read threading
   int resampleDepth = 10000, resampleReadLen = 100;  // depth 0 and less: no sampling
   int trimSoftClip = 0;

@@ -14,7 +14,7 @@
 
 #include "base/log_math.h"
 #include "base/text.h"
-#include "readdata/stream/open_stream.h"
+#include "readdata/vcf/partial_headers.h"
 #include "readdata/vcf/vcf_contigs.h"
 
 namespace {
@@ -49,15 +49,12 @@ int parseEmitMode(const char* text) {
 }
 
 bool parseConfidence(const char* text, double& value) {
-  char* rest;
-  value = strtod(text, &rest);
-  return rest != text && *rest == '\0' && std::isfinite(value);
+  return parseReal(text, value) && std::isfinite(value);
 }
 
-// Whether a partial file is one of mode gvcf.
-bool hasBlocks(const VCFHeader& header) {
-  return std::any_of(header.lines.begin(), header.lines.end(),
-                     [](const std::string& line) { return line.starts_with("GVCFBlock"); });
+// As far as partial files must have the same.
+std::vector<std::string> emitMode(const VCFHeader& header) {
+  return {header.hasBlockLines() ? "gvcf" : ""};
 }
 
 std::vector<std::string> contigNames(const VCFHeader& header) {
@@ -252,32 +249,10 @@ void VariantCallAlgo::completeAnnotations() {
       annotators_.insert(&annotationDef(field));
 }
 
-VCFHeader VariantCallAlgo::headerOf(const std::string& partial) const {
-  const std::unique_ptr<IOHandle> stream = openStream(partial, "r");
-  if (!stream) throw std::runtime_error(name + ": failed to open partial file " + partial);
-  VCFHeader header;
-  try {
-    header.parse(*stream);
-  } catch (const std::runtime_error& failure) {
-    throw std::runtime_error(name + ": " + failure.what() + " in partial file " + partial);
-  }
-  return header;
-}
-
 void VariantCallAlgo::mergePartials() {
-  const VCFHeader first = headerOf(partials_[0]);
-  const bool blocks = hasBlocks(first);
-  for (const std::string& partial : partials_) {
-    const VCFHeader header = headerOf(partial);
-    const auto require = [&](bool alike, const char* what) {
-      if (!alike)
-        throw std::invalid_argument(name + ": partial files " + partials_[0] + " and " + partial +
-                                    " are not of the same " + what);
-    };
-    require(hasBlocks(header) == blocks, "emit mode");
-    require(header.samples == first.samples, "samples");
-    require(contigNames(header) == contigNames(first), "reference");
-  }
+  const VCFHeader first =
+      checkPartials(name, partials_, {{"emit mode", emitMode}, {"reference", contigNames}});
+  const bool blocks = first.hasBlockLines();
   writer_ = openOutput(blocks);
   try {
     writer_->expectOrder(first);

@@ -98,7 +98,6 @@ class VariantCallAlgo : public Algo {
  private:
   void settleAnnotations();
   void mergePartials();
-  VCFHeader headerOf(const std::string& partial) const;
   void makeRoomInTables() const;
   std::unique_ptr<VCFWriter> openOutput(bool gvcf) const;
   void completeAnnotations();

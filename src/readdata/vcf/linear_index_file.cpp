@@ -1,6 +1,5 @@
 // Reading and writing .idx files.
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -10,6 +9,7 @@
 #include <unistd.h>
 
 #include "base/plain_file.h"
+#include "base/text.h"
 #include "readdata/vcf/linear_index.h"
 
 namespace {
@@ -123,9 +123,7 @@ bool readContigTable(LinearIndex& index) {
   for (const auto& [key, value] : index.properties) {
     if (!isDictKey(key)) continue;
     GenomeIndex::Contig contig{key.substr(kDictKey.size())};
-    const char* end = value.data() + value.size();
-    const auto parsed = std::from_chars(value.data(), end, contig.length);
-    if (parsed.ec != std::errc() || parsed.ptr != end || contig.length < 0) return false;
+    if (!parseNumber(value, contig.length) || contig.length < 0) return false;
     if (!names.insert(std::string_view(key)).second) return false;
     contigs.push_back(std::move(contig));
   }

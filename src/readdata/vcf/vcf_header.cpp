@@ -9,6 +9,7 @@
 #include <string_view>
 #include <unordered_set>
 
+#include "base/text.h"
 #include "base/version.h"
 
 namespace {
@@ -19,9 +20,8 @@ time_t recordedTime() {
   if (!text) return time(nullptr);
   constexpr int64_t kYear10000 = 253402300800;
   int64_t seconds = -1;
-  const auto [stop, error] = std::from_chars(text, strchr(text, '\0'), seconds);
-  const bool whole = error == std::errc() && *stop == '\0';
-  return whole && seconds >= 0 && seconds < kYear10000 ? static_cast<time_t>(seconds) : time(nullptr);
+  return parseNumber(text, seconds) && seconds >= 0 && seconds < kYear10000 ? static_cast<time_t>(seconds)
+                                                                            : time(nullptr);
 }
 
 struct StandardDef {
@@ -65,6 +65,10 @@ bool getDef(const VCFHeader& header, const char* key, const std::string& id, con
   return true;
 }
 
+bool isBlockLine(const std::string& line) {
+  return line.starts_with("GVCFBlock");
+}
+
 }  // namespace
 
 void VCFHeader::addLine(const std::string& key, const std::string& value) {
@@ -80,6 +84,14 @@ void VCFHeader::addRawLine(const std::string& text) {
 void VCFHeader::removeLines(const std::string& key) {
   const std::string prefix = key + "=";
   std::erase_if(lines, [&prefix](const std::string& line) { return line.starts_with(prefix); });
+}
+
+bool VCFHeader::hasBlockLines() const {
+  return std::any_of(lines.begin(), lines.end(), isBlockLine);
+}
+
+void VCFHeader::removeBlockLines() {
+  std::erase_if(lines, isBlockLine);
 }
 
 void VCFHeader::addDef(const std::string& key, const std::string& id, const std::vector<Pair>& pairs) {

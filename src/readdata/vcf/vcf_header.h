@@ -41,6 +41,9 @@ class VCFHeader {
   void addLine(const std::string& key, const std::string& value);  // "key=value", cut to 255 bytes
   void addRawLine(const std::string& text);
   void removeLines(const std::string& key);
+  // Lines that tell the bands of reference blocks: whether there are any, as in each GVCF; and without them.
+  bool hasBlockLines() const;
+  void removeBlockLines();
 
   // Adds an entry, or replaces the attributes of the one with that id, which keeps its place. Looks through all
   // entries of the key: a long list of contigs is better appended to `defs` itself.

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "algo/vcall/joint/sample_columns.h"
+#include "base/text.h"
 
 namespace {
 
@@ -17,12 +18,8 @@ constexpr std::string_view kNotMerged[] = {"AC",      "AF",       "AN", "MLEAC",
                                            "GQ_MEAN", "GQ_STDDEV"};
 
 // A value that is one number; infinities and what is no number are none.
-bool parseNumber(std::string_view text, double& number) {
-  if (text.empty() || text.size() > 300) return false;
-  const std::string terminated(text);
-  char* rest;
-  number = strtod(terminated.c_str(), &rest);
-  return *rest == '\0' && rest != terminated.c_str() && std::isfinite(number);
+bool parseFinite(std::string_view text, double& number) {
+  return text.size() <= 300 && parseReal(std::string(text), number) && std::isfinite(number);
 }
 
 bool isDigits(std::string_view text) {
@@ -52,7 +49,7 @@ void AttributeMerge::add(const Event& event) {
     if (!event.starts && !is_depth) continue;
     if (std::find(std::begin(kNotMerged), std::end(kNotMerged), key) != std::end(kNotMerged)) continue;
     double number;
-    if (!parseNumber(text, number)) continue;
+    if (!parseFinite(text, number)) continue;
     const bool integer = isDigits(text);
     if (is_depth && !integer) failRecord(*event.line, "DP is no integer");
     if (is_depth) depth = number;

@@ -20,10 +20,6 @@ namespace {
 constexpr size_t kTellFrom = 100;  // more inputs than this, and progress is told
 constexpr size_t kTellEvery = 100;
 
-bool isBlockLine(const std::string& line) {
-  return line.starts_with("GVCFBlock");
-}
-
 void logSizes(const std::vector<std::string>& paths) {
   std::string text = "input file size:";
   for (const std::string& path : paths) text += format(" %ld", static_cast<long>(file_size(path.c_str())));
@@ -137,8 +133,7 @@ void GVCFInputs::addInput(const Run& run, size_t input, const std::vector<Contig
   const VCFLine* const first = caches[input]->peekRecord(own, buffer);
   if (!checkContigs(own, path, contigs, contig_map, true))
     refuse(": contigs in vcf " + path + " are not compatible with the reference");
-  if (std::none_of(own.lines.begin(), own.lines.end(), isBlockLine))
-    refuse(": Input file " + path + " is not a gvcf file");
+  if (!own.hasBlockLines()) refuse(": Input file " + path + " is not a gvcf file");
 
   std::vector<int>& map = sampleMaps[input];
   if (!header.merge(own, map, run.uniquifySamples)) refuse(": Incompatible input file " + path);
@@ -167,7 +162,7 @@ uint32_t GVCFInputs::largestPloidy() const {
 
 // What holds for records of one sample, and not for joint ones.
 void GVCFInputs::removeGVCFLines() {
-  std::erase_if(header.lines, isBlockLine);
+  header.removeBlockLines();
   header.removeLines("reference");  // the output gets one of its own
   header.removeDef("ALT", "NON_REF");
   header.removeDef("FILTER", "LowQual");

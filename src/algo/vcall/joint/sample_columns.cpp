@@ -1,7 +1,6 @@
 #include "algo/vcall/joint/sample_columns.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 #include <stdexcept>
 
@@ -74,8 +73,7 @@ void SampleColumns::numbers(const char* key, std::vector<int32_t>& list, int32_t
       return;
     }
     int32_t number = -1;
-    const auto [rest, error] = std::from_chars(piece.begin(), piece.end(), number);
-    if (error != std::errc() || rest != piece.end() || number < 0)
+    if (!parseNumber(piece, number) || number < 0)
       failRecord(*line_, format("%s of sample %d has an element '%.*s'", key, sample_,
                                 static_cast<int>(std::min<size_t>(piece.size(), 100)), piece.data()));
     list.push_back(number);

@@ -37,10 +37,9 @@ bool PairHMM::configure(const std::string& params) {
   if (params.empty()) return true;
   for (const std::string& piece : split(params, ',')) {
     const size_t equals = piece.find('=');
-    const char* value = equals == std::string::npos ? "" : piece.c_str() + equals + 1;
-    char* end = nullptr;
-    const double number = std::strtod(value, &end);
-    if (end == value || *end) throw std::invalid_argument(": invalid phmm_param format " + params);
+    double number;
+    if (equals == std::string::npos || !parseReal(piece.substr(equals + 1), number))
+      throw std::invalid_argument(": invalid phmm_param format " + params);
     settings[piece.substr(0, equals)] = number;
   }
   return model_->configure(settings);

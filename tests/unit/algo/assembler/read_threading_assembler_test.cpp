@@ -90,11 +90,6 @@ TEST_F(Assembler, TriesLargerSizes) {
   AssemblyReads cycle;
   cycle.add(b + a, 3);
   EXPECT_THAT(sizesOf(*assembler.assemble(cycle, haplotypeOf(a + b))), ElementsAre(85));
-
-  assembler.kmerSizesForced = true;
-  const auto set = assembler.assemble(none, reference);
-  EXPECT_THAT(sizesOf(*set), ElementsAre());
-  EXPECT_THAT(basesOf(*set), ElementsAre(reference.bases));
 }
 
 // Neither of two reads spans a k-mer of the size that a repeat beside them asks for.
