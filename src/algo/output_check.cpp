@@ -140,7 +140,7 @@ std::vector<RunFile> inputFiles(const DriverContext& context, const std::vector<
   for (const std::string& path : context.quality_tables) files.emplace_back(path);
   for (const Algo* algo : algos)
     for (const std::string& path : algo->inputs())
-      for (const char* index : {"", ".tbi", ".idx"})
+      for (const char* index : {"", ".tbi", ".csi", ".idx"})
         if (*index == 0 || access((path + index).c_str(), F_OK) == 0) files.emplace_back(path + index);
   return files;
 }

@@ -371,6 +371,11 @@ def test_bad_files(run, cohort, tmp_path):
     assert done.returncode != 0 and "GVCFtyper: failed to open output file none/out.vcf" in done.stderr
     done = run(*words("ref.fa", [good], good))
     assert done.returncode == ARGUMENT and "would overwrite input file" in done.stderr
+    kept = made("kept", block, snp + "0/1:3,9,0:.\n")
+    before = open(kept, "rb").read()
+    done = run("-r", "ref.fa", "--algo", "GVCFtyper", kept, good)
+    assert done.returncode == ARGUMENT and f"GVCFtyper: output file {kept} is a gvcf file" in done.stderr
+    assert open(kept, "rb").read() == before
 
 
 def test_more_inputs_than_may_be_open(run, tmp_path):

@@ -123,6 +123,10 @@ def test_regions_hold_the_same_records_for_all(name, vcf_regions, algo_driver, s
     assert sum(map(len, expected.values())) > 0
     assert ask_tabix(blocked, regions) == expected
     assert ask(vcf_regions, blocked, regions) == expected
+    os.remove(blocked + ".tbi")
+    for bits in [14, 10, 17]:
+        subprocess.run(["bcftools", "index", "--csi", "--force", "--min-shift", str(bits), blocked], check=True)
+        assert ask(vcf_regions, blocked, regions) == expected
 
     # Files and indexes of ours, read by us and by others.
     write_reference(tmp_path / "a.fa", {c: LENGTH for c in contigs}, seed=6)

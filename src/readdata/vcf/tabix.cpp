@@ -1,4 +1,4 @@
-// Reading and writing .tbi files.
+// Reading and writing .tbi files, and reading .csi files.
 #include "readdata/vcf/tabix.h"
 
 #include <algorithm>
@@ -16,13 +16,16 @@
 
 namespace {
 
-constexpr uint32_t kMagic = 0x01494254;  // "TBI", 1
-constexpr int32_t kZeroBased = 0x10000;  // in the format word
+constexpr uint32_t kMagic = 0x01494254;     // "TBI", 1
+constexpr uint32_t kCsiMagic = 0x01495343;  // "CSI", 1
+constexpr int32_t kZeroBased = 0x10000;     // in the format word
 constexpr uint32_t kSaveThreshold = 0x10000, kLoadThreshold = 0x40000;
 // Far above the index of any genome; uncompressed bytes behind that are not read.
 constexpr int64_t kMaxBytes = int64_t(1) << 28;
 // More than any assembly has; a contig takes a few bytes in the file and some hundred in memory.
 constexpr int32_t kMaxContigs = 1 << 20;
+constexpr int64_t kChunkBytes = 16;
+constexpr int64_t kCsiNamesAt = 28;  // in the bytes that a .csi has for the kind of its file
 
 struct Preset {
   const char* format;
@@ -52,7 +55,28 @@ bool isGvcf(const std::string& path) {
   return name.ends_with(".g.vcf.gz") || name.ends_with(".gvcf.gz");
 }
 
-// Reads a .tbi, of which every number may be wrong. Nothing is allocated for what has not been read.
+// The bins of a .csi: `depth` levels below the one that holds all, of which the lowest has bins of 2^minShift bases.
+struct CsiBins {
+  int32_t minShift = kWindowShift, depth = 5;
+
+  bool valid() const { return minShift >= 0 && minShift <= 30 && depth >= 0 && depth <= 9; }
+  uint32_t count() const { return firstOf(depth + 1); }
+  // The first base of a bin, and the smallest bin of a .tbi that holds it.
+  uint64_t place(uint32_t bin, uint32_t& tabixBin) const {
+    int level = depth;
+    while (bin < firstOf(level)) --level;
+    const int shift = minShift + 3 * (depth - level);
+    const uint64_t start = uint64_t(bin - firstOf(level)) << shift, end = start + (uint64_t(1) << shift);
+    tabixBin =
+        end > kMaxBinnedLength ? 0 : smallestBin(static_cast<uint32_t>(start), static_cast<uint32_t>(end));
+    return start;
+  }
+
+ private:
+  static uint32_t firstOf(int level) { return static_cast<uint32_t>(((uint64_t(1) << 3 * level) - 1) / 7); }
+};
+
+// Reads an index, of which every number may be wrong. Nothing is allocated for what has not been read.
 class Reader {
  public:
   bool open(const std::string& path) {
@@ -86,7 +110,16 @@ class Reader {
     }
     return false;
   }
-  bool contig(Tabix::Index& index);
+  bool contig(Tabix::Index& index) { return bins(index) && windows(index); }
+  bool contig(Tabix::Index& index, const CsiBins& scheme);
+  bool skip(int64_t bytes) {
+    char piece[256];
+    for (int64_t size; bytes > 0; bytes -= size) {
+      size = std::min<int64_t>(bytes, sizeof piece);
+      if (!spend(size) || stream_.read(piece, size) != size) return false;
+    }
+    return true;
+  }
   bool trailer(uint64_t& value) { return stream_.read(&value, sizeof value) >= 0; }
 
   std::string reason() const {
@@ -100,6 +133,7 @@ class Reader {
     if (left_ < 0) reason_ = "file too large";
     return left_ >= 0;
   }
+  bool chunks(Tabix::Index& index, int32_t count, std::vector<GenomeIndex::Chunk>& list);
   bool bins(Tabix::Index& index);
   bool windows(Tabix::Index& index);
 
@@ -108,25 +142,32 @@ class Reader {
   std::string reason_;
 };
 
+// Appends the chunks of a bin.
+bool Reader::chunks(Tabix::Index& index, int32_t count, std::vector<GenomeIndex::Chunk>& list) {
+  for (int32_t i = 0; i < count; ++i) {
+    GenomeIndex::Chunk chunk;
+    if (!number(chunk.begin, chunk.end) || chunk.begin < 0 || chunk.begin > chunk.end) return false;
+    list.push_back(chunk);
+    index.first = std::min(index.first, chunk.begin);
+    index.last = std::max(index.last, chunk.end);
+    ++index.count;
+  }
+  return count >= 0;
+}
+
 bool Reader::bins(Tabix::Index& index) {
   int32_t bins;
   if (!number(bins) || bins < 0) return false;
   for (int32_t i = 0; i < bins; ++i) {
     uint32_t bin;
-    int32_t chunks;
-    if (!number(bin, chunks) || chunks < 0) return false;
-    if (bin >= kPseudoBin - 1 && bin != kPseudoBin) return false;
-    std::vector<GenomeIndex::Chunk> list;
-    for (int32_t k = 0; k < chunks; ++k) {
-      GenomeIndex::Chunk chunk;
-      if (!number(chunk.begin, chunk.end)) return false;
-      if (bin == kPseudoBin) continue;
-      if (chunk.begin < 0 || chunk.begin > chunk.end) return false;
-      list.push_back(chunk);
-      index.first = std::min(index.first, chunk.begin);
-      index.last = std::max(index.last, chunk.end);
-      ++index.count;
+    int32_t count;
+    if (!number(bin, count) || count < 0) return false;
+    if (bin == kPseudoBin) {
+      if (!skip(kChunkBytes * count)) return false;
+      continue;
     }
+    std::vector<GenomeIndex::Chunk> list;
+    if (bin >= kPseudoBin - 1 || !chunks(index, count, list)) return false;
     if (!list.empty() && !index.bins.try_emplace(bin, std::move(list)).second) return false;
   }
   return true;
@@ -147,8 +188,46 @@ bool Reader::windows(Tabix::Index& index) {
   return true;
 }
 
-bool Reader::contig(Tabix::Index& index) {
-  return bins(index) && windows(index);
+// What a contig of a .tbi has, from bins of any width and the offset that each has in place of windows: no feature that
+// reaches the bin's first base, or lies behind that, stands before it.
+bool Reader::contig(Tabix::Index& index, const CsiBins& scheme) {
+  int32_t bins;
+  if (!number(bins) || bins < 0) return false;
+  std::map<uint64_t, int64_t> offsets;  // by the first base
+  for (int32_t i = 0; i < bins; ++i) {
+    uint32_t bin, tabix_bin;
+    int64_t offset;
+    int32_t count;
+    if (!number(bin, offset, count) || count < 0) return false;
+    if (bin == scheme.count() + 1) {  // counts
+      if (!skip(kChunkBytes * count)) return false;
+      continue;
+    }
+    if (bin >= scheme.count() || offset < 0) return false;
+    const uint64_t start = scheme.place(bin, tabix_bin);
+    if (!chunks(index, count, index.bins[tabix_bin])) return false;
+    int64_t& known = offsets[start];
+    known = std::max(known, offset);
+  }
+  for (auto& [bin, list] : index.bins) std::sort(list.begin(), list.end());
+
+  for (const auto& [start, offset] : offsets) {
+    if (start >> kWindowShift >= Tabix::Index::kMaxWindows) break;
+    std::vector<int64_t>& linear = index.linear;
+    if (linear.empty()) {
+      index.firstWindow = static_cast<int32_t>(start >> kWindowShift);
+      linear.push_back(offset);
+      continue;
+    }
+    // The first window that does not begin before.
+    const uint64_t window = ((start + (1 << kWindowShift) - 1) >> kWindowShift) - uint64_t(index.firstWindow);
+    if (window >= linear.size()) {
+      if (!spend(static_cast<int64_t>((window + 1 - linear.size()) * sizeof offset))) return false;
+      linear.resize(window + 1, linear.back());
+    }
+    linear[window] = std::max(linear[window], offset);
+  }
+  return true;
 }
 
 class Writer {
@@ -191,7 +270,9 @@ std::unique_ptr<GenomeIndex::ContigIndex> Tabix::newContigIndex(const std::strin
 }
 
 bool Tabix::load(const std::string& path) {
-  const std::string index_path = path + ".tbi";
+  const auto exists = [](const std::string& name) { return access(name.c_str(), F_OK) == 0; };
+  const bool csi = !exists(path + ".tbi") && exists(path + ".csi");
+  const std::string index_path = path + (csi ? ".csi" : ".tbi");
   Reader in;
   auto failed = [&](const char* what, const std::string& reason) {
     fprintf(stderr, "Failed to %s tabix file %s: %s\n", what, index_path.c_str(), reason.c_str());
@@ -199,9 +280,12 @@ bool Tabix::load(const std::string& path) {
   };
   if (!in.open(index_path)) return failed("open", in.reason());
 
-  if (!in.number(magic, n_ref, format_code, col_seq, col_beg, col_end, meta, skip, l_nm))
+  CsiBins scheme;
+  int32_t l_aux = 0;
+  const bool begun = csi ? in.number(magic, scheme.minShift, scheme.depth, l_aux) : in.number(magic, n_ref);
+  if (!begun || !in.number(format_code, col_seq, col_beg, col_end, meta, skip, l_nm))
     return failed("load header from", in.reason());
-  if (magic != kMagic) {
+  if (magic != (csi ? kCsiMagic : kMagic)) {
     fprintf(stderr, "File %s is not a tabix file\n", index_path.c_str());
     return false;
   }
@@ -209,7 +293,9 @@ bool Tabix::load(const std::string& path) {
   if (code == 1) format = "sam";
   if (code == 2) format = "vcf";
 
+  if (!scheme.valid()) return failed("load header from", "bins of impossible width");
   if (n_ref > kMaxContigs) return failed("load header from", "too many contigs");
+  if (csi) n_ref = kMaxContigs;  // the number comes behind the names
   int32_t used = 0;
   std::vector<Index*> loaded;
   for (int32_t i = 0; i < n_ref && used < l_nm; ++i) {
@@ -222,11 +308,15 @@ bool Tabix::load(const std::string& path) {
     if (find(name) != nullptr) return failed("load header from", "!pib.first->second");
     addContigIndex(std::move(index));
   }
+  if (csi && (l_aux < kCsiNamesAt + int64_t(used) || !in.skip(l_aux - kCsiNamesAt - int64_t(used)) ||
+              !in.number(n_ref)))
+    return failed("load header from", in.reason());
   if (used != l_nm || n_ref != static_cast<int64_t>(loaded.size()))
     return failed("load header from", in.reason());
 
   for (Index* index : loaded) {
-    if (!in.contig(*index)) return failed("load indices from", in.reason());
+    if (!(csi ? in.contig(*index, scheme) : in.contig(*index)))
+      return failed("load indices from", in.reason());
     count += index->count;
   }
   if (!in.trailer(n_no_coor)) return failed("load trailer from", in.reason());

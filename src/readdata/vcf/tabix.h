@@ -1,6 +1,6 @@
-// tabix.h - the binning index (.tbi) of a BGZF file of sorted records.
+// tabix.h - the binning index (.tbi) of a BGZF file of sorted records; a .csi is read as one.
 // Contract as in genome_index.h.
-// Source   the tabix index format document; bins as in the UCSC binning scheme with 14-bit windows.
+// Source   the tabix and CSI index format documents; bins as in the UCSC binning scheme with 14-bit windows.
 #pragma once
 
 #include "readdata/vcf/genome_index.h"
@@ -21,7 +21,7 @@ class Tabix final : public GenomeIndex {
   explicit Tabix(const Options& options);
   std::unique_ptr<GenomeIndex> clone() const override;
   std::unique_ptr<ContigIndex> newContigIndex(const std::string& name) const override;
-  // path.tbi. `count` is of chunks, which is all that the file tells; a contig without any has `first` above `last`.
+  // path.tbi, or path.csi where only that is. `count` is of chunks, which is all that the file tells; a contig without any has `first` above `last`.
   bool load(const std::string& path) override;
   bool save(const std::string& path) override;
 };

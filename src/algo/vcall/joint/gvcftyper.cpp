@@ -9,6 +9,7 @@
 #include "algo/vcall/joint/gvcftyper_engine.h"
 #include "base/text.h"
 #include "base/timer.h"
+#include "readdata/stream/open_stream.h"
 
 namespace {
 
@@ -19,6 +20,20 @@ constexpr AnnotationField kOwnFields[] = {AnnotationField::AC, AnnotationField::
 constexpr AnnotationField kGenotypeFields[] = {AnnotationField::ExcessHet, AnnotationField::GQ_MEAN,
                                                AnnotationField::GQ_STDDEV, AnnotationField::InbreedingCoeff,
                                                AnnotationField::MLEAC,     AnnotationField::MLEAF};
+
+// Whether a file is there that is no output of joint calling.
+bool isGVCF(const std::string& path) {
+  std::error_code ignored;
+  if (!std::filesystem::is_regular_file(path, ignored)) return false;
+  const std::unique_ptr<IOHandle> stream = openStream(path, "r");
+  VCFHeader header;
+  try {
+    if (stream) header.parse(*stream);
+  } catch (const std::runtime_error&) {
+    return false;
+  }
+  return header.hasBlockLines();
+}
 
 }  // namespace
 
@@ -61,6 +76,9 @@ std::string GVCFtyper::usage() const {
 }
 
 void GVCFtyper::takeFurtherArguments(const std::vector<std::string>& arguments) {
+  if (!arguments.empty() && isGVCF(output_))
+    throw std::invalid_argument(name + ": output file " + output_ +
+                                " is a gvcf file: the output comes before the inputs");
   input_paths_.insert(input_paths_.end(), arguments.begin(), arguments.end());
   if (input_paths_.empty()) throw std::invalid_argument(name + ": missing input vcf files");
   dropRepeatedInputs();

@@ -194,3 +194,46 @@ TEST(TabixFile, BadOnesAreRefusedWithTheReason) {
   EXPECT_THAT(said, HasSubstr("Failed to load indices from tabix file " + folder.path("bomb.gz.tbi") +
                               ": file too large\n"));
 }
+
+// Of a .csi the bins are those of a .tbi then, or wider. Bins of the lowest level: 2^13 bases; above: 2^16 and all.
+TEST(TabixFile, ReadsACsi) {
+  TempFolder folder;
+  const std::string path = folder.path("a.vcf.gz");
+  Words words;
+  words.text(std::string_view("CSI\1", 4))(13, 2, 31, 2, 1, 2, 2, 35, 0, 2)
+      .text(std::string_view("c\0\7", 3));
+  const auto bin = [&](uint32_t number, int64_t offset, int64_t begin, int64_t end) {
+    words(number, offset, 1, begin, end);
+  };
+  words(1, 5);
+  bin(9 + 5, 40, 50, 60);  // from 40960
+  bin(9 + 4, 30, 40, 50);
+  bin(1, 10, 10, 20);
+  words(74, int64_t(0), 2, int64_t(1), int64_t(2), int64_t(3), int64_t(4));  // counts
+  bin(9 + 63, 60, 70, 80);                                                   // from 516096
+  words(uint64_t(0));
+  writeBgzf(path + ".csi", words.bytes);
+  Tabix tabix({});
+  ASSERT_TRUE(tabix.load(path));
+  EXPECT_EQ(tabix.format, "vcf");
+  EXPECT_THAT(answer(only(tabix), 0, 30000), ElementsAre(Chunk{10, 20}));
+  EXPECT_THAT(answer(only(tabix), 33000, 33001), ElementsAre(Chunk{40, 60}));  // bins 4 and 5 are one of ours
+  EXPECT_THAT(answer(only(tabix), 520000, 520001), ElementsAre(Chunk{70, 80}));
+  EXPECT_EQ(only(tabix).last, 80);
+
+  // Cut anywhere, or with bins and bytes that cannot be.
+  testing::internal::CaptureStderr();
+  for (size_t size = 0; size + 8 < words.bytes.size(); ++size) {
+    writeBgzf(path + ".csi", words.bytes.substr(0, size));
+    EXPECT_FALSE(Tabix({}).load(path)) << size;
+  }
+  const std::pair<size_t, int32_t> wrong[] = {{4, 31},  {4, -1},         {8, 10}, {8, 1},
+                                              {12, 29}, {12, INT32_MAX}, {55, 75}};
+  for (const auto& [at, number] : wrong) {
+    std::string bytes = words.bytes;
+    memcpy(bytes.data() + at, &number, sizeof number);
+    writeBgzf(path + ".csi", bytes);
+    EXPECT_FALSE(Tabix({}).load(path)) << at << " " << number;
+  }
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(path + ".csi"));
+}
