@@ -1,13 +1,11 @@
 """Call sets whose truth is known: six annotations drawn from mixtures, a resource with some of the true sites.
 
-Used by power.py and compare.py beside it. The shapes are those of real call sets in the large: true variants in a few
+Used by power.py and compare.py beside it; numpy is loaded by those who call what needs it. The shapes are those of real call sets in the large: true variants in a few
 clouds (heterozygous and homozygous ones differ in QD), false ones around and between them, rank sums that only
 heterozygous sites have.
 """
 import os
 import subprocess
-
-import numpy as np
 
 ANNOTATIONS = ["QD", "MQ", "FS", "SOR", "MQRankSum", "ReadPosRankSum"]
 GAP = 100  # bases between variants
@@ -31,6 +29,7 @@ SCENARIOS = {
 
 def draw(rng, clouds, count):
     """Values by datum, and the number of the cloud."""
+    import numpy as np
     which = rng.choice(len(clouds), count, p=[w for w, _, _ in clouds])
     means, deviations = np.array([m for _, m, _ in clouds]), np.array([d for _, _, d in clouds])
     return means[which] + deviations[which] * rng.standard_normal((count, len(ANNOTATIONS))), which
@@ -39,6 +38,7 @@ def draw(rng, clouds, count):
 def make(folder, count, scenario="near", true_share=0.7, in_resource=0.2, seed=1):
     """Writes reference.fa, calls.vcf.gz and resource.vcf.gz, with indexes. Returns annotations (NaN: missing), which
     data are true and which of them are in the resource; kept from run to run."""
+    import numpy as np
     done = f"{folder}/truth.npz"
     if os.path.exists(done):
         kept = np.load(done)
@@ -92,6 +92,7 @@ def command(driver, folder, *options, threads=2, output="out"):
 
 def scores(path):
     """VQSLOD of each record, and whether it was in the negative set."""
+    import numpy as np
     text = subprocess.run(["bcftools", "query", "-f", "%INFO/VQSLOD\t%INFO/NEGATIVE_TRAIN_SITE\n", path], check=True, text=True,
                           capture_output=True).stdout.split("\n")[:-1]
     pairs = [line.split("\t") for line in text]

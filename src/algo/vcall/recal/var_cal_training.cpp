@@ -64,6 +64,14 @@ void requireMoments(const Moments& moments, const char* annotation, const char* 
                annotation, model, annotation));
 }
 
+// Those of the data that belong to a set, without spare room.
+template <typename Belongs>
+VariantData setOf(const VariantData& data, const Belongs& belongs) {
+  VariantData set(size_t(std::count_if(data.begin(), data.end(), belongs)));
+  std::copy_if(data.begin(), data.end(), set.begin(), belongs);
+  return set;
+}
+
 }  // namespace
 
 VarCalTraining::VarCalTraining(const VarCalParam& param, const VariantData& data, thread_coop* pool)
@@ -226,21 +234,17 @@ void VarCalTraining::reorderAnnotations() {
 // ---- sets ----
 
 VariantData VarCalTraining::positiveSet() const {
-  const auto belongs = [](const VariantDatum* datum) { return datum->atTrainingSite && !datum->isOutlier; };
-  VariantData set(size_t(std::count_if(data_.begin(), data_.end(), belongs)));
-  std::copy_if(data_.begin(), data_.end(), set.begin(), belongs);
-  return set;
+  return setOf(data_, [](const VariantDatum* datum) { return datum->atTrainingSite && !datum->isOutlier; });
 }
 
 // What the good model finds unlikely, and what resources call bad.
 VariantData VarCalTraining::negativeSet() {
-  VariantData set;
-  for (VariantDatum* datum : data_) {
-    const bool named = !datum->isAggregate && datum->atAntiTrainingSite;
-    const bool unlikely =
-        !datum->isOutlier && std::isfinite(datum->lod) && datum->lod < param_.bad_lod_thresh;
-    datum->atAntiTrainingSite = datum->atAntiTrainingSite || unlikely;
-    if (named || unlikely) set.push_back(datum);
-  }
-  return set;
+  const auto isUnlikely = [this](const VariantDatum* datum) {
+    return !datum->isOutlier && std::isfinite(datum->lod) && datum->lod < param_.bad_lod_thresh;
+  };
+  for (VariantDatum* datum : data_)
+    if (isUnlikely(datum)) datum->atAntiTrainingSite = true;
+  return setOf(data_, [&](const VariantDatum* datum) {
+    return datum->atAntiTrainingSite && (!datum->isAggregate || isUnlikely(datum));
+  });
 }
