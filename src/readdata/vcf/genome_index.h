@@ -23,7 +23,7 @@ class GenomeIndex {
   };
   struct Chunk {
     int64_t begin, end;
-    friend auto operator<=>(const Chunk&, const Chunk&) = default;
+    friend auto operator<=>(const Chunk&, const Chunk&) = default;  // NOLINT(modernize-use-nullptr)
   };
   struct Contig {
     std::string name;

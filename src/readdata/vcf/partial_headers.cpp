@@ -23,7 +23,7 @@ VCFHeader readPartial(const std::string& algo, const std::string& path) {
 
 VCFHeader checkPartials(const std::string& algo, const std::vector<std::string>& paths,
                         const std::vector<PartialTrait>& traits) {
-  const VCFHeader first = readPartial(algo, paths.at(0));
+  VCFHeader first = readPartial(algo, paths.at(0));
   for (const std::string& path : paths) {
     const VCFHeader header = readPartial(algo, path);
     const auto require = [&](bool alike, const char* what) {

@@ -96,7 +96,7 @@ void GenotypeMerge::addLikelihoods(const Event& event, size_t alleles, GenotypeL
     for (size_t j = 0; j < alleles; ++j)
       for (size_t i = 0; i <= j; ++i, ++place) {
         const uint32_t a = std::max(map_[i], map_[j]), b = std::min(map_[i], map_[j]);
-        gl[place] += (a == kUnknown ? worst_ : pl_[size_t{a} * (a + 1) / 2 + b]) * kPhred;
+        gl[place] += (a == kUnknown ? worst_ : pl_[static_cast<size_t>(a) * (a + 1) / 2 + b]) * kPhred;
       }
     return;
   }
