@@ -152,7 +152,7 @@ def test_events_of_one_region(call, pair, tmp_path):
     assert all(r.filter == "homologous_mapping_event;clustered_events" for r in three)
     assert all(events(r) == ("3", "18", "12") for r in three)
     # There are reads of neither: which chromosomes the two lie on is not known.
-    assert [r.samples[0].get("PGT", ".") for r in trans] in ([".", "."], ["0|1", "1|0"])
+    assert all(r.samples[0].get("PGT", ".") == "." for r in trans)
     for group in (two, three):
         first = group[0]
         assert all(r.samples[0]["PGT"] == "0|1" and r.samples[0]["PID"] == f"{first.pos}_{first.ref}_{first.alts[0]}" for r in group)

@@ -183,5 +183,6 @@ void TNhaplotyper::Engine::finishRegion(const AssemblyTask& task) {
   for (RegionRecord& held : held_) records.push_back(&held.record);
   addRegionFilters(records, alt_in_normal_);
   alt_in_normal_.clear();
-  if (param_.phasing) phaseRecords(held_, task.haplotypes.size(), tn().samples_[kTumor], clips_, rows_);
+  if (param_.phasing)
+    phaseRecords(held_, task.haplotypes.size(), tn().samples_[kTumor], clips_, rows_, false);
 }

@@ -150,9 +150,9 @@ size_t findGroups(std::vector<Phase>& phases, const HaplotypeSet& called, std::s
 }  // namespace
 
 void phaseRecords(std::vector<RegionRecord>& records, size_t haplotypes, const std::string& sample,
-                  std::span<const ReadClip> reads, std::span<const double> rows) {
+                  std::span<const ReadClip> reads, std::span<const double> rows, bool twoChromosomes) {
   std::vector<Phase> phases;
-  HaplotypeSet called(haplotypes);
+  HaplotypeSet called(haplotypes, !twoChromosomes);
   for (RegionRecord& record : records) {
     Phase phase;
     if (!readPhase(record, haplotypes, sample, phase)) continue;

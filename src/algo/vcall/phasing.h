@@ -24,8 +24,12 @@ struct RegionRecord {
 // group when their alternates have the same called haplotypes, or share all of them out: on the same chromosome, or on
 // opposite ones. Assembly by short k-mers also makes haplotypes that no chromosome is. So two neighbours are of a group as
 // well when the `reads` (with `rows` of reads x haplotypes, NaN in front of one that says nothing) that reach both agree
-// on one of the two; without reads the haplotypes alone decide. The first of a group is 0|1. A homozygous record whose alternate all called haplotypes carry fits every
-// group, and joins that of the heterozygous record before it, or else behind it; without any, such records are one group.
+// on one of the two; without reads the haplotypes alone decide. The first of a group is 0|1. A homozygous record whose
+// alternate all called haplotypes carry fits every group, and joins that of the heterozygous record before it, or else
+// behind it; without any, such records are one group.
+// Without `twoChromosomes`, as in a tumor, there may be others that carry neither of two alternates: opposite is then what
+// the reads alone say.
 // Records of two alternates, of <NON_REF> and without a genotype have no phase, and neither has a group of one.
 void phaseRecords(std::vector<RegionRecord>& records, size_t haplotypes, const std::string& sample,
-                  std::span<const ReadClip> reads = {}, std::span<const double> rows = {});
+                  std::span<const ReadClip> reads = {}, std::span<const double> rows = {},
+                  bool twoChromosomes = true);

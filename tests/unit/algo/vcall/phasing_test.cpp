@@ -32,8 +32,8 @@ struct PhasingTest : testing::Test {
   }
   // PGT and PID per record, "-" without.
   std::vector<std::string> phases(size_t haplotypes, std::span<const ReadClip> reads = {},
-                                  std::span<const double> rows = {}) {
-    phaseRecords(records, haplotypes, "s", reads, rows);
+                                  std::span<const double> rows = {}, bool twoChromosomes = true) {
+    phaseRecords(records, haplotypes, "s", reads, rows, twoChromosomes);
     std::vector<std::string> texts;
     for (const RegionRecord& record : records) {
       const auto &phase = record.record.getGenotype("s", "PGT"), &id = record.record.getGenotype("s", "PID");
@@ -49,6 +49,13 @@ TEST_F(PhasingTest, SameAndOppositeHaplotypesAreOneGroup) {
   het(20, {3});
   het(30, {1, 2});
   EXPECT_THAT(phases(5), ElementsAre("0|1 10_A_C", "1|0 10_A_C", "0|1 10_A_C"));
+}
+
+TEST_F(PhasingTest, OfMoreThanTwoChromosomesNoneIsTheOppositeByItsHaplotypes) {
+  het(9, {1, 2});
+  het(20, {3});
+  het(30, {1, 2});
+  EXPECT_THAT(phases(5, {}, {}, false), ElementsAre("0|1 10_A_C", "-", "0|1 10_A_C"));
 }
 
 TEST_F(PhasingTest, UnrelatedHaplotypesAreNot) {
