@@ -172,28 +172,6 @@ TEST(BestHaplotypes, ReferenceIsTakenBeyondTheLimit) {
   EXPECT_TRUE(region.set->refHaplotype().isRef);
 }
 
-TEST(BestHaplotypes, DuplicatesKeepTheBestScore) {
-  Region region(240, 1), likelier(240, 8);
-  region.find();
-  const double before = region.set->haplotypes()[1]->score;
-  const std::string best_bases = region.set->haplotypes()[1]->bases;
-  likelier.result->kmerSize = 25;
-  BestPathSearch::findBestHaplotypes(likelier.result, region.reference, 128, false, *region.set);
-  likelier.find();
-  EXPECT_EQ(region.set->haplotypes().size(), 6u);
-  EXPECT_EQ(region.set->find(best_bases)->score, std::max(before, likelier.set->find(best_bases)->score));
-  EXPECT_GT(region.set->find(best_bases)->score, before);
-  EXPECT_EQ(region.set->find(best_bases)->kmerSize, 10);
-}
-
-TEST(BestHaplotypes, NeedThirtyBasesOfReference) {
-  Region small(29), enough(30);
-  small.find();
-  enough.find();
-  EXPECT_EQ(small.set->haplotypes().size(), 1u);
-  EXPECT_GT(enough.set->haplotypes().size(), 1u);
-}
-
 TEST(BestHaplotypes, GraphsWithoutThemAreRefused) {
   auto message = [](auto call) {
     try {

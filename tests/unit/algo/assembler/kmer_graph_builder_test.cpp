@@ -8,7 +8,6 @@
 
 #include "algo/assembler/graph_conversion.h"
 #include "algo/assembler/graph_cycles.h"
-#include "algo/assembler/graph_dot.h"
 #include "assembly_reads.h"
 
 namespace {
@@ -151,27 +150,6 @@ TEST(KmerGraphBuilder, EveryReadLiesOnAPath) {
       }
     }
   }
-}
-
-TEST(Cycles, AreFoundOverManyReads) {
-  AssemblyReads reads;
-  reads.add("GATTACAGAC");
-  EXPECT_FALSE(hasCycle(*builderOf(4).build(reads, "GATTACAGACTT", false)));
-  reads.add("ACTTGATT");  // from the end to the begin
-  EXPECT_TRUE(hasCycle(*builderOf(4).build(reads, "GATTACAGACTT", false)));
-}
-
-TEST(GraphDot, MarksReferenceAndDanglingEdges) {
-  AssemblyReads reads;
-  reads.add("ACGA");
-  const auto graph = builderOf(3).build(reads, "ACGT", false);
-  EXPECT_EQ(dotLines(*graph, "k"),
-            "\tk0 -> k1 [label=\"1\"];\n"
-            "\tk0 -> k1 [color=red];\n"
-            "\tk0 -> k2 [style=dotted,color=grey,label=\"1\"];\n"
-            "\tk0 [label=\"ACG\",shape=box]\n"
-            "\tk1 [label=\"CGT\",shape=box]\n"
-            "\tk2 [label=\"CGA\",shape=box]\n");
 }
 
 }  // namespace

@@ -12,19 +12,6 @@
 namespace {
 using namespace GRAPH;
 
-TEST(SeqGraphUtil, ZipJoinsChainsAndKeepsTheOutEdge) {
-  SeqGraph graph =
-      seqGraph({"ACG", "T", "A", "C", "G"}, {{0, 1, 2, true}, {1, 2, 3, true}, {2, 3, 4}, {2, 4, 5, true}});
-  EXPECT_TRUE(SeqGraphUtil::zip(graph));
-  EXPECT_EQ(edgesText(graph), "ACGTA>C*4 ACGTA>G*5!");
-  EXPECT_EQ(graph.refSource, 0);
-  EXPECT_FALSE(SeqGraphUtil::zip(graph));
-  SeqGraph chain = seqGraph({"ACG", "T", "A"}, {{0, 1, 2, true}, {1, 2, 3, true}});
-  EXPECT_TRUE(SeqGraphUtil::zip(chain));
-  EXPECT_EQ(chain.vertex(chain.refSink).bases, "ACGTA");
-  EXPECT_EQ(chain.refSource, chain.refSink);
-}
-
 TEST(SeqGraphUtil, DiamondGivesItsSuffixAndPrefix) {
   const std::vector<EdgeSpec> diamond = {{0, 1, 2, true}, {0, 2, 3}, {1, 3, 4, true}, {2, 3, 5}};
   SeqGraph graph = seqGraph({"A", "CAGG", "TGG", "T"}, diamond);
@@ -41,13 +28,6 @@ TEST(SeqGraphUtil, DiamondGivesItsSuffixAndPrefix) {
   graph = seqGraph({"A", "CAGG", "TGG", "T"}, diamond);
   graph.addEdge(graph.addVertex({"C"}), 2, {});
   EXPECT_FALSE(SeqGraphUtil::mergeDiamonds(graph));
-}
-
-TEST(SeqGraphUtil, TailsShareTheirSuffixButNotWithTheReference) {
-  SeqGraph graph = seqGraph({"A", "CAG", "TG", "CG"}, {{0, 1, 2}, {0, 2, 3}, {0, 3, 4, true}});
-  EXPECT_TRUE(SeqGraphUtil::mergeTails(graph));
-  EXPECT_EQ(edgesText(graph), "A>CA*2 A>CG*4! A>T*3 CA>G*2 T>G*3");
-  EXPECT_EQ(graph.vertex(graph.refSink).bases, "CG");
 }
 
 TEST(SeqGraphUtil, SuffixesAreSplitInGroups) {
@@ -114,19 +94,6 @@ TEST(SeqGraphUtil, CleansToWhatLiesBetweenTheReferenceEnds) {
   EXPECT_EQ(SeqGraphUtil().cleanSequenceGraph(graph), AssemblyResult::kJustAssembled);
   EXPECT_THROW(dropUnconnectedVertices(graph), std::runtime_error);
   EXPECT_THROW(SplitSharedSequence(nullptr, {}), std::runtime_error);
-}
-
-TEST(SeqGraphUtil, StopsAfterTheLastCycle) {
-  const SeqGraph graph =
-      seqGraph({"A", "CAGG", "TGG", "T"}, {{0, 1, 2, true}, {0, 2, 3}, {1, 3, 4, true}, {2, 3, 5}});
-  for (const int cycles : {1, 3}) {
-    SeqGraph copy = graph;
-    testing::internal::CaptureStderr();
-    SeqGraphUtil().simplifyGraph(copy, "", cycles);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              cycles == 1 ? "Infinite loop detected in simplification routines for kmer graph 10\n" : "");
-    EXPECT_EQ(copy.vertexCount(), cycles == 1 ? 5u : 4u);
-  }
 }
 
 // A ladder of bubbles as deep as no stack is, and vertices with thousands of edges.

@@ -269,16 +269,6 @@ TEST(SmithWaterman, PrefixUsesTheWholeReference) {
   EXPECT_FALSE(aligner.result().status.aligned);
 }
 
-TEST(SmithWaterman, KeepsTheOtherPathOfATie) {
-  SWPairwiseAlignmentWithAlterPath aligner;
-  aligner.align("CTAAAAGCG", 9, "CTAAGCG", 7, haplotypeAlignScores, OVERHANG_GAP);
-  ASSERT_NE(aligner.alternative(), nullptr);
-  EXPECT_EQ(cigarText(aligner.result().cigar), "2M2D5M");
-  EXPECT_EQ(cigarText(aligner.alternative()->cigar), "4M2D3M");
-  aligner.align("CTAG", 4, "CTAG", 4, haplotypeAlignScores, OVERHANG_GAP);
-  EXPECT_EQ(aligner.alternative(), nullptr);
-}
-
 TEST(SmithWaterman, CellsNearMinusInfinityDoNotWrap) {
   const std::string reference(3000, 'A');
   const int32_t gap = -((1 << 30) / (3000 + 3 + 8) - 1);

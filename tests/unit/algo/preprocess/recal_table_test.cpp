@@ -177,17 +177,6 @@ TEST(RecalTableText, TellsFilesThatDoNotOpen) {
               HasSubstr("Error: failed to read table file /no/such/folder/t"));
 }
 
-TEST(RecalTableText, PrintsTheLargestErrorsWhenAsked) {
-  RecalTable table;
-  table.groups.emplace_back("rg").row(kMismatch, 30, table.arguments).total = {400, 9 * kOne};
-  TempFolder folder;
-  setenv("QualCal_print_max_error", "1", 1);
-  testing::internal::CaptureStderr();
-  table.writeText(folder.path("t"));
-  unsetenv("QualCal_print_max_error");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "maxError = 9, 4 bits\n");
-}
-
 TEST(RecalTablePart, RefusesWhatIsBroken) {
   RecalTable table = makeTable(7, 20);
   TempFolder folder;

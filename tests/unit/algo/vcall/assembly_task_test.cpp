@@ -334,25 +334,4 @@ TEST(RegionAssembler, GivenAllelesAlone) {
   EXPECT_TRUE(std::count(found.begin(), found.end(), region.snp(150) + region.snp(250) + region.snp(282)));
 }
 
-TEST(RegionAssembler, LongGivenAllelesCostReads) {
-  Region region;
-  region.cover(region.bases());
-  region.assemble();
-  const size_t reads = region.task.fetched.size();
-  for (const uint32_t i : {180u, 190u, 200u}) {
-    const std::string ref = region.bases().substr(i, 1);
-    region.task.given.others[kStart + i] = {{ref, {ref + std::string(1 << 20, otherBase(ref[0]))}}};
-  }
-  AssemblyParam param;
-  param.hasGiven = true;
-  region.assemble(param);
-  double read_bases = 0, haplotype_bases = 0;
-  for (const ReadClip& clip : region.task.reads) read_bases += clip.length();
-  for (const auto& haplotype : region.task.haplotypes) haplotype_bases += double(haplotype->bases.size());
-  EXPECT_EQ(region.task.haplotypes.size(), 8U);
-  EXPECT_LT(region.task.reads.size(), reads);
-  EXPECT_FALSE(region.task.reads.empty());
-  EXPECT_LE(read_bases * haplotype_bases, RegionAssembler::kMaxCells * 1.5);  // reads differ in length
-}
-
 }  // namespace

@@ -118,14 +118,6 @@ TEST_F(IndelCandidatesTest, ContigEndsLettersQualitiesAndSpans) {
   EXPECT_THAT(find(), IsEmpty());
 }
 
-TEST_F(IndelCandidatesTest, BestSupportedAllelesOfAPlace) {
-  contig = letters(149, "AC") + "C" + letters(200, "AC");
-  for (uint32_t i = 1; i <= 9; ++i) insertion(150, std::string(i, 'G'), int(i) + 4);
-  const Candidates found = find();
-  EXPECT_EQ(found.begin()->second.size(), IndelCandidates::kMaxAlleles + 1);
-  EXPECT_EQ(found.begin()->second[1], "CGGGG");
-}
-
 TEST_F(IndelCandidatesTest, ClipsCountForTheInsertionsTheyFit) {
   contig = letters(149, "AC") + "C" + "TTTTA" + letters(200, "AC");
   const std::string text = "TTGATTGG";  // aligners go on for two bases

@@ -48,18 +48,6 @@ struct Calls {
   }
 };
 
-TEST(RegionPipeline, WithoutAPoolNothingWaits) {
-  Calls calls;
-  RegionPipeline pipeline([&](AssemblyTask& task) { calls.assemble(task); }, nullptr,
-                          [&](AssemblyTask& task) { calls.call(task); });
-  for (uint32_t i = 0; i < 5; ++i) {
-    pipeline.addTask(newTask(i));
-    calls.expectUpTo(i + 1);
-    EXPECT_TRUE(pipeline.empty());
-  }
-  EXPECT_EQ(pipeline.firstNeeded(7), 7u);
-}
-
 // Three walkers of one pool; gaps between regions need no assembly.
 TEST(RegionPipeline, CallsInOrderWhateverThreadAssembles) {
   constexpr uint32_t kTasks = 2000;

@@ -66,21 +66,6 @@ TEST(BamIndex, LooksInTwoPlaces) {
   EXPECT_THAT(thrownBy([&] { BamIndex::load(odd, 0); }), HasSubstr("Illegal seek"));
 }
 
-TEST(BamIndex, GoesWithoutThePseudoBin) {
-  TempFolder folder;
-  std::string path = folder.write("x.bam", inBlocks(rawBam(sampleContigs(), sampleReads(100, 3, 15))));
-  auto with = BamIndex::load(path, 2);
-  EXPECT_EQ(with->readCount(), 100u);
-  Environment environment("disable_bam_max_bin");
-  EXPECT_EQ(BamIndex::load(path, 0)->readCount(), 0u);
-  auto without = BamIndex::load(path, 2);
-  EXPECT_EQ(without->readCount(), 0u);
-  EXPECT_EQ(without->firstUnmappedOffset(), with->firstUnmappedOffset());
-  unsetenv("disable_bam_max_bin");
-  auto read = BamIndex::load(path, 0);
-  for (const auto& contig : read->contigs) EXPECT_FALSE(contig.has_counts);
-}
-
 // --- disorder ---
 
 TEST(BamIndexHelper, RefusesDisorder) {

@@ -208,35 +208,6 @@ TEST(InputSet, JoinsAVeryLongProgramChain) {
   EXPECT_EQ(linesOf(set.headerText({}), "@PG").size(), 2u * kLines);
 }
 
-TEST(InputSet, ChecksContigsAgainstTheReference) {
-  std::vector<Contig> reference = {{"c1", 0, 10}, {"c2", 0, 20}, {"c3", 0, 30}};
-  struct Case {
-    std::vector<Names> files;
-    const char* messages;
-  } cases[] = {
-      {{{{"c1", 10}, {"c3", 30}}}, ""},
-      {{{{"c1", 10}, {"x", 5}, {"c2", 21}}},
-       "Contig x from the bam files is not present in the reference\n"
-       "Contig c2 has different size in the bam files than in the reference\n"},
-      {{{{"c1", 10}, {"c2", 20}}, {{"c3", 30}, {"c1", 10}}, {{"c3", 30}, {"c2", 20}}},
-       "Contigs in bam file f1 are not in the same order as the reference contigs. The input bam file need "
-       "be "
-       "sorted in the reference order.\n"
-       "Contigs in bam file f2 are not in the same order as the reference contigs. The input bam file need "
-       "be "
-       "sorted in the reference order.\n"},
-  };
-  for (const Case& c : cases) {
-    Files files;
-    for (size_t i = 0; i < c.files.size(); i++) files.add("f" + std::to_string(i), kHead, c.files[i]);
-    InputSet set(files.handles(), 1);
-    testing::internal::CaptureStderr();
-    int result = set.check_contigs(reference);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), c.messages);
-    EXPECT_EQ(result < 0, *c.messages != 0);
-  }
-}
-
 // Whatever subsets the files have: every number leads to the name that it stands for, before and after the
 // contigs took the order of the reference.
 TEST(InputSet, NumbersFollowTheOrderOfTheReference) {

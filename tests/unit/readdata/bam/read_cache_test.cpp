@@ -270,34 +270,6 @@ TEST_P(ReadCacheOfFiles, ReadsTakeJoinedNumbersAndGroups) {
   EXPECT_EQ(cache.readTotal(), sample.known().size() - 30);  // the index counts those with coordinates
 }
 
-TEST_P(ReadCacheOfFiles, ReadsWithoutCoordinatesComeInBatches) {
-  Sample sample(GetParam(), 300, 100, 9);
-  std::vector<std::string> expected;
-  for (const Known& read : sample.known())
-    if (read.raw.ref_id < 0) expected.push_back(read.raw.name);
-  ReadCache cache(sample.handles(), true);
-  for (size_t limit : {1u, 33u, 50u, 100u, 1000u}) {
-    cache.setContig("big");
-    cache.load(0, 20000);
-    EXPECT_EQ(cache.setContig(kNoCoor), nullptr);
-    EXPECT_EQ(cache.readsHeld(), 0u);
-    std::vector<std::string> got;
-    size_t left = expected.size();
-    while (size_t count = cache.loadNoCoor(limit)) {
-      EXPECT_EQ(count, std::min(limit, left));
-      left -= count;
-      std::vector<Read*> reads;
-      EXPECT_EQ(cache.fetchAll(0, reads), count);
-      EXPECT_EQ(cache.fetchAll(FLAG_UNMAPPED, reads), 0u);
-      EXPECT_EQ(cache.fetch(0, kEverywhere, 0, reads), 0u);
-      for (const std::string& name : names(reads)) got.push_back(name);
-    }
-    EXPECT_EQ(got, expected);
-    EXPECT_EQ(cache.loadNoCoor(limit), 0u);
-    EXPECT_EQ(cache.readsHeld(), 0u);
-  }
-}
-
 // One file "in.bam" of contig "c" with these reads.
 class OneFile {
  public:

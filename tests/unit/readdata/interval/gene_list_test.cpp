@@ -106,18 +106,4 @@ TEST(GeneList, TellsWhatIsWrong) {
   }
 }
 
-TEST(GeneList, TellsWhatCannotBeRead) {
-  TempFolder folder;
-  std::string none = folder.path("none"), inside = folder.path("folder");
-  ASSERT_EQ(mkdir(inside.c_str(), 0700), 0);
-  GeneList list;
-  CaptureStderr();
-  EXPECT_FALSE(list.load(none.c_str()));
-  EXPECT_FALSE(list.load(inside.c_str()));
-  EXPECT_FALSE(list.load("/dev/zero"));
-  EXPECT_EQ(GetCapturedStderr(), "Failed to open RefSeq file " + none + ", No such file or directory\n" +
-                                     "Failed to read RefSeq file " + inside + ", Is a directory\n" +
-                                     "Failed to open RefSeq file /dev/zero, Illegal seek\n");
-}
-
 }  // namespace

@@ -128,32 +128,6 @@ TEST(IntervalList, TellsWhatCannotBeRead) {
   }
 }
 
-TEST(IntervalList, TargetOutOfBoundIsKeptWithAWarning) {
-  TempFolder folder;
-  IntervalList list;
-  Loaded loaded = load(list, folder.write("list", kHeader + "a\t40\t51\t+\tx\na\t40\t50\t+\ty\n"));
-  EXPECT_TRUE(loaded.good);
-  EXPECT_EQ(loaded.messages, "Warning: target out of bound at line 5\n");
-  EXPECT_EQ(dump(list), "a:39-51x a:39-50y");
-  EXPECT_EQ(list.targets()[1].size(), 2u);
-  EXPECT_TRUE(load(list, folder.write("plain", "b\n")).good);  // in place of the first
-  EXPECT_EQ(dump(list), "b:0-4294967295");
-  EXPECT_THROW(list.targets(), std::runtime_error);
-}
-
-TEST(IntervalList, AddsStrings) {
-  IntervalList list;
-  EXPECT_TRUE(list.add_strings("b:1-10,a:5,,:7"));
-  EXPECT_TRUE(list.add_strings("b:11-20"));
-  EXPECT_EQ(dump(list), "b:0-10 b:10-20 a:4-5");
-  list.merge();
-  EXPECT_EQ(dump(list), "b:0-20 a:4-5");
-  EXPECT_EQ(list.total(), 2u);
-  CaptureStderr();
-  EXPECT_FALSE(list.add_strings("a:1,a:b,a:0"));
-  EXPECT_EQ(GetCapturedStderr(), "Failed to parse interval string a:b\n");
-}
-
 TEST(IntervalList, PadsWithinThe32Bits) {
   struct {
     int64_t amount;

@@ -54,22 +54,6 @@ std::string readAll(IOHandle& handle, size_t piece = 10007) {
   }
 }
 
-TEST(BgzfReader, ReadsInPiecesOfAnySize) {
-  TempFolder folder;
-  std::string path = folder.write("in.gz", sample().bytes);
-  for (size_t piece : {1, 3, 300, 65280, 65536, 200000, 10000000}) {
-    BGZFHandle handle;
-    handle.set_verify_crc(true);
-    ASSERT_TRUE(handle.openFile(path.c_str(), "r"));
-    EXPECT_TRUE(readAll(handle, piece) == sample().text) << piece;
-    EXPECT_EQ(handle.tell(), static_cast<int64_t>(sample().bytes.size()) << 16);
-    char byte;
-    EXPECT_EQ(handle.read(&byte, 1), 0);
-    EXPECT_EQ(handle.close(), 0);
-    EXPECT_EQ(handle.read(&byte, 1), -1);
-  }
-}
-
 // Random seeks, reads, delimited reads and peeks, on a handle and a clone of it that goes its own way.
 TEST(BgzfReader, AgreesWithTheWholeTextAfterAnySeek) {
   TempFolder folder;

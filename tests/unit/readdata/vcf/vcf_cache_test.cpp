@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <thread>
 
 #include "readdata/vcf/tabix.h"
 #include "readdata/vcf/vcf_contigs.h"
@@ -14,42 +13,11 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr size_t kWidest = 100'000;  // bytes of a line: needs blocks of 128 KiB
-
 std::vector<std::string> overlapping(const VCFCache& cache, int32_t start, int32_t end) {
   std::vector<std::string> ids;
   for (const VCFLine& record : cache.records())
     if (record.pos < end && record.end > start) ids.push_back(record.column(VCFLine::kId));
   return ids;
-}
-
-std::vector<std::string> overlapping(const std::vector<MadeRecord>& records, const std::string& contig,
-                                     int32_t start, int32_t end) {
-  std::vector<std::string> ids;
-  for (size_t i = 0; i < records.size(); i++)
-    if (records[i].contig == contig && records[i].start < end && records[i].end > start)
-      ids.push_back(std::to_string(i));
-  return ids;
-}
-
-// What a walk of reads asks for: mostly steps forward, now and then a jump, a step back or another contig.
-void walk(VCFCache& cache, const std::vector<MadeRecord>& records, const std::vector<std::string>& contigs,
-          uint32_t seed, int steps) {
-  std::mt19937 random(seed);
-  std::string contig = contigs[0];
-  int32_t start = 0;
-  for (int i = 0; i < steps; i++) {
-    const uint32_t kind = random() % 40;
-    if (kind == 0) contig = contigs[random() % contigs.size()];
-    start = kind < 2   ? 0
-            : kind < 5 ? static_cast<int32_t>(random() % 60'000)
-                       : start + static_cast<int32_t>(random() % 500);
-    const int32_t end = kind == 6 ? INT32_MAX : start + static_cast<int32_t>(random() % 3000) - 10;
-    cache.setContig(contig);
-    cache.fetch(start, end);
-    ASSERT_EQ(overlapping(cache, start, end), overlapping(records, contig, start, end))
-        << contig << ":" << start << "-" << end << " seed " << seed;
-  }
 }
 
 std::string messageOf(const std::function<void()>& call) {
@@ -59,28 +27,6 @@ std::string messageOf(const std::function<void()>& call) {
     return e.what();
   }
   return "nothing thrown";
-}
-
-TEST(VCFCache, WindowsHoldAllOverlappingRecords) {
-  TempFolder folder;
-  const std::vector<std::string> contigs = {"c1", "c2", "empty", "c3"};
-  uint32_t seed = 0;
-  for (const char* name : {"a.vcf", "a.vcf.gz", "a.g.vcf.gz"}) {
-    for (const int32_t gap : {3, 150}) {
-      for (const size_t widest : {size_t{60}, kWidest}) {
-        const auto records = madeRecords({"c1", "c2", "c3"}, gap == 3 ? 5000 : 500, gap, widest, ++seed);
-        writeVcf(folder.path(name), records);
-        VCFCache cache(folder.path(name));
-        if (gap == 3) cache.setCacheBlockSize(16384);
-        walk(cache, records, contigs, seed, 200);
-        VCFCache copy(cache);
-        std::thread beside([&] { walk(copy, records, contigs, seed + 100, 100); });
-        walk(cache, records, contigs, seed + 200, 100);
-        beside.join();
-        std::filesystem::remove(folder.path(name) + (folder.path(name).ends_with("gz") ? ".tbi" : ".idx"));
-      }
-    }
-  }
 }
 
 // Records of one position in two blocks, of which only the second stays.

@@ -96,24 +96,6 @@ class VCFWriterTest : public testing::TestWithParam<const char*> {
 INSTANTIATE_TEST_SUITE_P(, VCFWriterTest, testing::Values(".vcf", ".vcf.gz"),
                          [](const auto& info) { return info.index ? "bgzf" : "plain"; });
 
-TEST_P(VCFWriterTest, EmptyShardsLeaveNoTraceUnlessPartial) {
-  const std::vector<std::pair<std::string, std::vector<int>>> shards = {
-      {"a", {5, 9}}, {"a", {}}, {"a", {20}}, {"b", {}}, {"c", {1}}, {"d", {}}};
-  const std::string body = record("a", 5) + record("a", 9) + record("a", 20) + record("c", 1);
-  const std::string whole = write("whole", shards);
-  EXPECT_EQ(readAll(whole), kHeader + body);
-  EXPECT_THAT(indexed(whole), ElementsAre("a", "c"));
-  VCFWriter::IndexOptions options;
-  options.partial = true;
-  const std::string partial = write("partial", shards, options);
-  EXPECT_EQ(readAll(partial), kHeader + body);
-  EXPECT_THAT(indexed(partial), ElementsAre("a", "b-", "c", "d-"));
-
-  const std::string none = write("none", {});
-  EXPECT_EQ(readAll(none), kHeader);
-  EXPECT_THAT(indexed(none), ElementsAre());
-}
-
 TEST_P(VCFWriterTest, JoinsPartialFiles) {
   VCFWriter::IndexOptions options;
   options.partial = true;

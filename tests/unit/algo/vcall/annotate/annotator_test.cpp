@@ -181,26 +181,6 @@ TEST(InbreedingTest, TenSamplesMakeACoefficient) {
   EXPECT_EQ(cohort(0, 4000, 0)["ExcessHet"], "2147483647.0000");
 }
 
-TEST(InbreedingTest, UncertainSamplesCountInParts) {
-  SiteMaker maker("A", {"C"});
-  const double half = std::log10(0.5);
-  maker.samples(10, kHet, {half - 7, half - 7, -90});
-  EXPECT_EQ(maker.annotate()["InbreedingCoeff"], "-0.3333");  // 1 - 5 / (20 * 0.75 * 0.25)
-}
-
-TEST(InbreedingTest, EachSampleIsTakenWithItsOwnAlternate) {
-  SiteMaker maker("A", {"C", "G"});  // 0/0, 0/1, 1/1, 0/2, 1/2, 2/2
-  maker.samples(4, {1, 0, 1}, {-99, -99, -99, 0, -99, -99})
-      .samples(4, {2, 0, 0}, {0, -99, -99, -99, -99, -99});
-  maker.samples(2, {0, 1, 1}, {-99, -99, -99, -99, 0, -99});
-  EXPECT_EQ(maker.annotate()["InbreedingCoeff"], "0.1667");  // 4, 4, 2: 1 - 4 / (20 * 0.6 * 0.4)
-  // With the first alternate dropped, what its genotypes say is nothing.
-  SiteMaker dropped("A", {"C", "G"});
-  dropped.site.alts[0].length = 0;
-  dropped.samples(10, {2, 0, 0}, {-7, 0, -99, std::log10(0.5) - 7, -99, -99});
-  EXPECT_EQ(dropped.annotate()["InbreedingCoeff"], "-0.2000");  // het 10/3, p = 5/6
-}
-
 TEST(StrandBiasTest, PileupTakesTheLargerP) {
   SiteMaker maker("A", {"C"});
   maker.samples(1, kHet, kHetGL).reads(8, 0).reads(8, 1, true);
@@ -217,21 +197,6 @@ TEST(StrandBiasTest, PileupTakesTheLargerP) {
   EXPECT_EQ(maker.annotate()["SOR"], expected);
   maker.context.gvcf = true;
   EXPECT_EQ(maker.annotate().count("FS") + maker.annotate().count("SOR"), 0u);
-}
-
-TEST(StrandBiasTest, WhatIsNotAsked) {
-  SiteMaker two("A", {"C", "G"}), few("A", {"C"}), rows("A", {"C", "G"});
-  const std::vector<double> gl(6, 0);
-  EXPECT_EQ(two.samples(1, {1, 1, 0}, gl).reads(8, 0).reads(8, 1, true).annotate().count("FS"), 0u);
-  EXPECT_EQ(few.samples(1, kHet, kHetGL).reads(1, 0).reads(1, 1, true).annotate().count("FS"), 0u);
-  // Rows tell alleles apart whatever the base at the position, and alternates count together.
-  rows.samples(1, {1, 1, 0}, gl)
-      .asRows()
-      .reads(8, 0, false, 2)
-      .reads(4, 1, true)
-      .reads(4, 2, true)
-      .reads(9, -1);
-  EXPECT_EQ(rows.annotate()["FS"], "38.085");
 }
 
 TEST(RankSumFieldTest, EachFieldHasItsOwnValues) {
@@ -267,11 +232,4 @@ TEST(RankSumFieldTest, EachFieldHasItsOwnValues) {
             "0.000 0.000 0.000 -1.732 -1.732 ");
   Fields none = annotate([](SiteMaker&) {});
   for (const std::string& key : keys) EXPECT_EQ(none.count(key), 0u) << key;
-}
-
-TEST(RankSumFieldTest, NeighbourQuality) {
-  SiteMaker maker("A", {"C"});
-  maker.samples(1, kHet, kHetGL);
-  maker.reads(1, 0, false, 30, 60, "20M", 10, 25).reads(1, 1, false, 40, 60, "20M", 1, 10);
-  EXPECT_EQ(maker.annotate()["NBQ"], "19.375");  // ten of 25, six of 10
 }

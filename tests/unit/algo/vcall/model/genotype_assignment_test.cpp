@@ -200,4 +200,16 @@ TEST_F(Assignment, PhasedHomozygous) {
   EXPECT_EQ(columns(3), "GQ=90 GT=1 PGT=0|1 PL=90,0");
 }
 
+TEST_F(Assignment, StatisticsOfGQ) {
+  site_.likelihoods = {{2, {}}};
+  EXPECT_TRUE(std::isnan(assign().mean));
+  site_.likelihoods = {{2, {0, -2, -9}}, {2, {}}};
+  GQStatistics gq = assign();
+  EXPECT_EQ(gq.mean, 20);
+  EXPECT_TRUE(std::isnan(gq.stddev));
+  site_.likelihoods = {{2, {0, -2, -9}}, {2, {}}, {2, {0, -4, -9}}, {2, {0, -6, -9}}};
+  gq = assign();
+  EXPECT_EQ(gq.mean, 40);
+  EXPECT_DOUBLE_EQ(gq.stddev, 20);
+}
 }  // namespace
