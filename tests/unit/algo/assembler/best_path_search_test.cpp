@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "graph_paths.h"
+#include "thrown.h"
 
 namespace {
 using namespace GRAPH;
@@ -173,31 +174,26 @@ TEST(BestHaplotypes, ReferenceIsTakenBeyondTheLimit) {
 }
 
 TEST(BestHaplotypes, GraphsWithoutThemAreRefused) {
-  auto message = [](auto call) {
-    try {
-      call();
-    } catch (const std::runtime_error& error) {
-      return std::string(error.what());
-    }
-    return std::string();
-  };
   Region region(60);
   const SeqGraph good = *region.result->graph;
   region.result->graph->refSource = kNone;
-  EXPECT_EQ(message([&] { region.find(); }), "reference source vertex is NULL_Vertex");
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { region.find(); }), "reference source vertex is NULL_Vertex");
   *region.result->graph = good;
   region.result->graph->removeVertex(good.refSink);
-  EXPECT_EQ(message([&] { region.find(); }), "reference sink vertex is NULL_Vertex");
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { region.find(); }), "reference sink vertex is NULL_Vertex");
   *region.result->graph = good;
   region.result->graph->removeEdge(0);
-  EXPECT_EQ(message([&] { region.find(); }).rfind("Mismatch between the reference haplotype and", 0), 0u);
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] {
+              region.find();
+            }).rfind("Mismatch between the reference haplotype and", 0),
+            0u);
   region.result->status = AssemblyResult::kJustAssembled;
   region.find();
   region.result->graph = nullptr;
   region.find();
   EXPECT_EQ(region.set->haplotypes().size(), 1u);
   region.result = nullptr;
-  EXPECT_EQ(message([&] { region.find(); }), "NULL AssemblyResult");
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { region.find(); }), "NULL AssemblyResult");
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "algo/preprocess/score_line.h"
 #include "read_builder.h"
+#include "thrown.h"
 
 namespace {
 
@@ -59,12 +60,7 @@ TEST(MateInfo, RefusesOtherFormats) {
   const auto told = [](const std::string& info) {
     Lines lines;
     lines.add("chr1\t5\t*\t*\t*\t*\t*\t" + info);
-    try {
-      MateInfoByVcf().add(lines.lines);
-    } catch (const std::runtime_error& error) {
-      return std::string(error.what());
-    }
-    return std::string();
+    return thrownBy<std::runtime_error>([&] { MateInfoByVcf().add(lines.lines); });
   };
   EXPECT_EQ(told("1;2;3;4;5;n"), "");
   EXPECT_EQ(told("1;2;3;4;n"), "Dedup: score_info format changed. Please rerun algo LocusCollector.");

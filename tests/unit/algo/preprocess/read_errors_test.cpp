@@ -91,6 +91,26 @@ TEST(ReadErrors, SharesEventsOfAnUncertainRun) {
   EXPECT_EQ(found(judge(read.qual(0xff)).errors[kDeletion]), (Errors{{15, 1.0}}));
 }
 
+TEST(ReadErrors, ClipsToTheTemplate) {
+  auto bounds = [](const ReadBuilder& builder) {
+    bam_record record = builder.build();
+    BAMRead read;
+    read.attach(record);
+    return templateBounds(read);
+  };
+  using Bounds = std::pair<uint32_t, uint32_t>;
+  auto read = [] { return readBuilder("r").at(0, 100).cigar("50M"); };
+  EXPECT_EQ(bounds(read().mate(0, 95, 30)), Bounds(100, 131));
+  EXPECT_EQ(bounds(read().mate(0, 95, 30).reverse()), Bounds(100, 150));
+  EXPECT_EQ(bounds(read().mate(0, 120, -30).reverse()), Bounds(120, 150));
+  EXPECT_EQ(bounds(read().mate(0, 149, -30).reverse()),
+            Bounds(100, 150));                                  // the mate's start is the last base
+  EXPECT_EQ(bounds(read().mate(0, 60, 30)), Bounds(100, 150));  // ends before this read begins
+  EXPECT_EQ(bounds(read().mate(0, 95, 0)), Bounds(100, 150));
+  EXPECT_EQ(bounds(read().mate(0, 95, 30).mateUnmapped()), Bounds(100, 150));
+  EXPECT_EQ(bounds(read().mate(0, 95, 30).reverse().flag(FLAG_MATE_REVERSE)), Bounds(100, 150));
+}
+
 TEST(ReadErrors, LeavesOutReadsThatCannotBeCounted) {
   Judged got = judge(readBuilder("r").at(0, 5).cigar("1M"));
   EXPECT_FALSE(got.counted);

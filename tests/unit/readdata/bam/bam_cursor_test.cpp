@@ -4,6 +4,7 @@
 #include "bam_files.h"
 #include "readdata/bam/bam_impl.h"
 #include "temp_folder.h"
+#include "thrown.h"
 
 namespace {
 
@@ -21,19 +22,6 @@ Names fetch(BAMHandle::FetchState& cursor, int32_t contig, uint32_t start, uint3
   }
   EXPECT_FALSE(cursor.readNext());
   return names;
-}
-
-template <typename Call>
-std::string thrownBy(Call call) {
-  testing::internal::CaptureStderr();
-  std::string thrown;
-  try {
-    call();
-  } catch (const std::exception& error) {
-    thrown = error.what();
-  }
-  std::string told = testing::internal::GetCapturedStderr();
-  return thrown.empty() ? "" : told + thrown;
 }
 
 // Every read of the file, contig by contig in tiles of `tile` bases, then those without coordinates.
@@ -91,9 +79,9 @@ TEST_F(CursorFaults, TruncationIsNeverSilent) {
       for (uint32_t tile : {50000u, 300000000u}) {
         Names got;
         // Refused by the check of loading, or, without it, by the cursor.
-        std::string loading = thrownBy([&] { got = fetchAll(*open_read_source(path, nullptr, true), tile); });
+        std::string loading = toldBy([&] { got = fetchAll(*open_read_source(path, nullptr, true), tile); });
         Names read;
-        std::string reading = thrownBy([&] { read = fetchAll(*openWith(path, index), tile); });
+        std::string reading = toldBy([&] { read = fetchAll(*openWith(path, index), tile); });
         if (loading.empty()) {
           ASSERT_EQ(got, allNames(reads)) << "cut at " << cut;
         }
@@ -123,7 +111,7 @@ TEST_F(CursorFaults, UnsortedReads) {
   ASSERT_EQ(reads[99].ref_id, reads[100].ref_id);
   ASSERT_GT(reads[99].pos, reads[100].pos);
   std::string path = write("a.bam", reads);
-  std::string message = thrownBy([&] { fetchAll(*openWith(path, index), 500000000); });
+  std::string message = toldBy([&] { fetchAll(*openWith(path, index), 500000000); });
   EXPECT_THAT(message, HasSubstr("BAM file " + path + " is not sorted: read 100 at "));
 }
 
@@ -138,7 +126,7 @@ TEST_F(CursorFaults, ReadsOfAnotherContigThanPromised) {
     told.has_counts = false;
     real = {};
     std::string path = write("a.bam", reads);
-    std::string message = thrownBy([&] { fetchAll(*openWith(path, index), 500000000); });
+    std::string message = toldBy([&] { fetchAll(*openWith(path, index), 500000000); });
     EXPECT_THAT(message, HasSubstr(path)) << first;
     EXPECT_THAT(message, HasSubstr("the.bai")) << first;
     EXPECT_THAT(message, HasSubstr("small:1")) << first;
@@ -153,7 +141,7 @@ TEST_F(CursorFaults, PlacedReadsAmongUnplaced) {
     moved[at].ref_id = 6;
     moved[at].pos = 5;
     std::string path = write("a.bam", moved);
-    std::string message = thrownBy([&] { fetch(*openWith(path, index)->newFetchState(), -1, 0, 0); });
+    std::string message = toldBy([&] { fetch(*openWith(path, index)->newFetchState(), -1, 0, 0); });
     EXPECT_THAT(message, HasSubstr(path)) << at;
     EXPECT_THAT(message, HasSubstr("last:6")) << at;
   }
@@ -165,7 +153,7 @@ TEST_F(CursorFaults, CountOfUnplacedReads) {
   std::string path = write("a.bam", reads);
   for (uint64_t count : {29, 31, 0}) {
     index->n_no_coor = count;
-    EXPECT_THAT(thrownBy([&] { fetchAll(*openWith(path, index), 500000000); }), HasSubstr(path));
+    EXPECT_THAT(toldBy([&] { fetchAll(*openWith(path, index), 500000000); }), HasSubstr(path));
     index->has_no_coor = false;
     EXPECT_EQ(fetchAll(*openWith(path, index), 500000000), allNames(reads));
     index->has_no_coor = true;

@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "base/timer.h"
 #include "temp_folder.h"
+#include "thrown.h"
 
 namespace {
 
@@ -36,16 +37,7 @@ std::string recordBytes(const std::vector<RawRead>& reads) {
 // What an attempt to open and read all of `path` says, standard error and exception together; "" when all is
 // well.
 std::string complaint(const std::string& path) {
-  testing::internal::CaptureStderr();
-  std::string thrown;
-  try {
-    auto bam = open_read_source(path, nullptr, false);
-    readAll(*bam);
-  } catch (const std::exception& error) {
-    thrown = error.what();
-  }
-  std::string told = testing::internal::GetCapturedStderr();
-  return thrown.empty() ? "" : told + thrown;
+  return toldBy([&] { readAll(*open_read_source(path, nullptr, false)); });
 }
 
 void copyRecords(BAMImpl& from, BAMImpl& to) {

@@ -8,30 +8,11 @@
 #include "bam_files.h"
 #include "readdata/bam/bam_impl.h"
 #include "temp_folder.h"
+#include "thrown.h"
 
 namespace {
 
 using testing::HasSubstr;
-
-template <typename Call>
-std::string thrownBy(Call call) {
-  try {
-    call();
-  } catch (const std::exception& error) {
-    return error.what();
-  }
-  return "";
-}
-
-// Sets an environment variable for the life of the object.
-class Environment {
- public:
-  explicit Environment(const char* name) : name_(name) { setenv(name, "1", 1); }
-  ~Environment() { unsetenv(name_); }
-
- private:
-  const char* name_;
-};
 
 // Where each record begins, found by walking the file without an index.
 std::vector<std::pair<uint64_t, uint64_t>> recordSpans(const std::string& path) {

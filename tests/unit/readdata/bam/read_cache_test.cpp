@@ -8,6 +8,7 @@
 
 #include "bam_files.h"
 #include "temp_folder.h"
+#include "thrown.h"
 
 namespace {
 
@@ -313,12 +314,8 @@ TEST(ReadCache, RefusesReadsWithoutKnownGroup) {
     OneFile file({simpleRead(c.aux)});
     ReadCache cache(file.handles());
     cache.setContig("c");
-    try {
-      cache.load(0, 1000);
-      ADD_FAILURE() << c.aux;
-    } catch (const std::runtime_error& error) {
-      EXPECT_EQ(error.what(), c.message + file.handles()[0]->path);
-    }
+    EXPECT_EQ(thrownBy<std::runtime_error>([&] { cache.load(0, 1000); }),
+              c.message + file.handles()[0]->path);
   }
 }
 

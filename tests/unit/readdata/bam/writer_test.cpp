@@ -13,6 +13,7 @@
 #include "readdata/bam/bam_writer.h"
 #include "readdata/bam/parallel_bam_writer.h"
 #include "temp_folder.h"
+#include "thrown.h"
 
 namespace {
 
@@ -80,15 +81,6 @@ std::string savedIndex(const TempFolder& folder, const BamIndex& index) {
   std::string path = folder.path("expected.bai");
   if (!index.save(path)) throw std::runtime_error("save");
   return fileBytes(path);
-}
-
-std::string thrownBy(const std::function<void()>& work) {
-  try {
-    work();
-  } catch (const std::exception& failure) {
-    return failure.what();
-  }
-  return "";
 }
 
 bool hasEndMarker(const std::string& path) {

@@ -7,6 +7,7 @@
 
 #include "readdata/stream/posix_io_handle.h"
 #include "temp_folder.h"
+#include "thrown.h"
 
 namespace {
 
@@ -72,13 +73,8 @@ TEST(GQBlock, MergeEveryPosition) {
 }
 
 TEST(GQBlock, MergeRefusesWhatIsNotInOrder) {
-  const auto broken = [](GQBlock b1, GQBlock b2) -> std::string {
-    try {
-      mergeGQBlock(b1, b2);
-    } catch (const std::logic_error& error) {
-      return error.what();
-    }
-    return "";
+  const auto broken = [](GQBlock b1, GQBlock b2) {
+    return thrownBy<std::logic_error>([&] { mergeGQBlock(b1, b2); });
   };
   const GQBlock first = block(10, 20, 5, 0, {0, 1, 2});
   EXPECT_EQ(broken(first, block(3, 9, 5, 0, {0, 1, 2})), "b1.start <= b2.end");

@@ -13,6 +13,7 @@
 #include "readdata/stream/open_stream.h"
 #include "readdata/vcf/vcf_cache.h"
 #include "temp_folder.h"
+#include "thrown.h"
 
 namespace {
 
@@ -300,16 +301,13 @@ TEST(GVCFWriter, RefusesBrokenPartialFiles) {
                                        madeContig("c1", 300, 1, false, random)};
   const std::string part = run.write("part", cut(contigs, 100, 0, random), random, true);
   const std::string good = textOf(part), tag = "#FGQB\t";
-  const auto failure = [&](const std::string& content) -> std::string {
+  const auto failure = [&](const std::string& content) {
     std::ofstream(part) << content;  // of the same size: the index must not refuse it
-    try {
+    return thrownBy<std::runtime_error>([&] {
       auto writer = run.create("merged", false);
       writer->merge(part);
       writer->close();
-    } catch (const std::runtime_error& error) {
-      return error.what();
-    }
-    return "";
+    });
   };
   EXPECT_EQ(failure(good), "");
   const std::string invalid = "Caller: invalid FGQB line format in file " + part;

@@ -12,21 +12,12 @@
 #include "readdata/stream/open_stream.h"
 #include "readdata/vcf/vcf_cache.h"
 #include "temp_folder.h"
+#include "thrown.h"
 
 namespace {
 
 using testing::ElementsAre;
 namespace fs = std::filesystem;
-
-template <class Work>
-std::string failureOf(Work work) {
-  try {
-    work();
-  } catch (const std::runtime_error& failure) {
-    return failure.what();
-  }
-  return "no failure";
-}
 
 std::string readAll(const std::string& path) {
   std::unique_ptr<IOHandle> file = openStream(path, "r");
@@ -120,19 +111,20 @@ TEST_P(VCFWriterTest, JoinsPartialFiles) {
   VCFWriter disordered("W");
   disordered.open(file("disordered"));
   disordered.merge(first);
-  EXPECT_EQ(failureOf([&] { disordered.merge(first); }),
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { disordered.merge(first); }),
             "W: contig a of file " + first + " is not in genome order");
   VCFWriter backward("W");
   backward.open(file("backward"));
   backward.merge(second);
-  EXPECT_EQ(failureOf([&] {
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] {
               backward.merge(write("p3", {{"d", {1, 2}}}, options));
             }),
             "W: contig d of file " + file("p3") + " is not in genome order");
   if (compressed()) return;
   options.wideBins = true;
   const std::string wide = write("wide", {{"b", {9}}}, options);
-  EXPECT_EQ(failureOf([&] { disordered.merge(wide); }), "W: binWidth == ci.binWidth in file " + wide);
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { disordered.merge(wide); }),
+            "W: binWidth == ci.binWidth in file " + wide);
 }
 
 TEST_P(VCFWriterTest, RefusesPartialFilesThatAreNoGood) {
@@ -142,16 +134,16 @@ TEST_P(VCFWriterTest, RefusesPartialFilesThatAreNoGood) {
   VCFWriter writer("W");
   writer.open(file("out"));
   fs::copy(good, file("bare"));
-  EXPECT_EQ(failureOf([&] { writer.merge(file("bare")); }),
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { writer.merge(file("bare")); }),
             "W: failed to load index for file " + file("bare"));
   if (compressed()) {  // a .idx knows the size of its file
     fs::copy(indexOf(good), indexOf(file("gone")));
-    EXPECT_EQ(failureOf([&] { writer.merge(file("gone")); }),
+    EXPECT_EQ(thrownBy<std::runtime_error>([&] { writer.merge(file("gone")); }),
               "W: failed to open file " + file("gone") + ", No such file or directory");
     fs::copy(good, file("short"));
     fs::copy(indexOf(good), indexOf(file("short")));
     fs::resize_file(file("short"), fs::file_size(good) - 60);
-    EXPECT_EQ(failureOf([&] {
+    EXPECT_EQ(thrownBy<std::runtime_error>([&] {
                 VCFWriter other("W");
                 other.open(file("out2"));
                 other.merge(file("short"));
@@ -160,33 +152,34 @@ TEST_P(VCFWriterTest, RefusesPartialFilesThatAreNoGood) {
   }
   VCFWriter other("W");
   other.open(folder_.path(compressed() ? "other.vcf" : "other.vcf.gz"));
-  EXPECT_EQ(failureOf([&] { other.merge(good); }).substr(0, 36 + good.size()),
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { other.merge(good); }).substr(0, 36 + good.size()),
             "W: Incompatible temp file format of " + good);
 }
 
 TEST_P(VCFWriterTest, TellsWhatFailed) {
   VCFWriter lost("W");
-  EXPECT_EQ(failureOf([&] { lost.open(file("none/out")); }),
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { lost.open(file("none/out")); }),
             "W: failed to open output file " + file("none/out"));
 
   VCFWriter writer("W");
   writer.open(file("out"));
   auto clone = writer.clone();
-  EXPECT_EQ(failureOf([&] { clone->open(file("none/out")); }),
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { clone->open(file("none/out")); }),
             "W: failed to open output file " + file("none/out"));
   const auto result = shard(*clone, file("temp"), "a", {1, 2, 3});
   writer.merge(result.get(), file("temp"));  // what one clone failed at does not stop the output
   std::unique_ptr<IOHandle> alien =
       openStream(folder_.write(compressed() ? "alien.vcf" : "alien.vcf.gz", ""), "r");
-  EXPECT_EQ(failureOf([&] { writer.merge(result.get(), alien.get()); }), "W: Incompatible temp file format");
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { writer.merge(result.get(), alien.get()); }),
+            "W: Incompatible temp file format");
 
   VCFWriter next("W");
   next.open(file("next"));
   fs::resize_file(file("temp"), fs::file_size(file("temp")) - 30);
-  EXPECT_EQ(failureOf([&] { next.merge(result.get(), file("temp")); }),
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { next.merge(result.get(), file("temp")); }),
             std::string("W: failed to read from temp file, ") +
                 (compressed() ? "truncated file" : "No data available"));
-  EXPECT_EQ(failureOf([&] { next.merge(result.get(), file("gone")); }),
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { next.merge(result.get(), file("gone")); }),
             "W: failed to open temp file " + file("gone") + ", No such file or directory");
   // The failed run has left no index of the file's old content.
   EXPECT_FALSE(fs::exists(indexOf(file("next"))));
@@ -194,7 +187,8 @@ TEST_P(VCFWriterTest, TellsWhatFailed) {
   VCFWriter unindexed("W");
   fs::create_directory(indexOf(file("unindexed")));
   unindexed.open(file("unindexed"));
-  EXPECT_EQ(failureOf([&] { unindexed.close(); }), "W: failed to save index for file " + file("unindexed"));
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { unindexed.close(); }),
+            "W: failed to save index for file " + file("unindexed"));
 }
 
 TEST_P(VCFWriterTest, TellsOfAFullDisk) {
@@ -208,7 +202,7 @@ TEST_P(VCFWriterTest, TellsOfAFullDisk) {
   headed.open(full);
   VCFHeader header;
   for (size_t i = 0; i + 2000 < many; i += 2000) header.addRawLine("x=" + noise.substr(i, 2000));
-  EXPECT_EQ(failureOf([&] { headed.writeHeader(header); }),
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { headed.writeHeader(header); }),
             "W: failed to write vcf header to file " + full + why);
 
   VCFWriter writer("W");
@@ -216,7 +210,7 @@ TEST_P(VCFWriterTest, TellsOfAFullDisk) {
   auto clone = writer.clone();
   clone->open(full);
   clone->startContig("a");
-  EXPECT_EQ(failureOf([&] {
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] {
               for (int i = 0; i < 10; ++i) clone->writeLine("a\t1\t" + noise + "\n", 0, 1);
             }),
             "W: failed to write to file " + full + why);
@@ -228,14 +222,15 @@ TEST_P(VCFWriterTest, TellsOfAFullDisk) {
   for (int i = 0; i < 10; ++i) clone->writeLine("a\t1\t" + noise + "\n", 0, 1);
   clone->endContig(result);
   clone->close();
-  EXPECT_EQ(failureOf([&] { writer.merge(&result, file("temp")); }),
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { writer.merge(&result, file("temp")); }),
             "W: failed to read write to file " + full + why);
 
   VCFWriter small("W");
   small.open(full);
   VCFHeader few;
   small.writeHeader(few);
-  EXPECT_EQ(failureOf([&] { small.close(); }), "W: failed to close output file " + full + why);
+  EXPECT_EQ(thrownBy<std::runtime_error>([&] { small.close(); }),
+            "W: failed to close output file " + full + why);
   EXPECT_FALSE(fs::exists(indexOf(full)));
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "temp_folder.h"
+#include "thrown.h"
 #include "vcf_files.h"
 
 namespace {
@@ -38,12 +39,7 @@ struct Files {
   }
 
   std::string refusal() const {
-    try {
-      open();
-    } catch (const std::exception& failure) {
-      return failure.what();
-    }
-    return "";
+    return thrownBy([this] { open(); });
   }
 };
 
