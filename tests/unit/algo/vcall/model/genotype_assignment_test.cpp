@@ -94,6 +94,20 @@ TEST_F(Assignment, NoCall) {
   EXPECT_EQ(calls_[0].depth, -1);
 }
 
+TEST_F(Assignment, DroppedAllelesTakeTheirGenotypesAlong) {
+  site_.alts = {allele("C"), allele("G"), allele("T")};
+  site_.alts[1].length = 0;
+  // 00 01 11 02 12 22 03 13 23 33
+  EXPECT_EQ(only({2, {-9, -8, -7, 0, -1, -2, -6, -4, -0.1, -5}}), "GQ=10 GT=1/2 PL=50,40,30,20,0,10");
+  EXPECT_EQ(calls_[0].counts, (std::vector<int32_t>{0, 1, 0, 1}));
+  // What is left is equal, whatever it lies below the dropped ones.
+  EXPECT_EQ(only({2, {-4, -4, -4, 0, -1, -2, -4, -4, -1, -4}}), "GT=./.");
+  site_.alts[0].length = site_.alts[2].length = 0;
+  pile("ACGTAN");
+  EXPECT_EQ(only({2, {-9, -8, -7, 0, -1, -2, -6, -4, -0.1, -5}}), "AD=2 DP=5 GT=0/0");
+  EXPECT_EQ(calls_[0].adDepth, (std::vector<int32_t>{2, 0, 0, 0}));
+}
+
 TEST_F(Assignment, ManyGenotypes) {
   site_.alts.assign(13, allele("C"));
   auto likelihoods = [](uint32_t ploidy) {
