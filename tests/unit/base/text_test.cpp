@@ -5,6 +5,12 @@
 
 namespace {
 
+TEST(Text, KeyValues) {
+  using Map = std::map<std::string, std::string>;
+  EXPECT_EQ(parseKeyValues(""), Map());
+  EXPECT_EQ(parseKeyValues("a=1,b,,c=x=y,a=2,"), Map({{"a", "2"}, {"b", ""}, {"c", "x=y"}}));
+}
+
 TEST(Text, NumbersAboveTheLimitShowThemselves) {
   struct {
     const char* text;

@@ -334,4 +334,18 @@ TEST(RegionAssembler, GivenAllelesAlone) {
   EXPECT_TRUE(std::count(found.begin(), found.end(), region.snp(150) + region.snp(250) + region.snp(282)));
 }
 
+TEST(RegionAssembler, HardRegions) {
+  Region bare;
+  expectSound(bare.assemble());
+  EXPECT_TRUE(bare.task.skipFlag);
+  Region small(1, 8);  // than a k-mer, and then nothing
+  small.task.activeInterval = small.task.paddedInterval;
+  small.add(small.bases(), 0, "8M");
+  expectSound(small.assemble());
+  small.task.reference.bases.clear();
+  small.task.paddedInterval.end = kStart;
+  small.assemble();
+  EXPECT_TRUE(small.task.haplotypes.empty());
+}
+
 }  // namespace

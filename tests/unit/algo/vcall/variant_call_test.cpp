@@ -1,4 +1,4 @@
-// The base of callers: options, header, the site decision, the record and its way through shards to the file.
+// The base of callers: options, and the record on its way through shards to the file.
 #include <cmath>
 #include <fstream>
 #include <functional>
@@ -41,7 +41,6 @@ class Caller::Worker final : public VariantCallAlgo::Engine {
  public:
   using Engine::Engine;
   void advance(uint32_t, uint32_t) override {}
-  using Engine::calculate;
   using Engine::emitVariant;
   using Engine::fetchDb;
 };
@@ -53,7 +52,8 @@ Algo::Engine* Caller::newEngine(DriverContext* context, int) {
 // A reference with one contig, reads of two groups, and what else a run has.
 class VariantCall : public testing::Test {
  protected:
-  void setUp(const std::string& groups = "@RG\tID:g1\tSM:b\n@RG\tID:g2\tSM:a\n@RG\tID:g3\tSM:b\n") {
+  void setUp() {
+    const std::string groups = "@RG\tID:g1\tSM:b\n@RG\tID:g2\tSM:a\n@RG\tID:g3\tSM:b\n";
     folder_.write("r.fa.fai", "c\t40\t3\t40\t41\n");
     reference_ = std::make_unique<FastaFile>(folder_.write("r.fa", ">c\n" + kBases + "\n"));
     const std::string bam = folder_.write(
@@ -138,8 +138,6 @@ Site siteOf(uint32_t position, const char* ref, const std::vector<const char*>& 
   return site;
 }
 
-// ---- options ----
-
 TEST_F(VariantCall, UsageFailures) {
   const auto text = [&](std::vector<const char*> args, bool gvcf = false) {
     return thrownBy([&] { make(args, gvcf); });
@@ -167,47 +165,6 @@ TEST_F(VariantCall, UsageFailures) {
   context_.reference = nullptr;
   EXPECT_EQ(text({"o"}), "Caller: missing reference");
 }
-
-// ---- start ----
-
-// ---- sites ----
-
-struct Decision {
-  const char* mode;
-  const char* call_conf;
-  const char* emit_conf;
-  double support;  // phred, of the heterozygote over the reference
-  int answer;
-};
-
-TEST_F(VariantCall, Decisions) {
-  setUp();
-  const Decision decisions[] = {
-      {"variant", "30", "30", 300, 1},   {"variant", "30", "30", 40, 0},
-      {"variant", "30", "3", 45, 1},     {"variant", "10", "30", 45, 1},
-      {"variant", "30", "30", -300, 0},  {"confident", "30", "30", -300, -1},
-      {"confident", "30", "30", 300, 1}, {"confident", "90", "90", -3, 0},
-      {"all", "30", "30", -300, -1},     {"all", "90", "90", -3, -1},
-      {"all", "30", "30", 300, 1},       {"gvcf", "30", "30", -300, 0},
-  };
-  for (const Decision& d : decisions) {
-    SCOPED_TRACE(std::string(d.mode) + " " + d.call_conf + " " + std::to_string(d.support));
-    const bool gvcf = std::string(d.mode) == "gvcf";
-    if (gvcf) setUp("@RG\tID:g\tSM:s\n");
-    run({"--emit_mode", d.mode, "--call_conf", d.call_conf, "--emit_conf", d.emit_conf}, {{0, 40}},
-        [&](Caller::Worker& worker, uint32_t, uint32_t) {
-          Site site = siteOf(5, "A", {"C"}, {-d.support / 10, 0, -30});
-          if (d.support < 0) site.likelihoods[1].gl = {0, d.support / 10, -60};
-          double qual = -1;
-          EXPECT_EQ(worker.calculate(site, &qual), d.answer);
-          EXPECT_EQ(site.alts[0].length, d.support > 0 || gvcf ? 1 : 0);
-          // One heterozygote among two samples is expected at one of a thousand sites.
-          EXPECT_NEAR(qual, std::abs(d.support) + (d.support > 0 ? -30 : 30), 4);
-        });
-  }
-}
-
-// ---- records ----
 
 TEST_F(VariantCall, KnownIdsAndKeptAlleles) {
   setUp();
