@@ -72,9 +72,10 @@ std::vector<size_t> shareOut(const std::vector<size_t>& counts, size_t total, in
     for (const size_t a : order) take(a, 1);  // the largest remainders
   }
   while (rest > 0) {
-    const size_t part = (rest + 1) / 2;
-    for (size_t a = 1; a < counts.size(); ++a) take(a, part);
-    take(0, part);
+    const size_t half = rest / 2;
+    for (size_t a = 1; a < counts.size(); ++a) take(a, half);
+    take(0, std::max(half, size_t{1}));
+    for (size_t a = 1; a < counts.size() && half == 0; ++a) take(a, rest);  // the reference had none left
   }
   return taken;
 }

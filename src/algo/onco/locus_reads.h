@@ -42,8 +42,8 @@ class LocusReads {
   // Leaves out int(fraction * n) of the n reads of the sample that count, each filed under its likeliest allele; nothing
   // for a fraction of 0. How many of each allele:
   //   mode 1    the alternates in turn, then the reference, give half of what is to go, or all they have; the rest goes
-  //             by further rounds. Reads of another person look like an alternate at a low fraction, and at most half of
-  //             those of a heterozygous site do
+  //             by further rounds, an odd read of the reference. Reads of another person look like an alternate at a low
+  //             fraction, and half of those of a heterozygous site do
   //   mode 0    in proportion to the reads of each allele: fractions stay as they are
   // `contig` and the position seed the draw. `fraction` is in [0, 1).
   void contaminationDownsample(int32_t sample, double fraction, int mode, const char* contig,

@@ -9,14 +9,6 @@
 
 namespace {
 
-bool isAligned(uint32_t word) {
-  return consumesRead(word) && consumesReference(word);
-}
-
-bool isIndel(uint32_t word) {
-  return cigarOp(word) == CIGAR_I || cigarOp(word) == CIGAR_D;
-}
-
 // Whether the bases beside that word of the CIGAR are those of a gap.
 bool isGap(uint32_t word, bool adapter_side) {
   return isIndel(word) || (cigarOp(word) == CIGAR_S && !adapter_side);

@@ -29,15 +29,6 @@ int countCopies(std::string_view bases, size_t position, std::string_view unit) 
   return copies;
 }
 
-enum class Orientation { kNone, kF1R2, kF2R1 };
-
-// By which read of the pair lies on the forward strand.
-Orientation orientationOf(const Read& read) {
-  const bool first = read.flag & FLAG_FIRST, second = read.flag & FLAG_SECOND;
-  if (!(read.flag & FLAG_PAIRED) || first == second) return Orientation::kNone;
-  return first != read.isReverse() ? Orientation::kF1R2 : Orientation::kF2R1;
-}
-
 bool isOf(const LocusRead& read, int32_t sample, int32_t allele) {
   return read.counts() && read.sample == sample && read.allele == allele;
 }
@@ -91,6 +82,12 @@ TandemRepeat TandemRepeat::find(const ReferenceWindow& reference, uint32_t posit
   found.unit = event.substr(0, unit);
   found.repeats = {in_ref, in_alt};
   return found;
+}
+
+Orientation orientationOf(const Read& read) {
+  const bool first = read.flag & FLAG_FIRST, second = read.flag & FLAG_SECOND;
+  if (!(read.flag & FLAG_PAIRED) || first == second) return Orientation::kNone;
+  return first != read.isReverse() ? Orientation::kF1R2 : Orientation::kF2R1;
 }
 
 AlleleEvidence evidenceOf(const LocusReads& reads, int32_t sample, int32_t allele) {

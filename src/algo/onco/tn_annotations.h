@@ -26,11 +26,14 @@ struct TandemRepeat {
   bool isContraction() const { return isRepeat && repeats[1] < repeats[0] && repeats[1] > 1; }
 };
 
+// F1R2: the first read of the pair lies on the forward strand, or the second on the reverse; F2R1 the other way round.
+// Reads that are of no pair have none.
+enum class Orientation { kNone, kF1R2, kF2R1 };
+
+Orientation orientationOf(const Read& read);
+
 // The reads of one sample that count, for the reference and for the alternate. The quality of a read is that of its base
 // at the position, which is the anchoring base of an indel; 0 for a read without one there.
-//
-// F1R2: the first read of the pair lies on the forward strand, or the second on the reverse; F2R1 the other way round.
-// Reads that are of no pair have no orientation.
 struct AlleleEvidence {
   int32_t refCount = 0, altCount = 0;      // AD
   int64_t refQualSum = 0, altQualSum = 0;  // QSS

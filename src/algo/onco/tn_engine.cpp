@@ -122,7 +122,7 @@ void TNhaplotyper::Engine::calcSite(const AssemblyTask& task, EventSite event) {
                          textOf(record.alleles[0]));
   lookUp(record, call);
   alt_in_normal_.push_back(addFilters(call, param_.thresholds, record));
-  if (param_.filterArtefacts) addArtefactFilters(calcArtefacts(locus_, allele, call.tumor, ref, alt), record);
+  if (param_.filterArtefacts) addArtefactFilters(calcArtefacts(locus_, allele, ref, alt), record);
   describe(*held.site, alternate, call, record);
   held_.push_back(std::move(held));
 }

@@ -15,6 +15,9 @@ namespace {
 
 constexpr double kAnyNumber = std::numeric_limits<double>::max();
 constexpr double kTumorMapQualCap = 60, kNoMapQualCap = 255;
+// A read with fewer bases in the region than this may have fewer errors. Beside a lone SNP it has about 40, which is not
+// few enough to lose one of them.
+constexpr double kErrorSpan = 50;
 
 struct HeaderLine {
   const char *id, *number, *type, *description;
@@ -196,7 +199,8 @@ void TNhaplotyper::settleParam() {
 std::unique_ptr<PairHMM::Model> TNhaplotyper::makeModel() const {
   auto model = std::make_unique<TumorNormalModel>(param_.pcrModel, hasNormal() ? kNormal : -1);
   std::map<std::string, double> settings{{"tumor:mapQualCap", kTumorMapQualCap},
-                                         {"maxErrorsForRead", double(param_.maxErrorPerRead)}};
+                                         {"maxErrorsForRead", double(param_.maxErrorPerRead)},
+                                         {"maxErrorRatePerBase", param_.maxErrorPerRead / kErrorSpan}};
   if (param_.noMapqCap) settings["tumor:mapQualCap"] = settings["normal:mapQualCap"] = kNoMapQualCap;
   model->configure(settings);
   return model;

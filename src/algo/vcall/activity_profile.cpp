@@ -15,14 +15,6 @@ constexpr int32_t kDepthLimit = 40;
 constexpr uint32_t kQualities = 256;
 constexpr uint32_t kDiploidStride = 4;
 
-bool isAligned(uint32_t word) {
-  return consumesRead(word) && consumesReference(word);
-}
-
-bool isIndel(uint32_t word) {
-  return cigarOp(word) == CIGAR_I || cigarOp(word) == CIGAR_D;
-}
-
 // Of an observation for the reference or against it, log10(P | n of ploidy copies differ). The worst base is a guess.
 double likelihood(uint32_t quality, bool matches, uint32_t n, uint32_t ploidy) {
   const double error = std::min(std::pow(10.0, -double(quality) / 10), 0.75);

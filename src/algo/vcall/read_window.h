@@ -8,6 +8,14 @@
 #include "algo/vcall/pairhmm/read_clip.h"
 #include "readdata/bam/read.h"
 
+// What words of a CIGAR are to who counts bases.
+inline bool isAligned(uint32_t word) {
+  return consumesRead(word) && consumesReference(word);
+}
+inline bool isIndel(uint32_t word) {
+  return cigarOp(word) == CIGAR_I || cigarOp(word) == CIGAR_D;
+}
+
 struct ReadWindow {
   uint32_t start, end;  // on the contig; empty when start >= end
 };

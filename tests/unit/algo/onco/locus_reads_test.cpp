@@ -74,11 +74,12 @@ TEST(LocusReads, DownsampleShares) {
     double fraction;
     int mode, refLeft, altLeft;
   } cases[] = {
-      {90, 10, 0, 1, 90, 10},   {90, 10, 0.0099, 1, 90, 10}, {90, 10, 0.1, 1, 85, 5},
-      {90, 10, 0.01, 1, 90, 9},  // the odd one is of the alternate
-      {98, 2, 0.1, 1, 90, 0},    // what it has not, the reference gives
-      {2, 18, 0.5, 1, 0, 10},   {90, 10, 0.999, 1, 1, 0},    {0, 0, 0.5, 1, 0, 0},
-      {97, 3, 0.1, 0, 87, 3},   {93, 7, 0.1, 0, 84, 6},      {90, 10, 0.999, 0, 1, 0},
+      {90, 10, 0, 1, 90, 10},    {90, 10, 0.0099, 1, 90, 10}, {90, 10, 0.1, 1, 85, 5},
+      {90, 10, 0.01, 1, 89, 10},  // the odd one is of the reference
+      {98, 2, 0.1, 1, 90, 0},     // what the alternate has not, the reference gives
+      {0, 20, 0.3, 1, 0, 14},     // and the other way round
+      {2, 18, 0.5, 1, 0, 10},    {90, 10, 0.999, 1, 1, 0},    {0, 0, 0.5, 1, 0, 0},
+      {97, 3, 0.1, 0, 87, 3},    {93, 7, 0.1, 0, 84, 6},      {90, 10, 0.999, 0, 1, 0},
   };
   for (const auto& c : cases) {
     LocusMaker maker;
