@@ -146,8 +146,10 @@ class PathLists {
 };
 
 // Stretches that have nothing in common align base by base where gaps cost little against the matches between them. Of
-// a haplotype with this many events the alignment is made again, with scores for which chance matches do not pay.
+// a haplotype with this many events or two gaps the alignment is made again, with scores for which chance matches do not
+// pay.
 constexpr size_t kManyEvents = 3;
+constexpr long kManyGaps = 2;
 constexpr SMITHWATERMAN::Scores kFewGapScores = {100, -250, -700, -5};
 
 // False when the path cannot be used.
@@ -169,15 +171,17 @@ bool placeOnReference(const Haplotype& reference, Haplotype& haplotype,
   return true;
 }
 
-// Of two ways to tell what differs, the one with fewer events.
-bool placeSimply(const Haplotype& reference, Haplotype& haplotype,
-                 SMITHWATERMAN::SWPairwiseAlignment& aligner) {
+// With another alignment beside it where one with dearer gaps differs.
+bool placeBothWays(const Haplotype& reference, Haplotype& haplotype,
+                   SMITHWATERMAN::SWPairwiseAlignment& aligner) {
   if (!placeOnReference(reference, haplotype, aligner, SMITHWATERMAN::haplotypeAlignScores)) return false;
-  if (haplotype.eventMap.size() < kManyEvents) return true;
+  const auto gaps = std::count_if(haplotype.cigar.begin(), haplotype.cigar.end(), [](uint32_t word) {
+    return cigarOp(word) == CIGAR_I || cigarOp(word) == CIGAR_D;
+  });
+  if (haplotype.eventMap.size() < kManyEvents && gaps < kManyGaps) return true;
   Haplotype other = haplotype;
-  if (placeOnReference(reference, other, aligner, kFewGapScores) &&
-      other.eventMap.size() < haplotype.eventMap.size())
-    haplotype = std::move(other);
+  if (placeOnReference(reference, other, aligner, kFewGapScores) && other.cigar != haplotype.cigar)
+    haplotype.other = {std::move(other.cigar), std::move(other.eventMap)};
   return true;
 }
 
@@ -207,7 +211,7 @@ void BestPathSearch::findBestHaplotypes(const std::shared_ptr<AssemblyResult>& r
     haplotype->locus = refHaplotype.locus;
     haplotype->score = path.score;
     haplotype->kmerSize = result->kmerSize;
-    if (!placeSimply(refHaplotype, *haplotype, aligner)) continue;
+    if (!placeBothWays(refHaplotype, *haplotype, aligner)) continue;
     if (debug)
       fprintf(stderr, "Adding haplotype %s from graph with kmer %d\n", haplotype->text().c_str(),
               result->kmerSize);

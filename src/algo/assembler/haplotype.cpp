@@ -1,7 +1,11 @@
 #include "algo/assembler/haplotype.h"
 
+#include <algorithm>
 #include <cmath>
+#include <set>
 #include <stdexcept>
+#include <tuple>
+#include <utility>
 
 #include "base/text.h"
 
@@ -60,4 +64,30 @@ std::string Haplotype::text() const {
   text += ",events=EventMap{";
   for (const auto& [position, event] : eventMap) text += event.ref + "/" + event.alt + ",";
   return text + "}";
+}
+
+void chooseAlignments(const std::vector<std::unique_ptr<Haplotype>>& haplotypes) {
+  using Event = std::tuple<uint32_t, std::string_view, std::string_view>;
+  const auto key = [](const HaplotypeEvent& event) { return Event{event.position, event.ref, event.alt}; };
+  std::set<Event> certain;
+  for (const auto& haplotype : haplotypes)
+    if (!haplotype->other)
+      for (const auto& [position, event] : haplotype->eventMap) certain.insert(key(event));
+  const auto cost = [&](const EventMap& events, const Cigar& cigar) {
+    const auto own = std::count_if(events.begin(), events.end(),
+                                   [&](const auto& entry) { return !certain.contains(key(entry.second)); });
+    const auto gaps = std::count_if(cigar.begin(), cigar.end(), [](uint32_t word) {
+      return cigarOp(word) == CIGAR_I || cigarOp(word) == CIGAR_D;
+    });
+    return std::tuple(own, events.size(), gaps);
+  };
+  for (const auto& haplotype : haplotypes) {
+    if (!haplotype->other) continue;
+    if (cost(haplotype->other->eventMap, haplotype->other->cigar) <
+        cost(haplotype->eventMap, haplotype->cigar)) {
+      haplotype->cigar = std::move(haplotype->other->cigar);
+      haplotype->eventMap = std::move(haplotype->other->eventMap);
+    }
+    haplotype->other.reset();
+  }
 }

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,6 +50,12 @@ class EventMap : public std::map<uint32_t, HaplotypeEvent> {
   void addIndel(uint32_t position, std::string_view ref, std::string_view alt);
 };
 
+// How the bases lie on the reference, and what differs then.
+struct HaplotypeAlignment {
+  Cigar cigar;
+  EventMap eventMap;
+};
+
 struct Haplotype {
   std::string bases;
   bool isRef = false;
@@ -57,7 +65,13 @@ struct Haplotype {
   int32_t alignmentStart = 0;  // offset of the first base in the reference
   int32_t kmerSize = 0;        // of the graph it came from
   EventMap eventMap;
+  std::optional<HaplotypeAlignment> other;  // another way to align it, if there was a choice
 
   // For debug output. The locus is one-based inclusive, isRef 'T' or 'F', the score in thousandths.
   std::string text() const;
 };
+
+// Of a haplotype with two alignments the one stays with fewer events of its own: an event that another haplotype surely
+// has came into being once for both. Of equally many the one with fewer events, then with fewer gaps: genomes have several
+// substitutions for each insertion or deletion.
+void chooseAlignments(const std::vector<std::unique_ptr<Haplotype>>& haplotypes);

@@ -37,15 +37,22 @@ void tellNonUnique(int k, const KmerGraphBuilder& builder) {
 std::unique_ptr<AssemblyResultSet> ReadThreadingAssembler::assemble(std::span<const AssemblyRead> reads,
                                                                     const Haplotype& refHaplotype) const {
   auto set = std::make_unique<AssemblyResultSet>(std::make_unique<Haplotype>(refHaplotype));
+  addSizes(reads, refHaplotype, *set);
+  chooseAlignments(set->haplotypes());
+  return set;
+}
+
+void ReadThreadingAssembler::addSizes(std::span<const AssemblyRead> reads, const Haplotype& refHaplotype,
+                                      AssemblyResultSet& set) const {
   bool found = false;
   std::vector<int> refused;
   for (const int k : kmerSizes) {
-    if (addSize(reads, refHaplotype, k, false, *set))
+    if (addSize(reads, refHaplotype, k, false, set))
       found = true;
     else
       refused.push_back(k);
   }
-  if (refused.empty()) return set;
+  if (refused.empty()) return;
 
   const int64_t largest = *std::max_element(kmerSizes.begin(), kmerSizes.end());
   const int64_t limit = largest + kRetryLimit;
@@ -53,16 +60,15 @@ std::unique_ptr<AssemblyResultSet> ReadThreadingAssembler::assemble(std::span<co
   bool any_allowed = false;
   for (int64_t k = largest + kRetryStep; k < limit && k <= length && !found; k += kRetryStep) {
     any_allowed = k + kRetryStep >= limit;
-    found = addSize(reads, refHaplotype, static_cast<int>(k), any_allowed, *set);
+    found = addSize(reads, refHaplotype, static_cast<int>(k), any_allowed, set);
   }
-  if (any_allowed || allowRepeatKmersInRef) return set;
+  if (any_allowed || allowRepeatKmersInRef) return;
 
   // Few reads span the k-mers of a large size. What is told by some of them, beside a repeat that the reference has
   // too, is found by the sizes that the repeat refused.
   ReadThreadingAssembler tolerant = *this;
   tolerant.allowRepeatKmersInRef = true;
-  for (const int k : refused) tolerant.addSize(reads, refHaplotype, k, false, *set);
-  return set;
+  for (const int k : refused) tolerant.addSize(reads, refHaplotype, k, false, set);
 }
 
 bool ReadThreadingAssembler::addSize(std::span<const AssemblyRead> reads, const Haplotype& refHaplotype,

@@ -51,6 +51,8 @@ class ReadThreadingAssembler {
   std::string text() const;
 
  private:
+  void addSizes(std::span<const AssemblyRead> reads, const Haplotype& refHaplotype,
+                AssemblyResultSet& set) const;
   // Adds the haplotypes of a size to `set`; false when there is no graph.
   bool addSize(std::span<const AssemblyRead> reads, const Haplotype& refHaplotype, int k, bool allowAll,
                AssemblyResultSet& set) const;

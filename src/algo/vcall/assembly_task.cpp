@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "algo/assembler/read_threading_assembler.h"
+#include "algo/vcall/crossovers.h"
 #include "algo/vcall/fold_back.h"
 #include "algo/vcall/given_haplotypes.h"
 #include "algo/vcall/read_sampling.h"
@@ -145,6 +146,11 @@ void RegionAssembler::assemble(AssemblyTask& task) const {
   kept.reserve(task.reads.size());
   for (const ReadClip& clip : task.reads) kept.push_back(clip.read);
   clipReads(kept, task.trimmedInterval, task.reference, task.reads);
+  if (param_.addsCrossovers && !param_.hasGiven) {
+    addCrossovers(task.haplotypes, task.reads, task.reference, task.trimmedInterval, int(param_.minBaseQual),
+                  kMaxHaplotypes);
+    RegionTrimmer::sortUnique(task.haplotypes, kMaxHaplotypes);
+  }
   boundCells(task, samples_);
 }
 

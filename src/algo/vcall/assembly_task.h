@@ -46,6 +46,7 @@ struct AssemblyParam {
   bool hasGiven = false;
   bool clipOverlaps = true;  // of mates: else the caller looks to it that a fragment counts once
   bool usesSupplementary = true;
+  bool addsCrossovers = true;  // of the haplotypes that were found, where single reads show them
   bool clipLowEnds = false;  // ends of reads below minBaseQual
 };
 

@@ -36,7 +36,7 @@ bool RegionTrimmer::variantInterval(const Haplotypes& haplotypes, ActiveRegion a
     }
   }
   if (!found) return false;
-  const int64_t padding = only_snps ? kSNPPadding : kIndelPadding;
+  const int64_t padding = only_snps ? kSNPPadding + kExtension : kIndelPadding;
   const int64_t extension = given ? kExtensionOfGiven : kExtension;
   int64_t from = std::max(start - padding, active.start - extension);
   int64_t to = std::min(end + padding, active.end + extension);
