@@ -136,7 +136,7 @@ void RegionAssembler::assemble(AssemblyTask& task) const {
   if (task.debugLevel >= kDebugRegions)
     fprintf(stderr, "haplotype after assembleReads:%lu\n", task.haplotypes.size());
   task.skipFlag = !RegionTrimmer::variantInterval(task.haplotypes, task.activeInterval, task.paddedInterval,
-                                                  param_.hasGiven, task.trimmedInterval);
+                                                  param_.hasGiven, param_.snpPadding, task.trimmedInterval);
   if (task.skipFlag) {
     task.haplotypes.resize(1);
     return;

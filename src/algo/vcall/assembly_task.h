@@ -15,6 +15,7 @@
 #include "algo/vcall/given_alleles.h"
 #include "algo/vcall/pairhmm/read_clip.h"
 #include "algo/vcall/reference_window.h"
+#include "algo/vcall/region_trimmer.h"
 
 struct AssemblyTask {
   enum State : int32_t { kNew = 0, kAssembled = 1, kCalled = 2 };
@@ -47,6 +48,7 @@ struct AssemblyParam {
   bool clipOverlaps = true;  // of mates: else the caller looks to it that a fragment counts once
   bool usesSupplementary = true;
   bool addsCrossovers = true;  // of the haplotypes that were found, where single reads show them
+  uint32_t snpPadding = RegionTrimmer::kWideSNPPadding;
   bool clipLowEnds = false;  // ends of reads below minBaseQual
 };
 

@@ -22,7 +22,7 @@ bool better(const Haplotype& a, const Haplotype& b) {
 }  // namespace
 
 bool RegionTrimmer::variantInterval(const Haplotypes& haplotypes, ActiveRegion active, ActiveRegion window,
-                                    bool given, ActiveRegion& trimmed) {
+                                    bool given, uint32_t snpPadding, ActiveRegion& trimmed) {
   bool found = false, only_snps = true;
   int64_t start = INT64_MAX, end = 0;
   for (const auto& haplotype : haplotypes) {
@@ -36,7 +36,7 @@ bool RegionTrimmer::variantInterval(const Haplotypes& haplotypes, ActiveRegion a
     }
   }
   if (!found) return false;
-  const int64_t padding = only_snps ? kSNPPadding + kExtension : kIndelPadding;
+  const int64_t padding = only_snps ? snpPadding : kIndelPadding;
   const int64_t extension = given ? kExtensionOfGiven : kExtension;
   int64_t from = std::max(start - padding, active.start - extension);
   int64_t to = std::min(end + padding, active.end + extension);

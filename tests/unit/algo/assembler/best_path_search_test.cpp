@@ -160,6 +160,7 @@ TEST(BestHaplotypes, UnlikeStretchesAreNotTakenApart) {
         std::make_shared<SeqGraph>(seqGraph({r.substr(0, 150), taken, put, r.substr(181)},
                                             {{0, 1, 9, true}, {0, 2, 9}, {1, 3, 9, true}, {2, 3, 9}}));
     region.find();
+    chooseAlignments(region.set->haplotypes());
     EXPECT_LE(region.set->haplotypes().back()->eventMap.size(), 4u)
         << region.set->haplotypes().back()->text();
   }

@@ -78,4 +78,42 @@ TEST(EventMap, EventsPutIntoTheReferenceGiveTheHaplotype) {
   }
 }
 
+// By default of a haplotype with 2 gaps, and beside it of one with a gap and a SNP.
+TEST(ChooseAlignments, FewestEventsOfItsOwnThenFewestEventsThenGaps) {
+  const HaplotypeEvent snp = {110, "A", "G", HaplotypeEvent::kSNP},
+                       far = {90, "C", "T", HaplotypeEvent::kSNP},
+                       short_gap = {112, "TA", "T", HaplotypeEvent::kDeletion},
+                       gap = {100, "ACC", "A", HaplotypeEvent::kDeletion},
+                       long_gap = {100, "ACCC", "A", HaplotypeEvent::kDeletion};
+  const Cigar two_gaps = {10 << 4 | CIGAR_M, 2 << 4 | CIGAR_D, 9 << 4 | CIGAR_M, 1 << 4 | CIGAR_D},
+              one_gap = {10 << 4 | CIGAR_M, 3 << 4 | CIGAR_D, 9 << 4 | CIGAR_M};
+  using Events = std::vector<HaplotypeEvent>;
+  const auto mapOf = [](const Events& events) {
+    EventMap map;
+    for (const HaplotypeEvent& event : events) map[event.position] = event;
+    return map;
+  };
+  // What is left of {gap, short_gap} or {long_gap, snp}, where another haplotype has `known`.
+  const auto chosen = [&](const Events& known, const Events& first, const Events& second) {
+    std::vector<std::unique_ptr<Haplotype>> haplotypes;
+    for (int i = 0; i < 3; ++i) haplotypes.push_back(std::make_unique<Haplotype>());
+    haplotypes[0]->eventMap = mapOf(known);
+    for (int i : {1, 2}) {  // two that share an alignment do not make it surer
+      haplotypes[size_t(i)]->cigar = two_gaps;
+      haplotypes[size_t(i)]->eventMap = mapOf(first);
+      haplotypes[size_t(i)]->other = {one_gap, mapOf(second)};
+    }
+    chooseAlignments(haplotypes);
+    EXPECT_FALSE(haplotypes[1]->other);
+    EXPECT_EQ(haplotypes[1]->eventMap, haplotypes[2]->eventMap);
+    EXPECT_EQ(haplotypes[1]->cigar, haplotypes[1]->eventMap == mapOf(first) ? two_gaps : one_gap);
+    return haplotypes[1]->eventMap == mapOf(first);
+  };
+  EXPECT_FALSE(chosen({}, {gap, short_gap}, {long_gap, snp}));
+  EXPECT_TRUE(chosen({short_gap}, {gap, short_gap}, {long_gap, snp}));
+  EXPECT_FALSE(chosen({snp}, {gap, short_gap}, {long_gap, snp}));
+  EXPECT_TRUE(chosen({}, {gap, short_gap}, {far, long_gap, snp}));
+  EXPECT_FALSE(chosen({far, snp}, {gap, short_gap}, {far, long_gap, snp}));
+}
+
 }  // namespace

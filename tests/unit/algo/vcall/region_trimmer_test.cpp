@@ -26,16 +26,16 @@ std::optional<Span> trimmed(const std::vector<Event>& events, ActiveRegion windo
     haplotypes[1]->eventMap[e.position] = {e.position, ref, alt, type};
   }
   ActiveRegion found{};
-  if (!variantInterval(haplotypes, {1100, 1200}, window, given, found)) return std::nullopt;
+  if (!variantInterval(haplotypes, {1100, 1200}, window, given, kWideSNPPadding, found)) return std::nullopt;
   return Span(found.start, found.end);
 }
 
 TEST(VariantInterval, HoldsWhatBeginsInTheRegion) {
   EXPECT_EQ(trimmed({}), std::nullopt);
   EXPECT_EQ(trimmed({{1099, "A", "C"}, {1200, "A", "C"}}), std::nullopt);
-  EXPECT_EQ(trimmed({{1099, "A", "C"}, {1150, "A", "C"}}), Span(1150 - kSNPPadding, 1151 + kSNPPadding));
-  // SNPs at the borders have their padding all the same, and an indel no more than the extension.
-  EXPECT_EQ(trimmed({{1100, "A", "C"}, {1199, "A", "C"}}), Span(1100 - kSNPPadding, 1200 + kSNPPadding));
+  EXPECT_EQ(trimmed({{1099, "A", "C"}, {1150, "A", "C"}}), Span(1150 - kWideSNPPadding, 1151 + kWideSNPPadding));
+  // At the borders of the region there is no more than the extension.
+  EXPECT_EQ(trimmed({{1100, "A", "C"}, {1199, "A", "C"}}), Span(1100 - kExtension, 1200 + kExtension));
   EXPECT_EQ(trimmed({{1150, "AC", "A"}}), Span(1100 - kExtension, 1200 + kExtension));
   // A deletion that leads out of the region is held whole.
   const std::string lost(60, 'A');
