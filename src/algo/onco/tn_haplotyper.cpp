@@ -186,7 +186,7 @@ void TNhaplotyper::addFraction(OptionParser& parser, const char* option, const c
 
 void TNhaplotyper::settleParam() {
   param_.addsCrossovers = false;                   // in tumors a single read is no evidence
-  param_.snpPadding = RegionTrimmer::kSNPPadding;  // nor one that differs elsewhere
+  param_.snpPadding = RegionTrimmer::kSNPPadding;  // reads that differ nearby are of artefacts
   param_.clipOverlaps = false;                     // LocusReads::removeOverlap() chooses at each position
   param_.usesSupplementary = false;  // of duplicates they are not marked: copies would pass for a variant
   param_.thresholds.filterStrContraction = param_.filterStrContraction;
