@@ -33,7 +33,8 @@ std::optional<Span> trimmed(const std::vector<Event>& events, ActiveRegion windo
 TEST(VariantInterval, HoldsWhatBeginsInTheRegion) {
   EXPECT_EQ(trimmed({}), std::nullopt);
   EXPECT_EQ(trimmed({{1099, "A", "C"}, {1200, "A", "C"}}), std::nullopt);
-  EXPECT_EQ(trimmed({{1099, "A", "C"}, {1150, "A", "C"}}), Span(1150 - kWideSNPPadding, 1151 + kWideSNPPadding));
+  EXPECT_EQ(trimmed({{1099, "A", "C"}, {1150, "A", "C"}}),
+            Span(1150 - kWideSNPPadding, 1151 + kWideSNPPadding));
   // At the borders of the region there is no more than the extension.
   EXPECT_EQ(trimmed({{1100, "A", "C"}, {1199, "A", "C"}}), Span(1100 - kExtension, 1200 + kExtension));
   EXPECT_EQ(trimmed({{1150, "AC", "A"}}), Span(1100 - kExtension, 1200 + kExtension));
