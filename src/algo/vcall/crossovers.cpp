@@ -1,7 +1,7 @@
 #include "algo/vcall/crossovers.h"
 
 #include <algorithm>
-#include <climits>
+#include <limits>
 #include <map>
 #include <string>
 #include <string_view>
@@ -14,9 +14,10 @@ namespace {
 using Haplotypes = std::vector<std::unique_ptr<Haplotype>>;
 using Combination = std::vector<int>;  // per stretch, the allele
 
-constexpr int kAnchor = 10;      // bases that agree with the reference, to lay a read from
-constexpr size_t kPlaces = 8;    // in a read where a stretch may begin, those that cost least
-constexpr int kCostUnit = 1024;  // so that what is not preferred costs less than anything else
+constexpr int kAnchor = 10;    // bases that agree with the reference, to lay a read from
+constexpr size_t kPlaces = 8;  // in a read where a stretch may begin, those that cost least
+constexpr int64_t kWorst = std::numeric_limits<int64_t>::max();
+constexpr int64_t kCostUnit = 1024;  // so that what is not preferred costs less than anything else
 
 struct Stretch {
   uint32_t start, shared, end;  // the bases from `shared` on are those of the reference in all haplotypes
@@ -137,13 +138,13 @@ class Panel {
 // A read from its anchor in one of the two directions, and the stretches in the order in which it meets them.
 struct Way {
   std::string bases;
-  std::vector<int> costs;  // of a mismatch
+  std::vector<int64_t> costs;  // of a mismatch
   std::vector<size_t> stretches;
   size_t skipped = 0;  // bases of the first stretch behind the anchor
   bool reversed = false;
 
-  int mismatches(size_t offset, std::string_view allele) const {
-    int cost = 0;
+  int64_t mismatches(size_t offset, std::string_view allele) const {
+    int64_t cost = 0;
     for (size_t i = offset, end = std::min(bases.size(), offset + allele.size()); i < end; ++i)
       cost += bases[i] == allele[i - offset] ? 0 : costs[i];
     return cost;
@@ -193,8 +194,8 @@ Anchor findAnchor(const Panel& panel, const ReadClip& clip, const ReferenceWindo
 }
 
 // What `combination` costs.
-int costOf(const Panel& panel, const Way& way, const Combination& combination) {
-  int cost = 0;
+int64_t costOf(const Panel& panel, const Way& way, const Combination& combination) {
+  int64_t cost = 0;
   size_t offset = 0;
   for (size_t step = 0; step < way.stretches.size() && offset < way.bases.size(); ++step) {
     const std::string_view allele = way.allele(panel, step, combination[way.stretches[step]]);
@@ -205,15 +206,15 @@ int costOf(const Panel& panel, const Way& way, const Combination& combination) {
 }
 
 // Puts the alleles that cost least into `combination`, which stays where it costs no more. Returns the cost.
-int cheapest(const Panel& panel, const Way& way, Combination& combination) {
+int64_t cheapest(const Panel& panel, const Way& way, Combination& combination) {
   struct Place {
     size_t offset;
-    int cost;
+    int64_t cost;
     size_t from;
     int allele;
   };
   std::vector<std::vector<Place>> levels = {{{0, 0, 0, -1}}};
-  Place best{0, INT_MAX, 0, -1};
+  Place best{0, kWorst, 0, -1};
   size_t best_level = 0;
   const auto finish = [&](const Place& place) {
     if (place.cost < best.cost) best = place, best_level = levels.size() - 1;
@@ -233,7 +234,7 @@ int cheapest(const Panel& panel, const Way& way, Combination& combination) {
       }
       for (int a = 0; a < int(panel.stretches[s].alleles.size()); ++a) {
         const std::string_view allele = way.allele(panel, step, a);
-        const int cost = place.cost + way.mismatches(place.offset, allele) + (a != combination[s]);
+        const int64_t cost = place.cost + way.mismatches(place.offset, allele) + (a != combination[s]);
         const size_t offset = place.offset + allele.size();
         const auto same =
             std::find_if(next.begin(), next.end(), [&](const Place& n) { return n.offset == offset; });
@@ -259,7 +260,7 @@ int cheapest(const Panel& panel, const Way& way, Combination& combination) {
 // From behind the anchor on, and from its first base back.
 std::pair<Way, Way> waysOf(const Panel& panel, const ReadClip& clip, const Anchor& anchor, int minBaseQual) {
   const auto bases = std::string_view(clip.read->bases + clip.readStart, size_t(clip.length()));
-  std::vector<int> costs;
+  std::vector<int64_t> costs;
   for (size_t i = 0; i < bases.size(); ++i) {
     const int quality = clip.read->quals[size_t(clip.readStart) + i];
     costs.push_back(quality < minBaseQual || bases[i] == 'N' ? 0 : quality * kCostUnit);
@@ -298,16 +299,16 @@ void addCrossovers(Haplotypes& haplotypes, const std::vector<ReadClip>& reads,
     if (anchor.length < kAnchor) continue;
     const auto [forward, back] = waysOf(panel, reads[r], anchor, minBaseQual);
     size_t like = 0;
-    int least = INT_MAX;
+    int64_t least = kWorst;
     for (size_t h = 0; h < haplotypes.size() && least > 0; ++h) {
-      const int cost =
+      const int64_t cost =
           costOf(panel, forward, panel.combinations[h]) + costOf(panel, back, panel.combinations[h]);
       if (cost < least || (cost == least && haplotypes[h]->score > haplotypes[like]->score))
         least = cost, like = h;
     }
     if (least < kCrossoverGain * kCostUnit) continue;
     Combination combination = panel.combinations[like];
-    const int cost = cheapest(panel, forward, combination) + cheapest(panel, back, combination);
+    const int64_t cost = cheapest(panel, forward, combination) + cheapest(panel, back, combination);
     if (least - cost < (kCrossoverGain - 1) * kCostUnit) continue;
     ++found.try_emplace(std::move(combination), Support{like, 0}).first->second.reads;
   }
