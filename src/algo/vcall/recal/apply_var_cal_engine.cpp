@@ -21,8 +21,8 @@ int64_t endOf(const VCFLine& line) {
   return int64_t{line.pos} + int64_t(strlen(line.column(VCFLine::kRef)));
 }
 
-std::string placeOf(const VCFLine& line) {
-  return std::string(line.line) + ":" + std::to_string(int64_t{line.pos} + 1);
+std::string placeOf(const VCFLine& line, char separator) {
+  return std::string(line.line) + separator + std::to_string(int64_t{line.pos} + 1);
 }
 
 // Calls take(key, item) for each item of an INFO text that is not empty.
@@ -134,7 +134,7 @@ const VCFLine* ApplyVarCal::Engine::findRecal(const VCFLine& line) {
 }
 
 void ApplyVarCal::Engine::fail(const char* what, const VCFLine& recal) const {
-  throw std::runtime_error(algo->name + ": " + what + " in the line of " + placeOf(recal) +
+  throw std::runtime_error(algo->name + ": " + what + " in the line of " + placeOf(recal, ':') +
                            " of the recalibration file " + recal_->path());
 }
 
@@ -181,7 +181,7 @@ void ApplyVarCal::Engine::recalibrate(const VCFLine& line, const VCFLine& recal)
 
 // The line as it was but for two columns; columns that it does not have stay away.
 void ApplyVarCal::Engine::write(const VCFLine& line, const char* filter, const char* info) {
-  text_.assign(line.line).append("\t").append(std::to_string(int64_t{line.pos} + 1));
+  text_ = placeOf(line, '\t');
   for (int i = 0; i < VCFLine::kColumns; ++i) {
     const auto column = VCFLine::Column(i);
     if (!line.hasColumn(column)) break;
