@@ -8,6 +8,7 @@
 
 #include "algo/assembler/graph_conversion.h"
 #include "algo/assembler/graph_cycles.h"
+#include "algo/assembler/graph_dot.h"
 #include "assembly_reads.h"
 
 namespace {
@@ -150,6 +151,19 @@ TEST(KmerGraphBuilder, EveryReadLiesOnAPath) {
       }
     }
   }
+}
+
+TEST(GraphDot, MarksReferenceAndDanglingEdges) {
+  AssemblyReads reads;
+  reads.add("ACGA");
+  const auto graph = builderOf(3).build(reads, "ACGT", false);
+  EXPECT_EQ(dotLines(*graph, "k"),
+            "\tk0 -> k1 [label=\"1\"];\n"
+            "\tk0 -> k1 [color=red];\n"
+            "\tk0 -> k2 [style=dotted,color=grey,label=\"1\"];\n"
+            "\tk0 [label=\"ACG\",shape=box]\n"
+            "\tk1 [label=\"CGT\",shape=box]\n"
+            "\tk2 [label=\"CGA\",shape=box]\n");
 }
 
 }  // namespace

@@ -199,6 +199,21 @@ TEST(StrandBiasTest, PileupTakesTheLargerP) {
   EXPECT_EQ(maker.annotate().count("FS") + maker.annotate().count("SOR"), 0u);
 }
 
+TEST(StrandBiasTest, WhatIsNotAsked) {
+  SiteMaker two("A", {"C", "G"}), few("A", {"C"}), rows("A", {"C", "G"});
+  const std::vector<double> gl(6, 0);
+  EXPECT_EQ(two.samples(1, {1, 1, 0}, gl).reads(8, 0).reads(8, 1, true).annotate().count("FS"), 0u);
+  EXPECT_EQ(few.samples(1, kHet, kHetGL).reads(1, 0).reads(1, 1, true).annotate().count("FS"), 0u);
+  // Rows tell alleles apart whatever the base at the position, and alternates count together.
+  rows.samples(1, {1, 1, 0}, gl)
+      .asRows()
+      .reads(8, 0, false, 2)
+      .reads(4, 1, true)
+      .reads(4, 2, true)
+      .reads(9, -1);
+  EXPECT_EQ(rows.annotate()["FS"], "38.085");
+}
+
 TEST(RankSumFieldTest, EachFieldHasItsOwnValues) {
   const auto annotate = [](auto&& add) {
     SiteMaker maker("A", {"C", "G"});
