@@ -187,6 +187,42 @@ TEST(BamIndexData, KeepsRunsNotReads) {
   EXPECT_EQ(index.n_no_coor, uint64_t(kReads));
 }
 
+TEST(BamWriter, WholeFileHasHeaderAndIndex) {
+  for (bool parallel : {false, true}) {
+    TempFolder folder;
+    std::string output = folder.path("whole.bam"), index = folder.path("elsewhere.bai");
+    auto reads = sampleReads(5000, 30, 9);
+    auto records = recordsOf(reads);
+    thread_coop pool;
+    BamWriter writer(output, {{"output_index_file", index}});
+    writer.open(-1, sampleHeader(), true, true);
+    if (parallel) writer.setParallel(&pool);
+    for (const bam_record& record : records) writer.write(record);
+    writer.close();
+    EXPECT_EQ(writer.current(), output);
+    EXPECT_TRUE(joined(blocksOf(fileBytes(output))) == rawBam(sampleContigs(), reads));
+    EXPECT_FALSE(exists(output + ".bai"));
+
+    auto scanned = BamIndex::build(output);
+    std::filesystem::copy_file(index, output + ".bai");
+    auto loaded = BamIndex::load(output, 0, static_cast<int64_t>(sampleContigs().size()));
+    EXPECT_EQ(loaded->readCount(), 5000u);
+    EXPECT_EQ(loaded->n_no_coor, 30u);
+    for (size_t contig = 0; contig < scanned->contigs.size(); ++contig) {
+      EXPECT_EQ(loaded->contigs[contig].linear, scanned->contigs[contig].linear);
+      ASSERT_EQ(loaded->contigs[contig].bins.size(), scanned->contigs[contig].bins.size());
+      for (const auto& [bin, chunks] : scanned->contigs[contig].bins) {
+        const auto& own = loaded->contigs[contig].bins.at(bin);
+        ASSERT_EQ(own.size(), chunks.size());
+        for (size_t i = 0; i < chunks.size(); ++i) {
+          EXPECT_EQ(own[i].begin, chunks[i].begin);
+          EXPECT_GE(own[i].end, chunks[i].end);  // the last one may name the end of the file
+        }
+      }
+    }
+  }
+}
+
 RawRead readAt(int32_t ref_id, int32_t pos) {
   RawRead read;
   read.ref_id = ref_id;
