@@ -12,10 +12,11 @@ KMer& KMerFactory::find(const char* bases, uint32_t hash, int32_t mark) {
 
   if (size_ == kMaxKmers) throw std::runtime_error("too many k-mers in one region");
   if (size_ == buckets_.size()) grow();
-  if (size_ % kBlock == 0) blocks_.push_back(std::make_unique_for_overwrite<KMer[]>(kBlock));
+  if (size_ % kBlock == 0) blocks_.push_back(std::make_unique_for_overwrite<KMer[]>(kBlock + 1));
   KMer*& bucket = buckets_[hash & (buckets_.size() - 1)];
   KMer& kmer = blocks_.back()[size_++ % kBlock];
   kmer = {bucket, bases, hash, mark};
+  (&kmer)[1].bases = nullptr;  // as long as it is not made; see follow()
   bucket = &kmer;
   return kmer;
 }

@@ -51,6 +51,13 @@ class KMerFactory {
 
   explicit KMerFactory(int kmerSize);
 
+  // The record made right behind that of the k-mer one base before `bases`, when it is that of the k-mer at `bases`: a
+  // sequence mostly goes where an earlier one went, and then a letter tells what else takes a search. Null otherwise.
+  KMer* follow(KMer& before, const char* bases) const {
+    KMer* const next = &before + 1;
+    return next->bases == before.bases + 1 && next->bases[kmer_size_ - 1] == bases[kmer_size_ - 1] ? next
+                                                                                                   : nullptr;
+  }
   // The record of the k-mer at `bases`, which outlives the factory; made with `mark` when there is none.
   KMer& find(const char* bases, uint32_t hash, int32_t mark);
   size_t size() const { return size_; }
@@ -68,6 +75,6 @@ class KMerFactory {
 
   size_t kmer_size_;
   size_t size_ = 0;
-  std::vector<std::unique_ptr<KMer[]>> blocks_;
-  std::vector<KMer*> buckets_;  // a power of two
+  std::vector<std::unique_ptr<KMer[]>> blocks_;  // each with one more, which stays unused
+  std::vector<KMer*> buckets_;                   // a power of two
 };

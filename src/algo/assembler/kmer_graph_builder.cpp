@@ -21,6 +21,26 @@ bool isUsable(char base) {
   return base == 'A' || base == 'C' || base == 'G' || base == 'T';
 }
 
+// The hashes of k-mers along a sequence, of those that are asked for.
+class HashAlong {
+ public:
+  HashAlong(const char* bases, int k) : k_(k), at_(bases), hash_(bases, k) {}
+
+  uint32_t of(const char* kmer) {
+    if (kmer == at_ + 1)
+      hash_.roll(*at_, kmer[k_ - 1]);
+    else if (kmer != at_)
+      hash_ = RollingHash(kmer, k_);
+    at_ = kmer;
+    return hash_.value();
+  }
+
+ private:
+  int k_;
+  const char* at_;
+  RollingHash hash_;
+};
+
 int checked(int kmerSize) {
   if (kmerSize < 1) throw std::runtime_error("kmerSize must >= 1");
   return kmerSize;
@@ -81,18 +101,19 @@ bool KmerGraphBuilder::count(bool uniqueOnly) {
   for (size_t n = 0; n < sequences_.size(); ++n) {
     const Sequence& sequence = sequences_[n];
     const auto mark = static_cast<int32_t>(n);
-    RollingHash hash(sequence.bases, kmer_size_);
-    for (int32_t i = 0;;) {
-      KMer& kmer = kmers_.find(sequence.bases + i, hash.value(), kNone);
+    const char* const last = sequence.bases + sequence.length - kmer_size_;
+    HashAlong hash(sequence.bases, kmer_size_);
+    KMer* before = nullptr;
+    for (const char* at = sequence.bases; at <= last; ++at) {
+      KMer* const followed = before ? kmers_.follow(*before, at) : nullptr;
+      KMer& kmer = followed ? *followed : kmers_.find(at, hash.of(at), kNone);
       if (kmer.mark == mark) {
         non_unique_.emplace_back(kmer.bases, kmer_size_);
         kmer.mark = kNonUnique;
       } else if (kmer.mark != kNonUnique) {
         kmer.mark = mark;
       }
-      if (i + kmer_size_ == sequence.length) break;
-      hash.roll(sequence.bases[i], sequence.bases[i + kmer_size_]);
-      ++i;
+      before = &kmer;
     }
     if (n == 0 && allow_repeats_in_ref_) allowed_ = non_unique_.size();
     if (uniqueOnly && lowComplexity()) return false;
@@ -118,21 +139,12 @@ void KmerGraphBuilder::threadSequence(const Sequence& sequence) {
   const bool is_ref = sequence.sample == kReference;
   const char* kmer = sequence.bases;
   const char* last = sequence.bases + sequence.length - kmer_size_;
-  RollingHash hash(kmer, kmer_size_);
-  const char* hashed = kmer;  // the k-mer of `hash`
-  auto hashOf = [&](const char* wanted) {
-    if (wanted != hashed && wanted != hashed + 1)
-      hash = RollingHash(wanted, kmer_size_);
-    else if (wanted != hashed)
-      hash.roll(*hashed, wanted[kmer_size_ - 1]);
-    hashed = wanted;
-    return hash.value();
-  };
+  HashAlong hash(kmer, kmer_size_);
 
   if (!is_ref)
-    while (kmers_.find(kmer, hashOf(kmer), kNone).mark == kNonUnique)
+    while (kmers_.find(kmer, hash.of(kmer), kNone).mark == kNonUnique)
       if (kmer++ == last) return;
-  VertexId v = vertexOf(kmer, hashOf(kmer));
+  VertexId v = vertexOf(kmer, hash.of(kmer));
   if (is_ref) {
     if (graph_.refSource != kNone)
       throw std::runtime_error(
@@ -151,7 +163,7 @@ void KmerGraphBuilder::threadSequence(const Sequence& sequence) {
         edge = e;
         break;
       }
-    if (edge == kNone) edge = graph_.addEdge(v, vertexOf(kmer, hashOf(kmer)), {{0, false}, 0, 0});
+    if (edge == kNone) edge = graph_.addEdge(v, vertexOf(kmer, hash.of(kmer)), {{0, false}, 0, 0});
     pass(edge, is_ref);
     v = graph_.target(edge);
     ++graph_.vertex(v).readCount;

@@ -15,7 +15,9 @@ SmithWaterman::~SmithWaterman() = default;
 
 namespace {
 
-constexpr int32_t kFirstBand = 32;  // bases to either side
+// Bases to either side. Narrow: half of the haplotypes that differ from a reference by more than a few bases lack no more
+// pairs than this, and for the others the first try cost little and tells how wide the second must be.
+constexpr int32_t kFirstBand = 8;
 
 void check(size_t reference_length, size_t read_length, const Scores& scores) {
   if (reference_length == 0) throw std::runtime_error("strlen(reference) == 0");

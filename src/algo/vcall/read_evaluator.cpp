@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
 #include <string_view>
 #include <utility>
 
@@ -15,8 +16,9 @@
 
 namespace {
 
-// Reads x haplotypes of a piece that an idle thread may take: about a millisecond.
-constexpr size_t kSharedPairs = 1024;
+// Of a piece that an idle thread may take: at most so many reads x haplotypes, a few milliseconds; and of the reads of a
+// region no more than this share, but for a few that are best evaluated together.
+constexpr size_t kSharedPairs = 4096, kShares = 6, kFewReads = 2 * PairHMM::kRowsAtOnce;
 
 // The haplotype ahead of all others, -1 without one.
 int bestHaplotype(const double* row, size_t haplotypes) {
@@ -243,7 +245,9 @@ size_t ReadEvaluator::chunkRows(const AssemblyTask& task) const {
 
 size_t ReadEvaluator::pieceRows(const AssemblyTask& task) const {
   const size_t haplotypes = std::max<size_t>(task.haplotypes.size(), 1), rows = chunkRows(task);
-  return pool_ && chunk_size_ > 0 ? std::min(rows, (kSharedPairs + haplotypes - 1) / haplotypes) : rows;
+  if (!pool_ || chunk_size_ <= 0) return rows;
+  const size_t most = std::max(std::min(kSharedPairs / haplotypes, task.reads.size() / kShares), kFewReads);
+  return std::min(rows, most / PairHMM::kRowsAtOnce * PairHMM::kRowsAtOnce);
 }
 
 void ReadEvaluator::calcLikelihoods(const AssemblyTask& task, std::vector<double>& rows) const {
@@ -251,8 +255,6 @@ void ReadEvaluator::calcLikelihoods(const AssemblyTask& task, std::vector<double
   const size_t reads = task.reads.size(), haplotypes = task.haplotypes.size(), size = chunkRows(task);
   rows.assign(reads * haplotypes, 0);
   if (rows.empty()) return;
-  for (size_t r = 0; r < reads; ++r)
-    if (task.reads[r].length() <= 0) rows[r * haplotypes] = std::numeric_limits<double>::quiet_NaN();
   std::vector<Allele> alleles(haplotypes);
   for (size_t h = 0; h < haplotypes; ++h) {
     const std::string& bases = task.haplotypes[h]->bases;
@@ -261,10 +263,23 @@ void ReadEvaluator::calcLikelihoods(const AssemblyTask& task, std::vector<double
   if (task.debugLevel >= kDebugRegions && size < reads)
     debugPrint("CHUNK %s:%u-%u R%luxH%lu split into %lu chunks\n", task.contig, task.activeInterval.start + 1,
                task.activeInterval.end, reads, haplotypes, (reads + size - 1) / size);
+  // By length: reads that are evaluated at once take as long as the longest of them.
+  std::vector<size_t> order(reads);
+  std::iota(order.begin(), order.end(), size_t(0));
+  std::stable_sort(order.begin(), order.end(),
+                   [&](size_t a, size_t b) { return task.reads[a].length() > task.reads[b].length(); });
+  std::vector<ReadClip> clips;
+  clips.reserve(reads);
+  for (const size_t r : order) clips.push_back(task.reads[r]);
+  std::vector<double> ordered(rows.size());
+  for (size_t k = 0; k < reads; ++k)
+    if (clips[k].length() <= 0) ordered[k * haplotypes] = std::numeric_limits<double>::quiet_NaN();
   inChunks(pool_, reads, pieceRows(task), [&](size_t first, size_t last) {
     TimerScope scope(pairhmm_timer);
-    hmm_.calcLikelihood(task.reads, alleles, rows.data(), unsigned(first), unsigned(last));
-    makeRowsFinite({rows.data() + first * haplotypes, (last - first) * haplotypes});
+    hmm_.calcLikelihood(clips, alleles, ordered.data(), unsigned(first), unsigned(last));
+    makeRowsFinite({ordered.data() + first * haplotypes, (last - first) * haplotypes});
+    for (size_t k = first; k < last; ++k)
+      std::copy_n(ordered.data() + k * haplotypes, haplotypes, rows.data() + order[k] * haplotypes);
   });
 }
 

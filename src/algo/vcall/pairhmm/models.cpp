@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <limits>
 #include <numbers>
-#include <string_view>
 #include <variant>
 
 #include "algo/vcall/pairhmm/engine.h"
@@ -140,19 +139,18 @@ namespace {
 // How often the repeat unit that begins behind base `i` occurs beyond its first copy there: to the right, and to the left
 // up to and with base `i`. The unit is the shortest one of up to 8 bases that repeats to the right, else one base.
 int repeatsAround(const char* bases, int n, int i) {
-  const std::string_view text(bases, size_t(n));
-  auto same = [&](int from, const std::string_view unit) {
-    return text.substr(size_t(from), unit.size()) == unit;
-  };
   const int right = i + 1;
+  auto isCopy = [&](int at, int length) {  // letter by letter: mostly the first one differs
+    int same = 0;
+    while (same < length && bases[at + same] == bases[right + same]) ++same;
+    return same == length;
+  };
   int u = 1, repeats = 0;
   for (int length = 1; length <= std::min(n - right, kMaxUnit) && repeats == 0; ++length) {
-    const std::string_view unit = text.substr(size_t(right), size_t(length));
-    for (int at = right + length; at + length <= n && same(at, unit); at += length) ++repeats;
+    for (int at = right + length; at + length <= n && isCopy(at, length); at += length) ++repeats;
     if (repeats) u = length;
   }
-  const std::string_view unit = text.substr(size_t(right), size_t(u));
-  for (int at = right - u; at >= 0 && same(at, unit); at -= u) ++repeats;
+  for (int at = right - u; at >= 0 && isCopy(at, u); at -= u) ++repeats;
   return repeats;
 }
 

@@ -115,8 +115,6 @@ void RowScorer::fill(unsigned first, unsigned last) {
   size_t done = 0;
   ReadBatch* const batch = debug_index_ == PairHMM::kNoTrace ? threadBatch() : nullptr;
   if (batch && rows.size() >= kWorthBatch && batch->fits(max_read_, max_hap_)) {
-    std::stable_sort(rows.begin(), rows.end(),
-                     [&](unsigned a, unsigned b) { return reads_[a].length() > reads_[b].length(); });
     std::vector<std::span<const uint8_t>> haplotypes;
     for (unsigned a : order_) haplotypes.emplace_back(bytesOf(alleles_[a]), size_t(alleles_[a].length));
     batch->resize(max_read_, max_hap_, haplotypes);
@@ -149,11 +147,12 @@ void RowScorer::scoreOne(unsigned r) {
   finish(r);
 }
 
-// `rows` by length, the longest first.
 void RowScorer::scoreBatch(ReadBatch& batch, const unsigned* rows, size_t count) {
   unsigned taken[ReadBatch::kMaxLanes];
   size_t lanes = 0;
-  batch.start(reads_[rows[0]].length());
+  int longest = 0;
+  for (size_t k = 0; k < count; ++k) longest = std::max(longest, reads_[rows[k]].length());
+  batch.start(longest);
   for (size_t k = 0; k < count; ++k) {
     const ReadClip& clip = reads_[rows[k]];
     model_.setupRead(clip, batch.positions(), false);

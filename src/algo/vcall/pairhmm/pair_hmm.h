@@ -21,6 +21,8 @@ class PairHMM {
 
   enum PcrModel : int { kNone = 0, kHostile = 1, kAggressive = 2, kConservative = 3 };
 
+  // As many rows that follow one another are evaluated at once where the processor can, in the time of the longest read.
+  static constexpr unsigned kRowsAtOnce = 16;
   // A debugIndex that traces nothing.
   static constexpr int kNoTrace = INT32_MAX;
 

@@ -17,7 +17,7 @@
 
 class ReadBatch {
  public:
-  static constexpr int kMaxLanes = 16;
+  static constexpr int kMaxLanes = PairHMM::kRowsAtOnce;
 
   explicit ReadBatch(const BatchKernel& kernel) : kernel_(kernel) {}
 
