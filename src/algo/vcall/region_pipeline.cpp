@@ -54,10 +54,11 @@ void RegionPipeline::offer() {
   }
 }
 
-// The first task waits while another thread has it, unless too much waits behind it.
+// The first task waits while another thread has it, or has none to go on with, unless too much waits behind it.
 bool RegionPipeline::mayWait(const Entry& entry) const {
-  return !entry.assembled && entry.done.valid() && !isReady(entry.done) && queue_.size() <= kMaxWaiting &&
-         reads_ <= kMaxWaitingReads;
+  if (!pool_ || queue_.size() > kMaxWaiting || reads_ > kMaxWaitingReads) return false;
+  const bool is_away = !entry.assembled && entry.done.valid() && !isReady(entry.done);
+  return is_away || pool_->wantsTask();
 }
 
 void RegionPipeline::assemble(Entry& entry) {
