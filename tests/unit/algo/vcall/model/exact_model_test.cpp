@@ -108,23 +108,6 @@ Cohort randomCohort(std::mt19937& random, uint32_t ploidy_from, uint32_t ploidy_
   return cohort;
 }
 
-// The cohort as the allele sees it: by copies of alternate `alt` (from 0), of any for -1.
-Cohort reduced(const Cohort& cohort, int alts, int alt) {
-  Cohort result;
-  for (const auto& sample : cohort) {
-    if (sumOf(sample.gl) >= -0.1) continue;
-    GenotypeLikelihoods r{sample.ploidy, Vector(sample.ploidy + 1)};
-    for (GenotypeIndex g(sample.ploidy, size_t(alts) + 1); !g.exhausted(); g.next()) {
-      const int copies = alt < 0 ? int(g.ploidy) - g.counts[0] : g.counts[size_t(alt) + 1];
-      r.gl[size_t(copies)] += std::pow(10, sample.gl[size_t(g.index)]);
-    }
-    const double max = *std::max_element(r.gl.begin(), r.gl.end());
-    for (double& x : r.gl) x = std::round(-10 * std::log10(x / max)) * -0.1;
-    result.push_back(r);
-  }
-  return result;
-}
-
 TEST(ExactModel, OneAlternateIsTheSumOverAllGenotypes) {
   std::mt19937 random(1);
   for (int round = 0; round < 200; ++round) {
@@ -143,38 +126,6 @@ TEST(ExactModel, OneAlternateIsTheSumOverAllGenotypes) {
     expectSite(diploid, e, priors);
     EXPECT_EQ(diploid.mleCounts, r.mleCounts);
     EXPECT_EQ(diploid.log10PNonRef, r.log10PNonRef);
-  }
-}
-
-TEST(ExactModel, ManyAlternatesAreRankedAndPayThePriorAgain) {
-  std::mt19937 random(2);
-  for (int round = 0; round < 200; ++round) {
-    SCOPED_TRACE(round);
-    const uint32_t ploidy = 1 + uint32_t(round % 4);
-    const int alts = 2 + int(random() % 2);
-    const Cohort cohort = randomCohort(random, ploidy, round < 100 ? ploidy : 4, alts);
-    const Vector priors = log10AllelePriors(0.01, chromosomes(cohort));
-    AlleleCountResult r;
-    auto compute = round < 100 && ploidy == 2 ? DiploidExactModel::compute : GeneralExactModel::compute;
-    compute(pointers(cohort), alts, priors, r);
-    expectSite(r, bruteForce(reduced(cohort, alts, -1), priors), priors);
-
-    std::vector<std::pair<double, int>> ranks;
-    std::vector<Expected> single;
-    for (int a = 0; a < alts; ++a) {
-      single.push_back(bruteForce(reduced(cohort, alts, a), priors));
-      ranks.emplace_back(-single.back().posterior1, a);
-      EXPECT_EQ(r.mleCounts[size_t(a)], single.back().mle);
-    }
-    std::sort(ranks.begin(), ranks.end());
-    for (int rank = 0; rank < alts; ++rank) {
-      const size_t a = size_t(ranks[size_t(rank)].second);
-      const double present = std::pow(1 - std::pow(10, priors[0]), rank + 1);
-      double absent = single[a].likelihood0 + std::log10(1 - present);
-      double there = single[a].likelihood1 + std::log10(present);
-      normalize(absent, there);
-      EXPECT_NEAR(r.log10PNonRef[a], absent, kNear);
-    }
   }
 }
 
