@@ -186,6 +186,22 @@ TEST(PairHMM, RowsDoNotDependOnTheThread) {
   }
 }
 
+TEST(PairHMM, TracesTheAskedCell) {
+  const std::string hap = "ACGTA", ref = "ACGTT";
+  Fixture fixture("CGT");
+  const std::vector<Allele> alleles = {allele(hap), allele(ref, true)};
+  for (auto [index, refs, haps] :
+       {std::tuple{-1, 1, 1}, {0, 0, 1}, {1, 1, 0}, {2, 0, 0}, {PairHMM::kNoTrace, 0, 0}}) {
+    testing::internal::CaptureStderr();
+    likelihoods(indelHmm(), fixture, alleles, index);
+    const std::string text = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(text.find("REF\tACGTT\n") != text.npos, refs == 1) << index << text;
+    EXPECT_EQ(text.find("HAP\tACGTA\n") != text.npos, haps == 1) << index << text;
+    EXPECT_EQ(text.find("fm[3,1] = ") != text.npos, refs + haps > 0) << text;
+    EXPECT_EQ(text.find("sum = ") != text.npos, refs + haps > 0) << text;
+  }
+}
+
 TEST(PairHMM, ConfigureTellsWhatIsWrong) {
   auto configure = [](std::unique_ptr<PairHMM::Model> model, const std::string& text) {
     testing::internal::CaptureStderr();
