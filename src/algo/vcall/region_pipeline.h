@@ -34,6 +34,7 @@ class RegionPipeline {
  private:
   struct Entry;
 
+  bool isWanting() const;
   void offer();
   bool mayWait(const Entry& entry) const;
   void assemble(Entry& entry);
