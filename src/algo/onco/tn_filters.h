@@ -11,10 +11,10 @@
 // Thresholds of the run, by their options.
 struct TNThresholds {
   double minTumorLod = 6.3, minNormalLod = 2.2, minDbsnpNormalLod = 5.5;
-  double minTumorAlleleFrac = 0;
+  double minTumorAlleleFrac = 0.01;
   int maxNormalAltCnt = 2, maxNormalAltQsum = 20;
   double maxNormalAltFrac = 0.03;
-  bool filterStrContraction = true;
+  bool filterStrContraction = false;
 };
 
 // What the filters of one position look at.

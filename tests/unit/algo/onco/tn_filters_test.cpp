@@ -16,7 +16,6 @@ TandemRepeat repeat(int ref, int alt) {
 
 TNThresholds thresholds(bool contraction = true) {
   TNThresholds t;
-  t.minTumorAlleleFrac = 0.02;
   t.filterStrContraction = contraction;
   return t;
 }
@@ -39,7 +38,7 @@ TEST(TNFilters, OnEitherSide) {
       {"germline_risk", [](TNCall& c, bool bad) { c.isKnown = true, c.isCosmic = !bad, c.lod.normal = 2.2; }},
       {"triallelic_site", [](TNCall& c, bool bad) { c.numPass = bad ? 2 : 1; }},
       {"t_lod_fstar", [](TNCall& c, bool bad) { c.lod.tumor = bad ? 6.2999 : 6.3; }},
-      {"low_t_alt_frac", [](TNCall& c, bool bad) { c.tumor = evidence(bad ? 99 : 98, 2); }},
+      {"low_t_alt_frac", [](TNCall& c, bool bad) { c.tumor = evidence(bad ? 199 : 198, 2); }},
       {"panel_of_normals", [](TNCall& c, bool bad) { c.inPanel = bad; }},
       // By count: 2 reads; by fraction: 1 of 33; and in both cases by quality.
       {kInNormal, [](TNCall& c, bool bad) { c.normal = evidence(99, bad ? 2 : 1, 21); }},
