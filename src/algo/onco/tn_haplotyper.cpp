@@ -1,19 +1,18 @@
 // Options, samples and header of TNhaplotyper.
 #include "algo/onco/tn_haplotyper.h"
 
-#include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <limits>
 #include <stdexcept>
 
+#include "algo/number_options.h"
 #include "algo/onco/tn_engine.h"
 #include "algo/vcall/pairhmm/models.h"
 #include "base/text.h"
 
 namespace {
 
-constexpr double kAnyNumber = std::numeric_limits<double>::max();
+constexpr double kBelowOne = 1 - std::numeric_limits<double>::epsilon() / 2;
 constexpr double kTumorMapQualCap = 60, kNoMapQualCap = 255;
 // A read with fewer bases in the region than this may have fewer errors. Beside a lone SNP it has about 40, which is not
 // few enough to lose one of them.
@@ -116,34 +115,32 @@ void TNhaplotyper::addSampleOptions(OptionParser& parser) {
 }
 
 void TNhaplotyper::addThresholdOptions(OptionParser& parser) {
-  const auto addLod = [&](const char* option, const char* help, double& field) {
-    addNumber(parser, option, help, -kAnyNumber, kAnyNumber, field);
-  };
+  NumberOptions numbers(parser, name);
   TNThresholds& thresholds = param_.thresholds;
-  addLod("min_init_tumor_lod", "Minimum tumorLOD for candidate selection (default: 4.0)",
-         param_.minInitTumorLod);
-  addLod("min_init_normal_lod", "Minimum normalLOD for candidate selection (default: 0.5)",
-         param_.minInitNormalLod);
-  addLod("min_tumor_lod", "Minimum tumorLOD (default: 6.3)", thresholds.minTumorLod);
-  addLod("min_normal_lod", "Minimum normalLOD (default: 2.2)", thresholds.minNormalLod);
-  addLod("min_dbsnp_normal_lod", "Minimum normalLOD at dbSNP site (default: 5.5)",
-         thresholds.minDbsnpNormalLod);
-  addFraction(parser, "min_tumor_allele_frac", "Minimum allele fraction in the tumor (default: 0.01)",
-              thresholds.minTumorAlleleFrac);
+  numbers.add("min_init_tumor_lod", "Minimum tumorLOD for candidate selection (default: 4.0)",
+              param_.minInitTumorLod);
+  numbers.add("min_init_normal_lod", "Minimum normalLOD for candidate selection (default: 0.5)",
+              param_.minInitNormalLod);
+  numbers.add("min_tumor_lod", "Minimum tumorLOD (default: 6.3)", thresholds.minTumorLod);
+  numbers.add("min_normal_lod", "Minimum normalLOD (default: 2.2)", thresholds.minNormalLod);
+  numbers.add("min_dbsnp_normal_lod", "Minimum normalLOD at dbSNP site (default: 5.5)",
+              thresholds.minDbsnpNormalLod);
+  numbers.add("min_tumor_allele_frac", "Minimum allele fraction in the tumor (default: 0.01)",
+              thresholds.minTumorAlleleFrac, 0, kBelowOne);
   addRanged(parser, "filter_t_alt_frac", "Disable/enable the filter of it: 0 or 1 (default: 1)", 0, 1,
             param_.filterTAltFrac);
   addRanged(parser, "max_normal_alt_cnt", "Alternate reads that are too many in the normal (default: 2)", 0,
             INT32_MAX, thresholds.maxNormalAltCnt);
   addRanged(parser, "max_normal_alt_qsum", "Their maximum sum of base qualities (default: 20)", 0, INT32_MAX,
             thresholds.maxNormalAltQsum);
-  addFraction(parser, "max_normal_alt_frac", "Allele fraction that is too high in the normal (default: 0.03)",
-              thresholds.maxNormalAltFrac);
+  numbers.add("max_normal_alt_frac", "Allele fraction that is too high in the normal (default: 0.03)",
+              thresholds.maxNormalAltFrac, 0, kBelowOne);
   addRanged(parser, "filter_str_contraction", "Disable/enable the filter: 0 or 1 (default: 0)", 0, 1,
             param_.filterStrContraction);
   addRanged(parser, "filter_artefacts", "Disable/enable the filters of artefacts: 0 or 1 (default: 1)", 0, 1,
             param_.filterArtefacts);
-  addLod("min_noramlLOD_active", "Minimum normalLOD of an active position (default: 0.5)",
-         param_.activity.minNormalLod);
+  numbers.add("min_noramlLOD_active", "Minimum normalLOD of an active position (default: 0.5)",
+              param_.activity.minNormalLod);
   addRanged(parser, "max_normalAlt_active", "Maximum alternate reads in the normal there (default: 10)", 0,
             INT32_MAX, param_.activity.maxNormalAlt);
   parser.addFlag("ignore_normal_lod_loc", 0, "Do not select candidates by their normalLOD",
@@ -151,6 +148,7 @@ void TNhaplotyper::addThresholdOptions(OptionParser& parser) {
 }
 
 void TNhaplotyper::addReadOptions(OptionParser& parser) {
+  NumberOptions numbers(parser, name);
   addRanged(parser, "min_base_qual", "Minimum base quality to consider (default: 10)", 0, 255,
             param_.minBaseQual);
   addRanged(parser, "min_mapq", "Minimum mapping quality (default: 20)", 0, 255, param_.minMapQual);
@@ -158,30 +156,13 @@ void TNhaplotyper::addReadOptions(OptionParser& parser) {
   addRanged(parser, "max_error_per_read", "Errors of a read beyond which it is left out (default: 2)", 1,
             1000, param_.maxErrorPerRead);
   parser.addFlag("clip_by_minbq", 0, "Clip the ends of reads below min_base_qual", param_.clipLowEnds);
-  addFraction(parser, "tumor_contamination_frac", "Estimated tumor contamination fraction (default: 0.)",
-              param_.tumorContaminationFrac);
-  addFraction(parser, "normal_contamination_frac", "Estimated normal contamination fraction (default: 0.)",
-              param_.normalContaminationFrac);
+  numbers.add("tumor_contamination_frac", "Estimated tumor contamination fraction (default: 0.)",
+              param_.tumorContaminationFrac, 0, kBelowOne);
+  numbers.add("normal_contamination_frac", "Estimated normal contamination fraction (default: 0.)",
+              param_.normalContaminationFrac, 0, kBelowOne);
   addRanged(parser, "contamination_downsample_mode",
             "Contaminants: 0 in proportion to the alleles, 1 evenly (default: 1)", 0, 1,
             param_.contaminationDownsampleMode);
-}
-
-void TNhaplotyper::addNumber(OptionParser& parser, const char* option, const char* help, double low,
-                             double high, double& field) {
-  parser.add({option, required_argument, 0, help}, [this, option, low, high, &field](const char* value) {
-    char* rest;
-    const double number = strtod(value, &rest);
-    if (rest == value || *rest || !(number >= low && number <= high))
-      throw std::invalid_argument(name + ": invalid " + option + " " + value);
-    field = number;
-    return true;
-  });
-}
-
-// In [0, 1).
-void TNhaplotyper::addFraction(OptionParser& parser, const char* option, const char* help, double& field) {
-  addNumber(parser, option, help, 0, std::nextafter(1.0, 0.0), field);
 }
 
 void TNhaplotyper::settleParam() {

@@ -49,9 +49,6 @@ class TNhaplotyper final : public AssemblyCallAlgo {
   void addSampleOptions(OptionParser& parser);
   void addThresholdOptions(OptionParser& parser);
   void addReadOptions(OptionParser& parser);
-  void addNumber(OptionParser& parser, const char* option, const char* help, double low, double high,
-                 double& field);
-  void addFraction(OptionParser& parser, const char* option, const char* help, double& field);
   void settleParam();
   std::unique_ptr<PairHMM::Model> makeModel() const;
   void openKnown(const std::vector<std::string>& paths, std::vector<std::unique_ptr<VCFCache>>& caches) const;

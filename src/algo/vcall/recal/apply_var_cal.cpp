@@ -8,12 +8,13 @@
 #include <stdexcept>
 #include <unistd.h>
 
+#include "algo/number_options.h"
 #include "algo/vcall/recal/apply_var_cal_engine.h"
-#include "algo/vcall/recal/number_options.h"
 #include "algo/vcall/recal/recal_header.h"
 #include "algo/vcall/recal/vcf_input.h"
 #include "base/text.h"
 #include "readdata/stream/open_stream.h"
+#include "readdata/vcf/partial_headers.h"
 
 ApplyVarCal::ApplyVarCal(DriverContext* context, int count, const char* const args[])
     : Algo(context, count, args) {
@@ -128,15 +129,7 @@ std::string ApplyVarCal::commandLine() const {
 }
 
 void ApplyVarCal::mergePartials() {
-  VCFHeader first;
-  for (const std::string& partial : partials_) {
-    VCFHeader header;
-    VCFCache(partial).getHeader(header);
-    if (&partial == &partials_[0]) first = header;
-    if (header.samples != first.samples)
-      throw std::invalid_argument(name + ": partial files " + partials_[0] + " and " + partial +
-                                  " are not of the same samples");
-  }
+  const VCFHeader first = checkPartials(name, partials_, {});
   writer_ = std::make_unique<VCFWriter>(name);
   writer_->open(output_);
   writer_->expectOrder(first);

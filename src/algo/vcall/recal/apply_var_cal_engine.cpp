@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <span>
 #include <stdexcept>
@@ -142,9 +141,8 @@ double ApplyVarCal::Engine::lodOf(const VCFLine& recal) const {
   VCFFieldCursor field(recal, -1);
   while (field.next()) {
     if (!field.is(kLodKey)) continue;
-    char* rest;
-    const double lod = strtod(field.value, &rest);
-    if (rest == field.value || rest != field.value + field.valueLength || !std::isfinite(lod))
+    double lod;
+    if (!parseReal(std::string(field.value, size_t(field.valueLength)), lod) || !std::isfinite(lod))
       fail("VQSLOD is no number", recal);
     return lod;
   }

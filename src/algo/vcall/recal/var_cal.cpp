@@ -10,9 +10,9 @@
 #include <stdexcept>
 #include <sys/stat.h>
 
+#include "algo/number_options.h"
 #include "algo/output_check.h"
 #include "algo/vcall/recal/data_dump.h"
-#include "algo/vcall/recal/number_options.h"
 #include "algo/vcall/recal/plot_file.h"
 #include "algo/vcall/recal/recal_file.h"
 #include "algo/vcall/recal/tranche.h"
@@ -77,9 +77,8 @@ void VarCal::addOptions(OptionParser& parser) {
   parser.add(
       {"tranche", required_argument, 0, "Truth sensitivity target in percent (default: 100, 99.9, 99, 90)"},
       [this](const char* value) {
-        char* rest;
-        const double target = strtod(value, &rest);
-        if (rest == value || *rest != '\0') refuse(std::string("invalid tranche ") + value);
+        double target;
+        if (!parseReal(value, target)) refuse(std::string("invalid tranche ") + value);
         checkTarget(target);
         param_.targets.push_back(target);
         return true;
@@ -90,6 +89,7 @@ void VarCal::addOptions(OptionParser& parser) {
   parser.addText("tranches_file", 0, "Tranches output file", tranches_file_);
   parser.addText("plot_file", 0, "Plot datat output file", plot_file_);
 }
+
 void VarCal::addResourceOptions(OptionParser& parser) {
   parser.add({"resource", required_argument, 0, "Resource VCF file name"}, [this](const char* value) {
     if (!resources_.empty() && !resources_.back().has_param) refuse(kParamOrder);

@@ -1,6 +1,5 @@
-#include "algo/vcall/recal/number_options.h"
+#include "algo/number_options.h"
 
-#include <cstdlib>
 #include <stdexcept>
 
 #include "base/text.h"
@@ -26,9 +25,9 @@ void NumberOptions::add(const char* option, const char* help, int& field, int lo
 void NumberOptions::add(const char* option, const char* help, double& field, double low, double high) {
   parser_.add({option, required_argument, 0, help},
               [&name = name_, option, low, high, &field](const char* value) {
-                char* rest;
-                const double number = strtod(value, &rest);
-                if (rest == value || *rest || !(number >= low && number <= high)) refuse(name, option, value);
+                double number;
+                if (!parseReal(value, number) || !(number >= low && number <= high))
+                  refuse(name, option, value);
                 field = number;
                 return true;
               });
