@@ -27,16 +27,38 @@ bool isTrusted(const char* filter) {
   return strcmp(filter, ".") == 0 || strcasecmp(filter, "PASS") == 0;
 }
 
-void agree(const Resource& resource, VariantDatum& datum) {
+// `records` of the resource, one at least, lie over the datum.
+void agree(const Resource& resource, size_t records, VariantDatum& datum) {
   datum.isKnown = datum.isKnown || resource.known;
   datum.atTrainingSite = datum.atTrainingSite || resource.training;
   datum.atAntiTrainingSite = datum.atAntiTrainingSite || resource.bad;
   datum.isTruth = datum.isTruth || resource.truth;
-  datum.consensusCount += resource.consensus;
+  if (resource.consensus) datum.consensusCount += uint32_t(records);
   datum.prior = std::max(datum.prior, resource.prior);
 }
 
 }  // namespace
+
+void VarCal::Engine::Spans::clear() {
+  starts_.clear();
+  ends_.clear();
+}
+
+void VarCal::Engine::Spans::add(const VCFLine& record) {
+  starts_.push_back(record.pos);
+  ends_.push_back(std::max(record.end, record.pos + 1));  // one without REF has no length
+}
+
+void VarCal::Engine::Spans::settle() {
+  if (!std::is_sorted(ends_.begin(), ends_.end())) std::sort(ends_.begin(), ends_.end());
+}
+
+// Those that begin before its end, but for those that end before its start.
+size_t VarCal::Engine::Spans::countOver(int64_t start, int64_t end) const {
+  const auto begun = std::lower_bound(starts_.begin(), starts_.end(), end);
+  const auto ended = std::upper_bound(ends_.begin(), ends_.end(), start);
+  return size_t(begun - starts_.begin()) - size_t(ended - ends_.begin());
+}
 
 uint64_t VarCal::Result::memorySize() const {
   return sizeof *this + block.data.capacity() * sizeof(VariantDatum) +
@@ -135,21 +157,21 @@ void VarCal::Engine::consult(Source& source, uint32_t from, size_t first) {
   int64_t end = from;
   for (size_t i = first; i < data.size(); ++i) end = std::max(end, data[i].end());
   fetch(*source.reader, from, int32_t(std::min<int64_t>(end, INT32_MAX)), VCFLine::kFilter);
-  const std::span<const VCFLine> records = source.reader->records();
-  size_t next = 0;
-  // Of the records before `next`, those that end behind the datum's start.
-  std::vector<const VCFLine*> reaching;
+  snps_.clear();
+  indels_.clear();
+  for (const VCFLine& record : source.reader->records()) {
+    if (record.pos >= end) break;
+    if (record.end <= data[first].pos) continue;
+    if (strcmp(record.column(VCFLine::kAlt), ".") == 0 || !isTrusted(record.column(VCFLine::kFilter)))
+      continue;
+    const VariantClass kind(record.column(VCFLine::kRef), record.column(VCFLine::kAlt));
+    if (kind.type != 0) (kind.type & kIndelBit ? indels_ : snps_).add(record);
+  }
+  snps_.settle();
+  indels_.settle();
   for (size_t i = first; i < data.size(); ++i) {
-    VariantDatum& datum = data[i];
-    std::erase_if(reaching, [&datum](const VCFLine* record) { return record->end <= datum.pos; });
-    for (; next < records.size() && records[next].pos < datum.end(); ++next)
-      if (records[next].end > datum.pos) reaching.push_back(&records[next]);
-    for (const VCFLine* reached : reaching) {
-      const VCFLine& record = *reached;
-      if (record.pos >= datum.end() || strcmp(record.column(VCFLine::kAlt), ".") == 0) continue;
-      const VariantClass kind(record.column(VCFLine::kRef), record.column(VCFLine::kAlt));
-      if (kind.type == 0 || bool(kind.type & kIndelBit) != is_indel_[i - first]) continue;
-      if (isTrusted(record.column(VCFLine::kFilter))) agree(*source.resource, datum);
-    }
+    const Spans& spans = is_indel_[i - first] ? indels_ : snps_;
+    if (const size_t records = spans.countOver(data[i].pos, data[i].end()); records > 0)
+      agree(*source.resource, records, data[i]);
   }
 }

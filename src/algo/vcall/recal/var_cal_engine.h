@@ -2,7 +2,6 @@
 #pragma once
 
 #include <memory>
-#include <span>
 #include <vector>
 
 #include "algo/vcall/recal/var_cal.h"
@@ -33,6 +32,18 @@ class VarCal::Engine final : public Algo::Engine {
     bool is_aggregate;
   };
 
+  // Records of a resource, of which those over a stretch are counted.
+  class Spans {
+   public:
+    void clear();
+    void add(const VCFLine& record);  // in order of position
+    void settle();                    // behind the last one
+    size_t countOver(int64_t start, int64_t end) const;
+
+   private:
+    std::vector<int32_t> starts_, ends_;
+  };
+
   // Appends the records of `reader` that begin in the shard's part [from, to) to the candidates.
   void collect(VCFCache& reader, uint32_t from, uint32_t to, bool aggregate);
   // Makes a datum of the record unless its type or a filter keeps it out.
@@ -49,5 +60,6 @@ class VarCal::Engine final : public Algo::Engine {
   // Of the step.
   std::vector<Candidate> candidates_;
   std::vector<bool> is_indel_;  // by datum
+  Spans snps_, indels_;
   std::unique_ptr<Result> result_;
 };
