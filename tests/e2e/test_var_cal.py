@@ -139,6 +139,28 @@ def test_filters_resources_and_aggregates(calls, run, tmp_path):
     assert len(out) == 1200 and all("NEGATIVE_TRAIN_SITE" in r[5] for r in out)
 
 
+def test_counts_the_records_of_a_resource_over_each_site(calls, run, tmp_path):
+    calls(600)
+    draw, lines, spans = random.Random(3), [], []
+    for pos in sorted(draw.choices(range(60000), k=5000)):
+        ref, alt = draw.choice(["A", "AT", "ATGCA"]), draw.choice(["G", "TC", "GCATG", "ATG,G", ".", "."])
+        end = draw.choice([pos + len(ref), pos + len(ref), pos + 300, pos + 3000])
+        filters = draw.choice([".", "pass", "LowQual"])
+        lines.append(f"chr1\t{pos + 1}\t.\t{ref}\t{alt}\t.\t{filters}\tEND={end}\n")
+        if alt != "." and filters != "LowQual":
+            spans.append((pos, end, any(len(word) != len(ref) for word in alt.split(","))))
+    with pysam.VariantFile(str(tmp_path / "calls.vcf.gz")) as file:
+        (tmp_path / "spans.vcf").write_text(str(file.header) + "".join(lines))
+    pysam.tabix_index(str(tmp_path / "spans.vcf"), preset="vcf", force=True)
+    more = ["--resource", "spans.vcf.gz", "--resource_param", "s,consensus=true"]
+    done = run(*words("--var_type", "BOTH", *more), env={"debugDump": "dump"})
+    assert done.returncode == 0, done.stderr
+    counts = [int(c) for c in re.findall(r"^chr1.*\tcc=(\d+)", (tmp_path / "dump").read_text(), re.M)]
+    sites = [(i * 200 + 99, i * 200 + 100 + (i % 5 == 4), i % 5 == 4) for i in range(300)]
+    assert counts == [sum(s < end and e > pos and kind == indel for s, e, indel in spans) for pos, end, kind in sites]
+    assert max(counts) > 20
+
+
 BAD_OPTIONS = [
     (lambda w: w[:2] + w[4:], "VarCal: missing reference"),
     (lambda w: [x for x in w if x not in ("--vcf", "calls.vcf.gz")], "VarCal: missing input vcf file"),
@@ -230,9 +252,10 @@ def test_values_beyond_numbers(calls, run, tmp_path):
     def change(i, fields, info):
         if i % 50 == 1:
             info["QD"] = ["nan", "inf", "-1e308", "1e308", "."][i // 50 % 5]
+            info["MQ"] = ["-0.01", "-1", "60.01"][i // 50 % 3]
 
     calls(change=change)
-    done = run(*words(annotations=["QD", "FS"]))
+    done = run(*words("--max_mq", 60))
     assert done.returncode == 0 and all(abs(r[3]) <= 1e6 for r in records(tmp_path / "out.vcf.gz"))
 
 

@@ -149,7 +149,7 @@ void VarCalTraining::logitMQ() {
       continue;
     }
     largest = std::max(largest, value);
-    if (value >= limit + kMQTolerance) {
+    if (value >= limit + kMQTolerance || value <= -kMQOffset) {  // has no logit
       value = kNaN;
       continue;
     }
