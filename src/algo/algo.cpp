@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <stdexcept>
+#include <unistd.h>
 
 #include "base/text.h"
 
@@ -52,6 +53,18 @@ void Algo::requireMergeRun(size_t partial_count) const {
 void Algo::Engine::startShard() {
   span_start = context->shard.start;
   span_end = context->shard.end;
+}
+
+void Algo::openShardFile(const std::function<void()>& open) const {
+  if (context->outputs) return context->outputs->opening(open);
+  open();
+}
+
+void Algo::exitAtEnd(const char* text) const {
+  if (context->outputs) context->outputs->discard();
+  fprintf(stderr, "%s\n", text);
+  fflush(stderr);
+  _exit(1);
 }
 
 std::string Algo::Engine::shardName(const std::string& text) const {

@@ -20,6 +20,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -72,6 +73,12 @@ class Algo {
                      std::vector<const char*>& positional);
   // Throws unless a --merge run has neither reads nor reference, and at least one partial file.
   void requireMergeRun(size_t partial_count) const;
+
+  // Opens a shard's file by `open`, unless the run has failed.
+  void openShardFile(const std::function<void()>& open) const;
+
+  // Ends a run whose shards are all merged: what is half written goes, `text` is told, and the status is 1.
+  [[noreturn]] void exitAtEnd(const char* text) const;
 
   // context->command_line with " --algo" and this algorithm's arguments behind it.
   std::string command_line_;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "algo/output_guard.h"
 #include "algo/shard.h"
 #include "base/thread_coop.h"
 #include "readdata/bam/read_cache.h"
@@ -24,5 +25,6 @@ struct DriverContext {
   std::vector<std::string> quality_tables;  // files of -q and --read_filter; main context only
   std::string command_line;                 // argv[0] and the driver's own arguments, up to the first --algo
   thread_coop* pool = nullptr;
-  int thread_count = 1;  // walkers of the run; main context only
+  int thread_count = 1;            // walkers of the run; main context only
+  OutputGuard* outputs = nullptr;  // null: a failure leaves what it has written; main context only
 };

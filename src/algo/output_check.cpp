@@ -180,23 +180,3 @@ void discardOutputs(const std::vector<OutputFile>& files) {
     for (const std::string& file : found) discard(file);
   }
 }
-
-void OutputGuard::opening(const std::function<void()>& open) {
-  std::unique_lock lock(mutex_);
-  if (!failed_) return open();
-  lock.unlock();
-  for (;;) pause();
-}
-
-void OutputGuard::discard(const std::vector<OutputFile>& files, const std::function<void()>& tell) {
-  {
-    std::unique_lock lock(mutex_);
-    if (failed_) {
-      lock.unlock();
-      for (;;) pause();
-    }
-    failed_ = true;
-    tell();
-  }
-  discardOutputs(files);
-}

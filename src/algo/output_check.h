@@ -2,8 +2,6 @@
 // has written goes.
 #pragma once
 
-#include <functional>
-#include <mutex>
 #include <vector>
 
 #include "algo/algo.h"
@@ -20,18 +18,3 @@ void refuseOutputClashes(const DriverContext& context, const std::vector<Algo*>&
 // them, those that other threads have open among them. A link stays, and the file that it leads to becomes empty; a
 // device or pipe is left alone. Reports nothing: the failure that led here is told.
 void discardOutputs(const std::vector<OutputFile>& files);
-
-// Keeps the threads that run on for a moment, after one has failed, from making new shards' files.
-// Threads  any, also side by side.
-class OutputGuard {
- public:
-  // Does what opens a shard's file. Does not return once discard() was called: the process is about to end.
-  void opening(const std::function<void()>& open);
-  // Does `tell`, which may print why, then discardOutputs(), by the first thread that fails; it is to end the process.
-  // Does not return to others, and nothing is told of them.
-  void discard(const std::vector<OutputFile>& files, const std::function<void()>& tell = [] {});
-
- private:
-  std::mutex mutex_;
-  bool failed_ = false;
-};

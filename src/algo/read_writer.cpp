@@ -181,9 +181,7 @@ ReadWriter::~ReadWriter() {
   try {
     writer_->close();
   } catch (const std::exception& failure) {
-    fprintf(stderr, "%s\n", failure.what());
-    fflush(stderr);
-    _exit(1);
+    exitAtEnd(failure.what());
   }
 }
 

@@ -50,6 +50,8 @@ void printUncaught(const std::type_info* type, const char* text) {
   abort();
 }
 
+std::function<void()> worker_clean_up;
+
 }  // namespace
 
 void install_crash_handlers() {
@@ -60,10 +62,15 @@ void install_crash_handlers() {
   std::set_terminate(terminateReport);
 }
 
+void set_worker_clean_up(std::function<void()> clean_up) {
+  worker_clean_up = std::move(clean_up);
+}
+
 void exit_worker(const char* text) {
   // What stops one thread, a full disk for instance, often stops the others in the same moment: the first one tells.
   static std::atomic_flag told = ATOMIC_FLAG_INIT;
   while (told.test_and_set()) pause();
+  if (worker_clean_up) worker_clean_up();
   fprintf(stderr, "%s\n", text);
   fflush(stderr);
   _exit(-1);

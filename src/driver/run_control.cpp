@@ -13,6 +13,7 @@
 
 #include "algo/algo.h"
 #include "algo/output_check.h"
+#include "base/crash.h"
 #include "base/host.h"
 #include "base/log.h"
 #include "base/text.h"
@@ -99,9 +100,9 @@ void summarizeReads(RunInputs& run, std::string& summary) {
     run.options.debug = std::min(run.options.debug, INT_MAX - kDebugWithoutReads) + kDebugWithoutReads;
 }
 
-// Leaves without destructors, which would finish outputs and wait for threads.
+// Leaves without destructors, which would finish outputs and wait for threads. What is half written goes.
 template <class Work>
-void exitAtOnceOnFailure(Work work) {
+void exitAtOnceOnFailure(OutputGuard& outputs, Work work) {
   int status;
   try {
     return work();
@@ -111,6 +112,7 @@ void exitAtOnceOnFailure(Work work) {
     fprintf(stderr, "%s\n", failure.what());
     status = 1;
   }
+  outputs.discard();
   fflush(stderr);
   _exit(status);
 }
@@ -168,13 +170,13 @@ std::vector<Target> listTargets(const RunInputs& run, const std::vector<TargetEn
 }
 
 void execute(const RunInputs& run, std::vector<Target> targets, const std::vector<Algo*>& algos,
-             thread_coop& pool) {
+             thread_coop& pool, OutputGuard& outputs) {
   TimerScope scope(timer("execute"));
   Sharder sharder(std::move(targets), run.options);
   std::thread merger;
   std::vector<std::unique_ptr<Walker>> walkers;
   // Once a thread is at work, nothing that it uses may be taken down.
-  exitAtOnceOnFailure([&] {
+  exitAtOnceOnFailure(outputs, [&] {
     startThread(run.options, [&] { merger = std::thread(Merger(sharder, algos)); });
     for (int i = 0; i < run.options.thread_count; ++i) {
       walkers.push_back(std::make_unique<Walker>(sharder, run, algos, &pool, i));
@@ -186,7 +188,8 @@ void execute(const RunInputs& run, std::vector<Target> targets, const std::vecto
   merger.join();
 }
 
-void traverse(RunInputs& run, const std::vector<Algo*>& algos, thread_coop& pool, std::string& summary) {
+void traverse(RunInputs& run, const std::vector<Algo*>& algos, thread_coop& pool, OutputGuard& outputs,
+              std::string& summary) {
   const bool nobody_wants_no_coor =
       std::all_of(algos.begin(), algos.end(), [](Algo* algo) { return algo->skipNoCoor(); });
   if (nobody_wants_no_coor) run.options.skip_no_coor = true;
@@ -201,15 +204,19 @@ void traverse(RunInputs& run, const std::vector<Algo*>& algos, thread_coop& pool
     fputs("Empty input intervals\n", stderr);
     throw ExitRun{1};
   }
-  execute(run, std::move(targets), algos, pool);
+  execute(run, std::move(targets), algos, pool, outputs);
 }
 
 // From init to finish: outputs are open.
-void runAlgos(RunInputs& run, const std::vector<Algo*>& algos, thread_coop& pool, std::string& summary) {
+void runAlgos(RunInputs& run, const std::vector<Algo*>& algos, thread_coop& pool, OutputGuard& outputs,
+              std::string& summary) {
   runPhase("init", pool, run.options, [&] {
-    for (Algo* algo : algos) algo->init();
+    for (Algo* algo : algos) {
+      algo->init();
+      outputs.add(algo->outputs());
+    }
   });
-  if (run.options.mode != DriverContext::kNonTraversal) traverse(run, algos, pool, summary);
+  if (run.options.mode != DriverContext::kNonTraversal) traverse(run, algos, pool, outputs, summary);
   runPhase("done", pool, run.options, [&] {
     for (Algo* algo : algos) algo->finish();
   });
@@ -249,7 +256,10 @@ void runSteps(int argc, char* argv[]) {
 
   std::string summary = hostSummary(run.options);
   thread_coop pool;
+  OutputGuard outputs;
+  set_worker_clean_up([&outputs] { outputs.discard(); });
   DriverContext context;
+  context.outputs = &outputs;
   context.mode = run.options.mode;
   context.command_line = run.command_line;
   context.pool = &pool;
@@ -270,9 +280,13 @@ void runSteps(int argc, char* argv[]) {
   log_text("%s", summary.c_str());
   summary.clear();
 
-  exitAtOnceOnFailure([&] {
-    runAlgos(run, stack, pool, summary);
-    for (auto& algo : algos) algo.reset();
+  exitAtOnceOnFailure(outputs, [&] {
+    runAlgos(run, stack, pool, outputs, summary);
+    for (auto& algo : algos) {
+      const std::vector<OutputFile> files = algo->outputs();
+      algo.reset();
+      outputs.release(files);
+    }
   });
   run.reads.reset();
   for (auto& handle : run.handles) handle.reset();

@@ -1,8 +1,10 @@
 """The command line: what is accepted, what is told where, and with which exit status."""
 
 import os
+import pathlib
 import re
 import resource
+import shutil
 import subprocess
 
 import pytest
@@ -247,6 +249,21 @@ def test_failure_on_a_worker_ends_with_255(run, sample):
     result = copy(run, sample, out="no/such/folder/copy.bam")
     assert (result.returncode, result.stdout) == (255, "")
     assert "no/such/folder/copy.bam" in result.stderr and "overall:" not in result.stderr
+
+
+@pytest.mark.parametrize("threads", [1, 4])
+def test_a_failed_run_leaves_nothing_that_looks_whole(run, sample, tmp_path, threads):
+    damaged = bytearray(pathlib.Path(sample.bam).read_bytes())
+    middle = len(damaged) * 3 // 4  # shards before it are merged when the run gets there
+    damaged[middle : middle + 100] = bytes(100)
+    (tmp_path / "damaged.bam").write_bytes(damaged)
+    shutil.copy(f"{sample.bam}.bai", tmp_path / "damaged.bam.bai")
+    algos = (["Genotyper", "a.vcf"], ["Haplotyper", "b.vcf.gz"], ["ReadWriter", "c.bam"], ["AlignmentStat", "d.txt"],
+             ["LocusCollector", "--fun", "score_info", "e.gz"], ["QualCal", "f.table"])
+    words = [word for algo in algos for word in ("--algo", *algo)]
+    result = run("-t", threads, "--shard_param", "500/100", "-r", sample.reference, "-i", "damaged.bam", *words)
+    assert result.returncode == 255 and "Failed to read from damaged.bam: corrupted or truncated" in result.stderr
+    assert sorted(os.listdir(tmp_path)) == ["damaged.bam", "damaged.bam.bai"]
 
 
 def limits(**values):

@@ -9,7 +9,6 @@
 #include <exception>
 #include <numeric>
 #include <stdexcept>
-#include <unistd.h>
 
 #include "algo/preprocess/dedup_engine.h"
 #include "base/plain_file.h"
@@ -204,9 +203,7 @@ Dedup::~Dedup() {
     printSummary();
     if (!metrics_path_.empty()) writeMetrics();
   } catch (const std::exception& failure) {
-    fprintf(stderr, "%s\n", failure.what());
-    fflush(stderr);
-    _exit(1);
+    exitAtEnd(failure.what());
   }
 }
 

@@ -90,9 +90,7 @@ void LocusCollector::finish() {
   try {
     merger_->merge();
   } catch (const std::exception& failure) {
-    fprintf(stderr, "%s\n", failure.what());
-    fflush(stderr);
-    _exit(1);
+    exitAtEnd(failure.what());
   }
   merger_.reset();
 }

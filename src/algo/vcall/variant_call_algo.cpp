@@ -12,6 +12,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "algo/output_check.h"
 #include "base/log_math.h"
 #include "base/text.h"
 #include "readdata/vcf/partial_headers.h"
@@ -260,19 +261,13 @@ void VariantCallAlgo::mergePartials() {
     for (const std::string& partial : partials_) writer_->merge(partial);
   } catch (...) {
     writer_.reset();
-    output_guard_.discard(outputs());
+    discardOutputs(outputs());
     throw;
   }
 }
 
 void VariantCallAlgo::finish() {
-  if (!writer_) return;
-  try {
-    writer_->close();
-  } catch (...) {
-    output_guard_.discard(outputs());
-    throw;
-  }
+  if (writer_) writer_->close();
 }
 
 // ---- merge ----
@@ -288,12 +283,7 @@ uint64_t VariantCallAlgo::Result::memorySize() const {
 void VariantCallAlgo::merge(const Shard&, Algo::Result* result) {
   const std::unique_ptr<Result> owned(static_cast<Result*>(result));
   if (!owned || owned->path.empty()) return;
-  try {
-    writer_->merge(owned.get(), owned->path);
-  } catch (...) {
-    output_guard_.discard(outputs());
-    throw;
-  }
+  writer_->merge(owned.get(), owned->path);
   if (unlink(owned->path.c_str()) != 0)
     throw std::runtime_error(name + ": cannot remove file " + owned->path + ": " + strerror(errno));
 }

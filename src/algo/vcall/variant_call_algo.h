@@ -15,7 +15,6 @@
 #include <vector>
 
 #include "algo/algo.h"
-#include "algo/output_check.h"
 #include "algo/vcall/annotate/annotator.h"
 #include "algo/vcall/given_alleles.h"
 #include "algo/vcall/gvcf_bands.h"
@@ -93,7 +92,6 @@ class VariantCallAlgo : public Algo {
   std::vector<std::string> partials_;
   std::unique_ptr<VCFCache> dbsnp_, given_;  // engines have copies
   std::unique_ptr<VCFWriter> writer_;
-  mutable OutputGuard output_guard_;  // of the shards' files
 
  private:
   void settleAnnotations();

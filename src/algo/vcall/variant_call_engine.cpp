@@ -29,12 +29,8 @@ void VariantCallAlgo::Engine::writeTemp(Work work) {
   try {
     work();
   } catch (const std::runtime_error&) {
-    const int reason = errno;
-    vcall().output_guard_.discard(vcall().outputs(), [&] {
-      errno = reason;
-      perror(writer_->path().c_str());
-    });
-    throw std::runtime_error(algo->name + ": failed to write to temp file");
+    throw std::runtime_error(writer_->path() + ": " + strerror(errno) + "\n" + algo->name +
+                             ": failed to write to temp file");
   }
 }
 
@@ -45,7 +41,7 @@ void VariantCallAlgo::Engine::startShard() {
   if (db_cache_) db_cache_->setContig(shard.contig);
   if (given_cache_) given_cache_->setContig(shard.contig);
   db_cursor_ = 0;
-  vcall().output_guard_.opening([this] { writer_->open(shardName(vcall().output_)); });
+  vcall().openShardFile([this] { writer_->open(shardName(vcall().output_)); });
   writeTemp([&] { writer_->startContig(shard.contig); });
   if (vcall().emit_mode_ == kGvcf)
     bands_.startShard(static_cast<GVCFWriter&>(*writer_), shard.start, shard.end);

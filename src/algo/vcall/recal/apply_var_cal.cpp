@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "algo/number_options.h"
+#include "algo/output_check.h"
 #include "algo/vcall/recal/apply_var_cal_engine.h"
 #include "algo/vcall/recal/recal_header.h"
 #include "algo/vcall/recal/vcf_input.h"
@@ -89,7 +90,12 @@ std::vector<std::string> ApplyVarCal::inputs() const {
 
 void ApplyVarCal::init() {
   Algo::init();
-  discardingOnFailure([this] { merge_ ? mergePartials() : openFiles(); });
+  try {
+    merge_ ? mergePartials() : openFiles();
+  } catch (...) {
+    discardOutputs(outputs());
+    throw;
+  }
 }
 
 void ApplyVarCal::openFiles() {
@@ -147,13 +153,13 @@ void ApplyVarCal::merge(const Shard&, Algo::Result* result) {
   if (!owned || owned->path.empty()) return;
   taken_ += owned->taken;
   recalibrated_ += owned->recalibrated;
-  discardingOnFailure([&] { writer_->merge(owned.get(), owned->path); });
+  writer_->merge(owned.get(), owned->path);
   if (unlink(owned->path.c_str()) != 0)
     throw std::runtime_error(name + ": cannot remove file " + owned->path + ": " + strerror(errno));
 }
 
 void ApplyVarCal::finish() {
-  discardingOnFailure([this] { writer_->close(); });
+  writer_->close();
   if (taken_ > 0 && recalibrated_ == 0)
     fprintf(stderr, "Warning: none of %" PRIu64 " %s records of %s is in the recalibration file %s\n", taken_,
             kModelNames[filter_.model], vcf_.c_str(), recal_.c_str());

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "algo/algo.h"
-#include "algo/output_check.h"
 #include "algo/vcall/recal/tranche.h"
 #include "readdata/vcf/vcf_cache.h"
 #include "readdata/vcf/vcf_writer.h"
@@ -38,16 +37,6 @@ class ApplyVarCal final : public Algo {
   void openFiles();
   std::string commandLine() const;  // of the header
   void mergePartials();
-  // Does the work. When it fails, what has been written goes, of this and of other threads, before the failure goes on.
-  template <typename Work>
-  void discardingOnFailure(const Work& work) const {
-    try {
-      work();
-    } catch (...) {
-      output_guard_.discard(outputs());
-      throw;
-    }
-  }
 
   std::string vcf_, recal_, tranches_file_, output_;
   double sensitivity_ = 0;  // percent of truth; 0: no tranches
@@ -57,6 +46,5 @@ class ApplyVarCal final : public Algo {
   RecalFilter filter_;
   std::unique_ptr<VCFCache> input_, recalibration_;  // engines have copies
   std::unique_ptr<VCFWriter> writer_;
-  mutable OutputGuard output_guard_;       // of the shards' files
   uint64_t taken_ = 0, recalibrated_ = 0;  // records of the type, and those with a line in the recal file
 };

@@ -51,10 +51,8 @@ void ApplyVarCal::Engine::startShard() {
   contig_end_ = entry ? uint32_t(entry->length) : 0;
   input_->setContig(shard.contig);
   recal_->setContig(shard.contig);
-  owner().discardingOnFailure([&] {
-    owner().output_guard_.opening([this] { writer_->open(shardName(owner().output_)); });
-    writer_->startContig(shard.contig);
-  });
+  owner().openShardFile([this] { writer_->open(shardName(owner().output_)); });
+  writer_->startContig(shard.contig);
 }
 
 Algo::Result* ApplyVarCal::Engine::finishShard() {
@@ -63,15 +61,13 @@ Algo::Result* ApplyVarCal::Engine::finishShard() {
   result->path = writer_->path();
   result->taken = std::exchange(taken_, 0);
   result->recalibrated = std::exchange(recalibrated_, 0);
-  owner().discardingOnFailure([&] {
-    writer_->endContig(*result);
-    writer_->close();
-  });
+  writer_->endContig(*result);
+  writer_->close();
   return result.release();
 }
 
 void ApplyVarCal::Engine::advance(uint32_t from, uint32_t to) {
-  if (writer_->isOpen()) owner().discardingOnFailure([&] { applyAll(from, to); });
+  if (writer_->isOpen()) applyAll(from, to);
 }
 
 // Records before the first base of a contig, and behind its last one, belong to the steps there.

@@ -245,15 +245,7 @@ void VarCal::finish() {
   for (VariantBlock& block : blocks_)
     for (VariantDatum& datum : block.data) data.push_back(&datum);
   VarCalTraining training(param_, data, context->pool);
-  bool scored = false;
-  try {
-    scored = training.recalibrate();
-    if (scored) writeResults(training, data);
-  } catch (...) {
-    discardOutputs(outputs());
-    throw;
-  }
-  if (scored) return;
+  if (training.recalibrate()) return writeResults(training, data);
   discardOutputs(outputs());
   // By agreement no error: a call set may be too small for any model.
   if (training.failed()) fputs("VarCal failed\n", stderr);
