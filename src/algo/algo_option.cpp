@@ -10,7 +10,7 @@ constexpr int kHelpColumn = 24;
 }
 
 void OptionParser::add(const AlgoOption& option, Setter setter) {
-  entries_.push_back({option, std::move(setter)});
+  entries_.push_back({option, std::move(setter), 0});
   short_letters_.clear();
   getopt_table_.clear();
 }
@@ -62,9 +62,9 @@ void OptionParser::buildGetoptTable() {
   getopt_table_.push_back({nullptr, 0, nullptr, 0});
 }
 
-const OptionParser::Entry* OptionParser::entryOf(int getopt_answer) const {
+OptionParser::Entry* OptionParser::entryOf(int getopt_answer) {
   if (getopt_answer == 0) return &entries_[long_choice_];
-  for (const Entry& entry : entries_)
+  for (Entry& entry : entries_)
     if (entry.option.short_letter == getopt_answer) return &entry;
   return nullptr;
 }
@@ -79,19 +79,29 @@ OptionParser::Outcome OptionParser::parse(int count, const char* const args[],
 
   opterr = 0;
   previous_option_.clear();
+  for (Entry& entry : entries_) entry.times = 0;
   optind = 0;  // with 0 glibc also forgets what it remembers of the array before; it goes on from 1
   for (;;) {
     const int answer = getopt_long(count, copy.data(), short_letters_.c_str(), getopt_table_.data(), nullptr);
     if (answer == -1) break;
-    const Entry* entry = answer == '?' ? nullptr : entryOf(answer);
+    Entry* const entry = answer == '?' ? nullptr : entryOf(answer);
     // getopt has moved on to the next argument, but for a cluster of short letters, which it is still in.
     faulty_argument_ = copy[std::clamp(optind - 1, 1, count - 1)];
     if (!entry) return kUnknownOption;
     if (!entry->setter(optarg)) return kRefused;
     previous_option_ = entry->option.name;
+    ++entry->times;
   }
   positional.assign(copy.begin() + std::min(optind, count), copy.begin() + count);
   return kOk;
+}
+
+std::string_view OptionParser::doubledOption(std::initializer_list<std::string_view> repeatable) const {
+  for (const Entry& entry : entries_)
+    if (entry.times > 1 &&
+        std::find(repeatable.begin(), repeatable.end(), entry.option.name) == repeatable.end())
+      return entry.option.name;
+  return {};
 }
 
 void OptionParser::print(FILE* stream, const char* title) const {

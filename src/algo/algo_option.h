@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <functional>
 #include <getopt.h>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <string_view>
@@ -46,6 +47,8 @@ class OptionParser {
   Outcome parse(int count, const char* const args[], std::vector<const char*>& positional);
   // While parse() runs: the option in front of the one that is set now, whatever else stands between; empty for none.
   std::string_view previousOption() const { return previous_option_; }
+  // An option that parse() has met more than once and that is none of the `repeatable`; empty for none.
+  std::string_view doubledOption(std::initializer_list<std::string_view> repeatable) const;
   // The argument that parse() could not take.
   const std::string& faultyArgument() const { return faulty_argument_; }
 
@@ -56,9 +59,10 @@ class OptionParser {
   struct Entry {
     AlgoOption option;
     Setter setter;
+    int times = 0;  // that parse() has met it
   };
   void buildGetoptTable();
-  const Entry* entryOf(int getopt_answer) const;
+  Entry* entryOf(int getopt_answer);
 
   std::vector<Entry> entries_;
   // For getopt_long, made when first asked for after a change of the entries.

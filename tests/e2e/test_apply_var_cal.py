@@ -187,13 +187,14 @@ def test_either_order_of_types_any_threads_and_shards(run, apply, calls, tmp_pat
     (tranches_text().replace(",8,0.8889", ""), "Unsupported tranche file {}"),
     (tranches_text().replace("0.8889", "0.8889,1"), "Unsupported tranche file {}"),
     (tranches_text()[:-14], "Unsupported tranche file {}"),
+    (TITLES[:-14], "Unsupported tranche file {}"),
     (tranches_text().replace("1.5000", "nan"), "Unsupported tranche file {}"),
     (tranches_text().replace("1.5000", "-0.8000"), "Unsupported tranche file {}"),  # below that of a higher target
     (tranches_text().replace("to99.00", "to;99"), "Unsupported tranche file {}"),
     ("", "Unsupported tranche file {}"),
     (tranches_text().replace(",INDEL,", ",OTHER,"), "Unsupported model=OTHER in tranche file {}"),
     (tranches_text([(100.5, 0, "SNP")]), "Target false discovery rate(FDS) is unreasonable 100.500000"),
-], ids=range(10))
+], ids=range(11))
 def test_tranches_files_that_do_not_fit(apply, tmp_path, broken, told):
     path = tmp_path / "broken"
     path.write_text(broken)
@@ -206,6 +207,8 @@ def test_no_tranche_of_the_type_is_a_warning(apply, tmp_path):
     (tmp_path / "indel").write_text(tranches_text(TRANCHES[4:]))
     result = apply("out.vcf.gz", "--sensitivity", 99, tranches=tmp_path / "indel")
     assert result.returncode == 0 and "Warning: no tranche in the tranches file.\n" in result.stderr
+    told = "Warning: no tranche from --sensitivity 99.95 up but that of 100: the cut is VQSLOD -20.0000\n"
+    assert [told in apply("out.vcf.gz", "--sensitivity", s).stderr for s in (99.95, 99.904, 100)] == [True, False, False]
 
 
 @pytest.mark.parametrize("info, told", [
@@ -251,7 +254,7 @@ def test_arguments_and_files_that_are_not_there(run, apply, sample, calls, tmp_p
     for args, text in ((whole[:-1], "missing output file"), ([*whole, "more"], "extra argument after output"),
                        (["--sensitivity", "9", "--vqslod_cutoff", "0", *whole], "cannot set both --sensitivity and --vqslod_cutoff"),
                        (["--sensitivity", "101", *whole], "invalid sensitivity 101"), (["--vqslod_cutoff", "1x", *whole], "invalid vqslod_cutoff 1x"),
-                       (["--var_type", "MNP", *whole], "invalid var_type MNP"), (["--bogus", *whole], "unknown option")):
+                       (["--recal", calls.SNP, *whole], "--recal duplicated"), (["--var_type", "MNP", *whole], "invalid var_type MNP"), (["--bogus", *whole], "unknown option")):
         assert f"ApplyVarCal: {text}" in told(args)
     for option in ("vcf", "recal"):
         result = apply("out.vcf", **{option: "gone.vcf.gz"})

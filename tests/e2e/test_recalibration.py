@@ -141,4 +141,9 @@ def test_any_number_of_threads_and_the_plots(train, apply, tmp_path):
         subprocess.run([ROOT / "scripts" / "plot-varcal", "out.tranches", "out.plot", "drawn"], check=True, cwd=tmp_path)
         pages = (tmp_path / "drawn.pdf").read_bytes()
         assert pages.startswith(b"%PDF") and pages.count(b"/Type /Page ") == 2 + 3  # pairs of annotations
+        whole = (tmp_path / "out.plot").read_text()
+        for cut in (whole[: len(whole) // 3], whole[: whole.index("\n", len(whole) // 3) + 1], whole[:-1], whole[: whole.rindex("#")]):
+            (tmp_path / "cut.plot").write_text(cut)
+            done = subprocess.run([ROOT / "scripts" / "plot-varcal", "out.tranches", "cut.plot", "none"], cwd=tmp_path, capture_output=True, text=True)
+            assert done.returncode == 1 and done.stderr == "scripts/plot-varcal: cut.plot is cut short\n" and not (tmp_path / "none.pdf").exists()
         assert all((tmp_path / f"drawn.{page}.png").stat().st_size > 10000 for page in ("tranches", "sensitivity"))

@@ -53,10 +53,11 @@ def calls(tmp_path):
     return make
 
 
-def words(*more, threads=2, annotations=ANNOTATIONS, output="out.vcf.gz", resources=("resource.vcf.gz",)):
-    result = ["-t", threads, "-r", "reference.fa", "--algo", "VarCal", "--vcf", "calls.vcf.gz", "--tranches_file", "tranches"]
+def words(*more, threads=2, annotations=ANNOTATIONS, output="out.vcf.gz", resources=("resource.vcf.gz",), vcf="calls.vcf.gz", tranches="tranches",
+          truth="true"):
+    result = ["-t", threads, "-r", "reference.fa", "--algo", "VarCal", "--vcf", vcf, "--tranches_file", tranches]
     for path in resources:
-        result += ["--resource", path, "--resource_param", "t,known=true,training=true,truth=true,prior=15.0"]
+        result += ["--resource", path, "--resource_param", f"t,known=true,training=true,truth={truth},prior=15.0"]
     for annotation in annotations:
         result += ["--annotation", annotation]
     return result + [*more, output]
@@ -95,6 +96,7 @@ def test_scores_each_site_and_tells_what_it_does(calls, run, tmp_path):
                                                       for kind in ("data", "simu")]
     data, simulated = (part.strip().split("\n") for part in plot[:2])
     assert re.fullmatch(r"\w+,\w+,outcome,traning,known", data[1]) and 100 < len(data) <= 152
+    assert {row.split(",")[2] for row in data[2:]} == {"0", "1"}  # by the cut of 90 %
     assert simulated[1].endswith(",lod") and len(simulated) == 2 + 16
     assert "logit_MQ" in "".join(plot)
     dump = (tmp_path / "dump").read_text().splitlines()
@@ -108,8 +110,7 @@ def test_same_bytes_at_any_number_of_threads(calls, run, tmp_path):
         folder = tmp_path / str(threads)
         folder.mkdir()
         names = [folder / "out.vcf", folder / "tranches", folder / "plot"]
-        line = words("--tranches_file", names[1], "--plot_file", names[2], "--partsize", 100, threads=threads, output="out.vcf")
-        line[-1] = names[0]
+        line = words("--plot_file", names[2], "--partsize", 100, threads=threads, output=names[0], tranches=names[1])
         assert run(*line).returncode == 0
         made.append([re.sub(rb"#\S*out.vcf_", b"#out_", n.read_bytes()) for n in names])
         made[-1][0] = b"".join(l for l in made[-1][0].splitlines() if not l.startswith(b"##"))
@@ -175,11 +176,12 @@ BAD_OPTIONS = [
     (lambda w: w[:8] + w[10:], "VarCal: missing option --tranches_file"),
     (lambda w: w[:-1], "VarCal: missing output file"),
     (lambda w: w + ["more"], "VarCal: extra argument after output"),
+    *((lambda w, o=o: w[:-1] + ["--" + o, "SNP", "o.vcf"], f"VarCal: --{o} duplicated") for o in ("vcf", "tranches_file")),
     (lambda w: w[:-1] + ["--var_type", "SNV", "o.vcf"], "VarCal: invalid var_type SNV"),
     (lambda w: w[:-1] + ["--tranche", "101", "o.vcf"], "Target false discovery rate(FDS) is unreasonable 101.000000"),
     *((lambda w, o=o, v=v: w[:-1] + ["--" + o, v, "o.vcf"], f"VarCal: invalid {o} {v}") for o, v in [
         ("partsize", "0"), ("max_gaussians", "2000000000"), ("max_gaussians", "0"), ("max_neg_gaussians", "0"), ("srand", "12abc"), ("std_thresh", "nan"),
-        ("max_mq", "-1"), ("prob_tol", "inf"), ("iter_for_marginal", "0"), ("shrinkage", "-1"), ("dirichlet", "0"), ("prior_counts", "-1e6"),
+        ("max_mq", "-1"), ("prob_tol", "inf"), ("iter_for_marginal", "-1"), ("shrinkage", "-1"), ("dirichlet", "0"), ("prior_counts", "-1e6"),
         ("bad_lod_thresh", "x"), ("plot_simu_steps", ""), ("tranche", "9x")]),
     (lambda w: w[:-1] + ["--plot_file", "none/plot", "o.vcf"], "VarCal: cannot open file none/plot, No such file or directory"),
     (lambda w: ["--shard", "chr1:1-1000", *w], "Algo VarCal does not support sharded traversal mode"),
@@ -210,7 +212,7 @@ def test_inputs_that_do_not_fit(calls, run, tmp_path):
                             ("short", "calls", "short.vcf.gz: too few columns in the line of chr1:2100")]:
         for old in ("out.vcf.gz", "out.vcf.gz.tbi", "tranches"):  # of an earlier run
             (tmp_path / old).write_text("old")
-        done = run(*words("--vcf", f"{vcf}.vcf.gz", resources=[f"{name}.vcf.gz"]))
+        done = run(*words(vcf=f"{vcf}.vcf.gz", resources=[f"{name}.vcf.gz"]))
         assert done.returncode == 255 and text.format(name) in done.stderr, done.stderr
         assert not [*tmp_path.glob("out*"), *tmp_path.glob("tranches")]
 
@@ -242,6 +244,16 @@ def test_runs_without_results_leave_no_files(calls, run, tmp_path, options, setu
     assert not [name for name in names if (tmp_path / name).exists()]
 
 
+def test_without_truth_or_draws(calls, run, tmp_path):
+    calls()
+    done = run(*words("--plot_file", "plot", "--iter_for_marginal", 0, truth="false"))
+    assert done.returncode == 0 and "Warning: no tranche from 0 truth sites: the tranches file has titles only\n" in done.stderr
+    assert (tmp_path / "tranches").read_text().count("\n") == 3
+    assert not re.search(r"^[-\d.]+,[-\d.]+,1,", (tmp_path / "plot").read_text(), re.M)  # none retained
+    # Without a draw what is missing has no density.
+    assert all((r[3] == -1e6) == (i % 7 == 0) for r, i in zip(records(tmp_path / "out.vcf.gz"), [i for i in range(3000) if i % 5 != 4]))
+
+
 def test_ten_variants(calls, run, tmp_path):
     calls(10, known=1)
     done = run(*words("--var_type", "BOTH"))
@@ -262,9 +274,7 @@ def test_values_beyond_numbers(calls, run, tmp_path):
 @pytest.mark.parametrize("option", ["--tranches_file", "--plot_file", ""])
 def test_full_disk(calls, run, tmp_path, option):
     calls()
-    line = words(*([option, "/dev/full"] if option else []))
-    if not option:
-        line[-1] = "/dev/full"
-    done = run(*line)
+    full = {"--tranches_file": {"tranches": "/dev/full"}, "": {"output": "/dev/full"}}.get(option, {})
+    done = run(*words(*([] if full else [option, "/dev/full"]), **full))
     assert done.returncode == 255 and "/dev/full" in done.stderr
     assert not (tmp_path / "out.vcf.gz").exists()

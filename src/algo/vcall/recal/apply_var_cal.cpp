@@ -23,6 +23,8 @@ ApplyVarCal::ApplyVarCal(DriverContext* context, int count, const char* const ar
   addOptions(parser);
   std::vector<const char*> positional;
   if (!takeArguments(parser, usage(), count, args, positional)) return;
+  const std::string_view doubled = parser.doubledOption({"ignore_input_filters"});
+  if (!doubled.empty()) throw std::invalid_argument(name + ": --" + std::string(doubled) + " duplicated");
   settle(positional);
 }
 
@@ -101,7 +103,12 @@ void ApplyVarCal::init() {
 void ApplyVarCal::openFiles() {
   if (sensitivity_ > 0) {
     filter_.choose(readTranches(tranches_file_), sensitivity_);
-    if (filter_.tranches.empty()) fputs("Warning: no tranche in the tranches file.\n", stderr);
+    if (filter_.tranches.empty())
+      fputs("Warning: no tranche in the tranches file.\n", stderr);
+    else if (sensitivity_ < 100 && filter_.tranches.back().targetTruthSensitivity == 100)
+      fprintf(stderr,
+              "Warning: no tranche from --sensitivity %g up but that of 100: the cut is VQSLOD %.4f\n",
+              sensitivity_, filter_.tranches.back().minVQSLod);
   }
   const std::unique_ptr<IOHandle> input_text = openFile(vcf_), recal_text = openFile(recal_);
   const std::vector<Contig> contigs = context->reference->contigs();

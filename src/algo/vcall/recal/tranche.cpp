@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <strings.h>
@@ -55,6 +56,11 @@ class TruthSensitivityMetric final : public SelectionMetric {
   uint32_t total;
 };
 
+// As the file holds it: hundredths of a percent.
+double asWritten(double target) {
+  return strtod(format("%.2f", target).c_str(), nullptr);
+}
+
 struct TiTv {
   uint32_t transitions = 0, transversions = 0;
   void add(const VariantDatum& datum) { ++(datum.isTransition ? transitions : transversions); }
@@ -101,6 +107,10 @@ std::vector<Tranche> createTranches(const VariantData& data, const std::vector<d
   std::vector<Tranche> tranches;
   for (double target : targets) {
     checkTarget(target);
+    const auto isSame = [target](const Tranche& other) {
+      return asWritten(other.targetTruthSensitivity) == asWritten(target);
+    };
+    if (std::any_of(tranches.begin(), tranches.end(), isSame)) continue;
     const double threshold = metric.getThreshold(target);
     const auto at = std::find_if(metric.runningValues.begin(), metric.runningValues.end(),
                                  [threshold](double value) { return value >= threshold; });
@@ -172,7 +182,7 @@ bool parseTranche(const char* line, Tranche& tranche, std::string& model) {
   return true;
 }
 
-// Whether a lower target of a model, which comes behind a higher one, has no lower cut.
+// Of tranches in descending order of target: whether no cut of a model lies below that of a higher target.
 bool haveRisingCuts(const std::vector<Tranche>& tranches) {
   const Tranche* last[std::size(kModelNames)] = {};  // by model
   for (const Tranche& tranche : tranches) {
@@ -196,8 +206,10 @@ std::vector<Tranche> readTranches(const std::string& path) {
   while (fgets(line, sizeof line, file.get())) {
     int version;
     if (sscanf(line, "# Version number %9d", &version) == 1 && version > kVersion) refuse();
-    has_titles = has_titles || strncmp(line, kTitles, sizeof kTitles - 1) == 0;
-    if (*line == '#' || strncmp(line, kTitles, sizeof kTitles - 1) == 0) continue;
+    const bool is_titles = strncmp(line, kTitles, sizeof kTitles - 1) == 0;
+    if (is_titles && !strchr(line, '\n')) refuse();  // cut short
+    has_titles = has_titles || is_titles;
+    if (*line == '#' || is_titles) continue;
     Tranche tranche;
     std::string model;
     if (!parseTranche(line, tranche, model)) refuse();
@@ -222,8 +234,9 @@ std::vector<Tranche> readTranches(const std::string& path) {
 // ---- filters ----
 
 void RecalFilter::choose(std::vector<Tranche> all, double sensitivity) {
+  const double least = asWritten(sensitivity);
   std::erase_if(all, [&](const Tranche& tranche) {
-    return tranche.model != model || !(tranche.targetTruthSensitivity >= sensitivity);
+    return tranche.model != model || !(tranche.targetTruthSensitivity >= least);
   });
   tranches = std::move(all);
 }

@@ -26,7 +26,7 @@ inline const std::vector<double> kDefaultTargets = {100, 99.9, 99, 90};
 void checkTarget(double target, const std::string& place = "");
 
 // The tranches of the data that are not aggregate, in the order of `targets` (percent). A target that no cut
-// keeps to has none, nor has any without truth sites.
+// keeps to has none, nor has any without truth sites, or one that the file could not tell from an earlier one.
 std::vector<Tranche> createTranches(const VariantData& data, const std::vector<double>& targets,
                                     uint32_t model);
 
@@ -44,7 +44,8 @@ struct RecalFilter {
   double cutoff = std::numeric_limits<double>::lowest();
   uint32_t model = kSNPModel;
 
-  // Keeps of `all` those of the model that lose no more truth than `sensitivity` (percent) allows.
+  // Keeps of `all` those of the model that lose no more truth than `sensitivity` (percent) allows, at the precision of
+  // the file.
   void choose(std::vector<Tranche> all, double sensitivity);
   // The name of the filter that a variant of this VQSLOD gets.
   std::string filterFor(double lod) const;

@@ -45,6 +45,9 @@ VarCal::VarCal(DriverContext* context, int count, const char* const args[]) : Al
   addModelOptions(parser);
   std::vector<const char*> positional;
   if (!takeArguments(parser, usage(), count, args, positional)) return;
+  const std::string_view doubled = parser.doubledOption(
+      {"annotation", "resource", "resource_param", "aggregate_data", "tranche", "ignore_input_filters"});
+  if (!doubled.empty()) refuse("--" + std::string(doubled) + " duplicated");
   settle(positional);
 }
 
@@ -127,7 +130,7 @@ void VarCal::addModelOptions(OptionParser& parser) {
   numbers.add("prob_tol", nullptr, mixture.prob_tol, 0);
   numbers.add("min_accept_lod", nullptr, param_.min_accept_lod);
   numbers.add("bad_lod_thresh", nullptr, param_.bad_lod_thresh);
-  numbers.add("iter_for_marginal", nullptr, mixture.iter_for_marginal, 1);
+  numbers.add("iter_for_marginal", nullptr, mixture.iter_for_marginal, 0);
   numbers.add("iter_for_marginal_mode", nullptr, mixture.iter_for_marginal_mode);
   numbers.add("plot_sample_size", nullptr, param_.plot_sample_size, 0);
   numbers.add("plot_simu_steps", nullptr, param_.plot_simu_steps, 0);
@@ -263,9 +266,14 @@ void VarCal::writeResults(VarCalTraining& training, const VariantData& data) con
   }
   writeRecalFile(name, output_, data, training.annotations(), contigs, context->reference->path());
   writeTranches(name, tranches_file_, tranches);
+  if (tranches.empty())
+    fprintf(stderr, "Warning: no tranche from %zu truth sites: the tranches file has titles only\n",
+            size_t(std::ranges::count_if(
+                data, [](const VariantDatum* d) { return d->isTruth && !d->isAggregate; })));
   if (plot_file_.empty()) return;
+  const auto first = std::ranges::min_element(tranches, {}, &Tranche::targetTruthSensitivity);  // of the file
   constexpr double kNone = std::numeric_limits<double>::infinity();
-  writePlotFile(name, plot_file_, output_, param_, data, tranches.empty() ? kNone : tranches[0].minVQSLod,
+  writePlotFile(name, plot_file_, output_, param_, data, first == tranches.end() ? kNone : first->minVQSLod,
                 training);
 }
 

@@ -74,6 +74,16 @@ TEST(Tranche, NeedsTruthAndTargetsInPercent) {
     EXPECT_THROW(createTranches({}, {target}, kSNPModel), std::invalid_argument);
 }
 
+TEST(Tranche, TargetsAreToldApartByWhatTheFileHolds) {
+  const std::vector<Tranche> tranches =
+      createTranches(randomData(500, 0.5).all(), {99.124, 90, 99.12, 90}, kSNPModel);
+  ASSERT_EQ(tranches.size(), 2u);
+  EXPECT_EQ(tranches[0].targetTruthSensitivity, 99.124);
+  RecalFilter filter;
+  filter.choose({Tranche{"a", 99.12, 0, 0, 0, 0, 0, kSNPModel, 0, 0}}, 99.124);
+  EXPECT_EQ(filter.tranches.size(), 1u);
+}
+
 TEST(Tranche, FileHoldsThemAscendingAndGivesThemDescending) {
   Tranche low{"", 90, 2.5, 2, 1.25, 10, 20, kIndelModel, 8, 7},
       high{"", 100, -3, 0, 0, 11, 22, kIndelModel, 0, 0};
