@@ -1,8 +1,8 @@
 """Call sets whose truth is known: six annotations drawn from mixtures, a resource with some of the true sites.
 
-Used by power.py and compare.py beside it; numpy is loaded by those who call what needs it. The shapes are those of real call sets in the large: true variants in a few
-clouds (heterozygous and homozygous ones differ in QD), false ones around and between them, rank sums that only
-heterozygous sites have.
+Used by power.py and compare.py beside it; numpy is loaded by those who call what needs it. The shapes are those of real
+call sets in the large: true variants in a few clouds (heterozygous and homozygous ones differ in QD), false ones around
+and between them, rank sums that only heterozygous sites have.
 """
 import os
 import subprocess

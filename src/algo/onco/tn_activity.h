@@ -1,10 +1,10 @@
 // tn_activity.h - where the tumor's reads have something that the reference and the normal lack: per position the log odds
 // of one kind of alternate at its own fraction, from the bases as they are aligned.
 //
-// A read of at least minMapQual that is no supplementary alignment counts inside its adapterFreeWindow(). Kinds of alternates are the four bases, and gaps:
-// the aligned bases beside an insertion, a deletion or a soft clip that is no adapter. A base has the error of its quality,
-// no better than that of the mapping. What matches the reference is counted whatever its quality: for where to look that
-// is enough, and it spares a look at each base.
+// A read of at least minMapQual that is no supplementary alignment counts inside its adapterFreeWindow(). Kinds of
+// alternates are the four bases, and gaps: the aligned bases beside an insertion, a deletion or a soft clip that is no
+// adapter. A base has the error of its quality, no better than that of the mapping. What matches the reference is counted
+// whatever its quality: for where to look that is enough, and it spares a look at each base.
 //
 // Coords   zero-based half open; log odds are log10.
 // Owns     its counts; memory grows with the longest window and is kept.
@@ -69,8 +69,8 @@ class TNActivity {
 
   const Limits limits_;
   const DebugPositions& debug_;
-  std::array<double, 256>
-      odds_;  // by quality: how much likelier a base is with the alternate than with the reference
+  // By quality: how much likelier a base is with the alternate than with the reference.
+  std::array<double, 256> odds_;
 
   const ReferenceWindow* reference_ = nullptr;
   uint32_t start_ = 0, end_ = 0;

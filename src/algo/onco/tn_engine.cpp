@@ -141,11 +141,15 @@ void TNhaplotyper::Engine::placeSite(const EventSite& event, size_t alternate, V
 void TNhaplotyper::Engine::lookUp(const VariantContext& record, TNCall& call) const {
   call.isKnown = record.info.contains("DB");
   for (const auto& cache : cosmic_) call.isCosmic = call.isCosmic || findKnown(cache->records(), record);
-  if (param_.detectPon) return;
+  call.inPanel = !param_.detectPon && countInPanel(record) > 0;
+}
+
+// Records of the panel that begin where the record does.
+size_t TNhaplotyper::Engine::countInPanel(const VariantContext& record) const {
+  ptrdiff_t count = 0;
   for (const auto& cache : panel_)
-    call.inPanel = call.inPanel || std::ranges::any_of(cache->records(), [&](const VCFLine& line) {
-                     return line.pos == int32_t(record.start);
-                   });
+    count += std::ranges::count(cache->records(), int32_t(record.start), &VCFLine::pos);
+  return size_t(count);
 }
 
 void TNhaplotyper::Engine::describe(const EventSite& event, size_t alternate, const TNCall& call,
@@ -153,12 +157,7 @@ void TNhaplotyper::Engine::describe(const EventSite& event, size_t alternate, co
   record.addInfo("TLOD", "%.2f", call.lod.tumor);
   if (has_normal_) record.addInfo("NLOD", "%.2f", call.lod.normal);
   record.addInfo("HCNT", "%zu", event.carriers[alternate + 1].size());
-  if (!panel_.empty()) {
-    ptrdiff_t seen = 0;
-    for (const auto& cache : panel_)
-      seen += std::ranges::count(cache->records(), int32_t(record.start), &VCFLine::pos);
-    record.addInfo("PON", "%td", seen);
-  }
+  if (!panel_.empty()) record.addInfo("PON", "%zu", countInPanel(record));
   if (call.repeat.isRepeat) {
     record.setFlag("STR", true);
     record.addInfo("RU", "%s", call.repeat.unit.c_str());

@@ -35,6 +35,7 @@ class TNhaplotyper::Engine final : public AssemblyCallAlgo::Engine {
   bool isCandidate(const TumorNormalLod& lod) const;
   void placeSite(const EventSite& event, size_t alternate, VariantContext& record);
   void lookUp(const VariantContext& record, TNCall& call) const;
+  size_t countInPanel(const VariantContext& record) const;
   void describe(const EventSite& event, size_t alternate, const TNCall& call, VariantContext& record) const;
   void addColumn(int32_t sample, int32_t allele, VariantContext& record) const;
 

@@ -88,8 +88,8 @@ class GaussianMixtureModel {
   // While it trains: the data, by block of a part and dimension, with zeros behind the last.
   std::vector<DataBlock::Column> blocks_;
   size_t count_ = 0;
-  std::vector<double> sums_,
-      means_;  // of the E-step, and what the components' means were then, one behind the other
+  std::vector<double> sums_;   // of the E-step
+  std::vector<double> means_;  // of the components when it began, one behind the other
   JavaUtil::Random* random_;
   thread_coop* pool_;
   bool converged_ = true;
