@@ -9,7 +9,6 @@ import subprocess
 import pysam
 import pytest
 
-END_MARKER = bytes.fromhex("1f8b08040000000000ff0600424302001b0003000000000000000000")
 
 
 @pytest.fixture(scope="module")
@@ -206,10 +205,8 @@ def test_block_file_that_cannot_be_written_leaves_nothing_whole(run, source, tmp
     (tmp_path / "score.gz_tmp_0").mkdir()
     result = collect_with(run, tmp_path / "score.gz", source)
     assert result.returncode == 1 and "score.gz_tmp_0" in result.stderr
-    assert not (tmp_path / "score.gz").read_bytes().endswith(END_MARKER)
-    assert not (tmp_path / "score.gz.tbi").exists()
+    assert os.listdir(tmp_path) == ["score.gz_tmp_0"]
     shutil.rmtree(tmp_path / "score.gz_tmp_0")
-    os.unlink(tmp_path / "score.gz_tmp_0_0")
     os.symlink("/dev/full", tmp_path / "score.gz_tmp_0_0")
     result = collect_with(run, tmp_path / "score.gz", source)
     assert result.returncode != 0 and "VcfMerger: failed to write to file" in result.stderr
