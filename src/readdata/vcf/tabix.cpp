@@ -193,7 +193,8 @@ bool Reader::windows(Tabix::Index& index) {
 bool Reader::contig(Tabix::Index& index, const CsiBins& scheme) {
   int32_t bins;
   if (!number(bins) || bins < 0) return false;
-  std::map<uint64_t, int64_t> offsets;  // by the first base
+  std::map<uint64_t, int64_t> offsets;  // by the first window that does not begin before the bin
+  uint64_t first = std::numeric_limits<uint64_t>::max();  // base of a bin
   for (int32_t i = 0; i < bins; ++i) {
     uint32_t bin, tabix_bin;
     int64_t offset;
@@ -205,27 +206,25 @@ bool Reader::contig(Tabix::Index& index, const CsiBins& scheme) {
     }
     if (bin >= scheme.count() || offset < 0) return false;
     const uint64_t start = scheme.place(bin, tabix_bin);
-    if (!chunks(index, count, index.bins[tabix_bin])) return false;
-    int64_t& known = offsets[start];
+    if (count > 0 && !chunks(index, count, index.bins[tabix_bin])) return false;
+    if (start >> kWindowShift >= Tabix::Index::kMaxWindows) continue;
+    first = std::min(first, start);
+    int64_t& known = offsets[(start + (1 << kWindowShift) - 1) >> kWindowShift];
     known = std::max(known, offset);
   }
   for (auto& [bin, list] : index.bins) std::sort(list.begin(), list.end());
+  if (offsets.empty()) return true;
 
-  for (const auto& [start, offset] : offsets) {
-    if (start >> kWindowShift >= Tabix::Index::kMaxWindows) break;
-    std::vector<int64_t>& linear = index.linear;
-    if (linear.empty()) {
-      index.firstWindow = static_cast<int32_t>(start >> kWindowShift);
-      linear.push_back(offset);
-      continue;
+  std::vector<int64_t>& linear = index.linear;
+  index.firstWindow = static_cast<int32_t>(first >> kWindowShift);
+  linear.push_back(0);  // of a window that begins before the first bin nothing is known
+  for (const auto& [window, offset] : offsets) {
+    const uint64_t at = window - uint64_t(index.firstWindow);
+    if (at >= linear.size()) {
+      if (!spend(static_cast<int64_t>((at + 1 - linear.size()) * sizeof offset))) return false;
+      linear.resize(at + 1, linear.back());
     }
-    // The first window that does not begin before.
-    const uint64_t window = ((start + (1 << kWindowShift) - 1) >> kWindowShift) - uint64_t(index.firstWindow);
-    if (window >= linear.size()) {
-      if (!spend(static_cast<int64_t>((window + 1 - linear.size()) * sizeof offset))) return false;
-      linear.resize(window + 1, linear.back());
-    }
-    linear[window] = std::max(linear[window], offset);
+    linear[at] = std::max(linear[at], offset);
   }
   return true;
 }

@@ -21,7 +21,8 @@ class Tabix final : public GenomeIndex {
   explicit Tabix(const Options& options);
   std::unique_ptr<GenomeIndex> clone() const override;
   std::unique_ptr<ContigIndex> newContigIndex(const std::string& name) const override;
-  // path.tbi, or path.csi where only that is. `count` is of chunks, which is all that the file tells; a contig without any has `first` above `last`.
+  // path.tbi, or path.csi where only that is. `count` is of chunks, which is all that the file tells; a contig without
+  // any has `first` above `last`.
   bool load(const std::string& path) override;
   bool save(const std::string& path) override;
 };

@@ -70,9 +70,9 @@ class VCFCache {
   // Bytes of the next line with its newline, 0 at the end of the file, kNoRoom (the stream stands inside it) for a line
   // of more than `room` bytes.
   int64_t readLine(char* text, uint32_t room);
-  // Cuts the `size` bytes of a line as readLine() gives them.
   // Shows the beginning of the line, which the message has no place for, and throws `fault` with the path.
   [[noreturn]] void failLine(const char* fault, const char* text, int64_t size) const;
+  // Cuts the `size` bytes of a line as readLine() gives them.
   void parseLine(char* text, int64_t size, VCFLine& record) const;
 
   std::string path_;
