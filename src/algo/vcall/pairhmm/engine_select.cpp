@@ -1,4 +1,3 @@
-#include <cpuid.h>
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
@@ -11,15 +10,9 @@
 
 namespace {
 
+// What the processor has and the system lets programs use: it must save the wider registers.
 struct Processor {
-  bool sse41 = false, avx = false;
-
-  Processor() {
-    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
-    if (!__get_cpuid(1, &eax, &ebx, &ecx, &edx)) return;
-    sse41 = ecx >> 19 & 1;
-    avx = ecx >> 28 & 1;
-  }
+  bool sse41 = __builtin_cpu_supports("sse4.1"), avx = __builtin_cpu_supports("avx");
 };
 
 template <typename E>
