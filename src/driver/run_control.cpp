@@ -255,8 +255,8 @@ void runSteps(int argc, char* argv[]) {
   refuseStrayArguments(stray);
 
   std::string summary = hostSummary(run.options);
+  OutputGuard outputs;  // outlives the pool's threads, which clean up by it
   thread_coop pool;
-  OutputGuard outputs;
   set_worker_clean_up([&outputs] { outputs.discard(); });
   DriverContext context;
   context.outputs = &outputs;
