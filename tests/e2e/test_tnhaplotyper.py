@@ -323,6 +323,7 @@ def test_bad_input(run, pair, tmp_path):
             *(([*SAMPLES, "--tumor_contamination_frac", f], f"invalid tumor_contamination_frac {f}") for f in (-1, "nan", "abc", "")),
             ([*SAMPLES, "--min_tumor_lod", "nan"], "invalid min_tumor_lod nan"),
             ([*SAMPLES, "--phasing", "2"], "invalid phasing 2"),
+            *(([*SAMPLES, f"--{option}", ""], f"empty file name of --{option}") for option in ("dbsnp", "cosmic", "pon")),
     ):
         done = run(*base, *options, "out.vcf")
         assert done.returncode != 0 and f"TNhaplotyper: {text}" in done.stderr and not (tmp_path / "out.vcf").exists(), done.stderr
@@ -341,6 +342,10 @@ def test_bad_input(run, pair, tmp_path):
     shutil.copy(folder / "TUMOR.bam.bai", tmp_path / "cut.bam.bai")
     done = run("-r", folder / "reference.fa", "-i", cut, "-i", folder / "NORMAL.bam", "--algo", "TNhaplotyper", *SAMPLES, "out.vcf")
     assert done.returncode != 0 and str(cut) in done.stderr and not (tmp_path / "out.vcf").exists()
+    (tmp_path / "old.bcf").write_text("old")
+    done = run(*base, *SAMPLES, "old.bcf")
+    assert done.returncode != 0 and "output is VCF text, whose file name cannot be old.bcf" in done.stderr
+    assert (tmp_path / "old.bcf").read_text() == "old"
     done = run(*base, *SAMPLES, "/dev/full")
     assert done.returncode != 0 and "/dev/full, No space left on device" in done.stderr
     assert run(*base, *SAMPLES, "--tumor_contamination_frac", "0.999", "most.vcf").returncode == 0

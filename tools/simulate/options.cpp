@@ -184,7 +184,10 @@ const std::vector<Option>& optionTable() {
       {"flag-duplicates", nullptr, "set the duplicate flag on the copies (it is left to be found)",
        [](Parsed& p, const std::string&) { p.options.flag_duplicates = true; }},
       {"tumor", "NAME", "add a tumor of that name to the one sample, its normal; with files of truth",
-       [](Parsed& p, const std::string& t) { p.options.tumor = t; }},
+       [](Parsed& p, const std::string& t) {
+         checkName(t);
+         p.options.tumor = t;
+       }},
       {"normal-depth", "N", "mean coverage of the normal, in place of --depth (35)",
        number(&O::normal_depth, 0, 10000), true},
       {"tumor-depth", "N", "mean coverage of the tumor, in place of --depth (90)",

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <cassert>
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <numeric>
 #include <string>
 
 #include "algo/vcall/debug_positions.h"
+#include "algo/vcall/fragment_name.h"
 #include "algo/vcall/model/genotype_assignment.h"
 #include "algo/vcall/seeded_generator.h"
 #include "base/log_math.h"
@@ -43,14 +43,22 @@ LocusRead locusRead(const ReadClip& clip, uint32_t position) {
       first < end) {
     made.offset = first;
     made.base = clip.read->getBases()[first];
-    made.qual = clip.read->getQuals()[first];
+    made.qual = qualityAt(*clip.read, first);
   }
   return made;
 }
 
-bool sameFragment(const LocusRead& a, const LocusRead& b) {
-  return a.sample == b.sample && strcmp(a.read->name, b.read->name) == 0;
-}
+// Reads of one fragment are neighbours when sorted, in their order.
+struct FragmentRead {
+  int32_t sample;
+  FragmentName fragment;
+  size_t index;
+  auto operator<=>(const FragmentRead&) const = default;
+
+  bool isMateOf(const FragmentRead& other) const {
+    return sample == other.sample && fragment == other.fragment;
+  }
+};
 
 // How many of each allele's `counts` reads go, `total` in all; see contaminationDownsample(). `total` is less than the sum.
 std::vector<size_t> shareOut(const std::vector<size_t>& counts, size_t total, int mode) {
@@ -113,15 +121,12 @@ size_t LocusReads::weaker(size_t a, size_t b) const {
 
 void LocusReads::removeOverlap() {
   for (const double *t = values_.data(), *end = t + values_.size(); t != end; ++t) assert(!std::isnan(*t));
-  std::vector<size_t> order(reads_.size());
-  std::iota(order.begin(), order.end(), size_t{0});
-  std::stable_sort(order.begin(), order.end(), [this](size_t a, size_t b) {
-    if (reads_[a].sample != reads_[b].sample) return reads_[a].sample < reads_[b].sample;
-    return strcmp(reads_[a].read->name, reads_[b].read->name) < 0;
-  });
+  std::vector<FragmentRead> order;
+  for (const LocusRead& read : reads_) order.push_back({read.sample, FragmentName(*read.read), order.size()});
+  std::sort(order.begin(), order.end());
   for (size_t i = 0, kept = 0; i < order.size(); ++i) {
-    const size_t next = order[i];
-    if (i == 0 || !sameFragment(reads_[order[i - 1]], reads_[next])) {
+    const size_t next = order[i].index;
+    if (i == 0 || !order[i].isMateOf(order[i - 1])) {
       kept = next;
       continue;
     }
@@ -146,15 +151,16 @@ void LocusReads::contaminationDownsample(int32_t sample, double fraction, int mo
   const auto to_remove = size_t(fraction * double(valid));
   std::vector<size_t> remove = shareOut(left, to_remove, mode);
   if (debug_) {
-    std::string counts, targets;
+    std::string alleles, counts, targets;
     for (size_t a = 0; a < alleles_; ++a) {
+      alleles += format(" %zu", a);
       counts += format(" %zu", left[a]);
       targets += format(" %zu", left[a] - remove[a]);
     }
     debugPrint("contaminationDownsampling for sample %s with frac %f nAllele=%d\n", sampleWord(sample),
                fraction, int(alleles_));
     debugPrint("totalValidRead %d numReadsToRemove %d\n", int(valid), int(to_remove));
-    debugPrint("Allele:\ncounts:%s\ntarget:%s\n", counts.c_str(), targets.c_str());
+    debugPrint("Allele:%s\ncounts:%s\ntarget:%s\n", alleles.c_str(), counts.c_str(), targets.c_str());
   }
   SeededGenerator generator(contig, position);
   for (size_t i = 0; i < reads_.size(); ++i) {

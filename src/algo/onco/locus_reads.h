@@ -36,8 +36,8 @@ class LocusReads {
   void build(std::span<const ReadClip> clips, const double* rows, size_t alleles, uint32_t position,
              bool debug = false);
 
-  // Reads of one fragment count once. Of two the one goes that is less likely under the best allele of the fragment, which
-  // has the highest product of both: where they disagree, the read that is less sure of itself.
+  // Reads of one fragment, by FragmentName, count once. Of two the one goes that is less likely under the best allele of
+  // the fragment, which has the highest product of both: where they disagree, the read that is less sure of itself.
   void removeOverlap();
   // Leaves out int(fraction * n) of the n reads of the sample that count, each filed under its likeliest allele; nothing
   // for a fraction of 0. How many of each allele:

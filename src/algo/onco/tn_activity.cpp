@@ -19,7 +19,7 @@ bool isGap(uint32_t word, bool adapter_side) {
 TNActivity::TNActivity(const Limits& limits, const DebugPositions& debug) : limits_(limits), debug_(debug) {
   for (size_t quality = 0; quality < odds_.size(); ++quality) {
     const double error = std::min(std::pow(10.0, -double(quality) / 10), 0.75);
-    odds_[quality] = (1 - error) / (error / 3);
+    odds_[quality] = {(1 - error) / (error / 3), std::log10(error / 3)};
   }
 }
 
@@ -85,9 +85,10 @@ void TNActivity::addBlock(const Read& read, int32_t sample, int64_t from, int64_
 }
 
 void TNActivity::observe(const Read& read, int32_t sample, int64_t position, int32_t offset, uint32_t kind) {
-  const uint8_t quality = read.quals[offset];
-  if (quality >= limits_.minBaseQual)
-    seen_.push_back(pack(uint32_t(position), sample, kind, std::min(quality, read.mapq)));
+  const uint8_t quality = qualityAt(read, offset);
+  if (quality < limits_.minBaseQual) return;
+  const uint8_t fixed_cap = limits_.mapQualCap[size_t(sample)], cap = fixed_cap ? fixed_cap : read.mapq;
+  seen_.push_back(pack(uint32_t(position), sample, kind, std::min(quality, cap)));
 }
 
 void TNActivity::addDepth(int32_t sample, int64_t from, int64_t to) {
@@ -122,10 +123,17 @@ void TNActivity::findActive(const char* contig, std::vector<uint32_t>& active) {
   }
 }
 
-// log10 of the alternate reads with that fraction of alternates, against the reference alone.
-double TNActivity::logOfAlts(std::span<const Observation> alts, double fraction) const {
-  double sum = 0;
-  for (const Observation seen : alts) sum += std::log10(1 - fraction + fraction * odds_[seen & 0xFF]);
+// `alternate`: as a mixture with that fraction of it.
+TNActivity::Likelihoods TNActivity::likelihoodsOf(const Counts& counts, uint32_t kind,
+                                                  double fraction) const {
+  Likelihoods sum;
+  const int32_t refs = counts.refs();
+  if (refs > 0) sum.alternate = refs * std::log10(1 - fraction);
+  for (const Observation seen : counts.of[kind]) {
+    const BaseOdds& base = odds_[seen & 0xFF];
+    sum.reference += base.reference;
+    sum.alternate += base.reference + std::log10(1 - fraction + fraction * base.odds);
+  }
   return sum;
 }
 
@@ -137,12 +145,11 @@ bool TNActivity::isActive(const Counts* counts, const char* contig, uint32_t pos
     const auto alts = tumor.of[kind];
     if (alts.empty()) continue;
     const double fraction = double(alts.size()) / double(int32_t(alts.size()) + refs);
-    const double of_refs = refs == 0 ? 0 : refs * std::log10(1 - fraction);
-    const double lod = logOfAlts(alts, fraction) + of_refs;
+    const Likelihoods found = likelihoodsOf(tumor, kind, fraction);
     if (tells)
       debugPrint("At locus %s:%d tumorf=%.6f tumorLOD=%.6f - %.6f=%.6f\n", contig, int(position + 1),
-                 fraction, lod, 0.0, lod);
-    if (lod < limits_.minTumorLod) continue;
+                 fraction, found.alternate, found.reference, found.lod());
+    if (found.lod() < limits_.minTumorLod) continue;
     if (!limits_.checksNormal) {
       if (tells) debugPrint("Locus %s:%d is active without normal.\n", contig, int(position + 1));
       return true;
@@ -156,17 +163,17 @@ bool TNActivity::isActive(const Counts* counts, const char* contig, uint32_t pos
 
 bool TNActivity::passesNormal(const Counts& normal, uint32_t kind, const char* contig,
                               uint32_t position) const {
-  constexpr double kLog10Half = -0.3010299956639812;
   const auto alts = normal.of[kind];
   const int32_t refs = normal.refs();
   // A read of the reference is half as likely with the alternate on one of two chromosomes.
-  const double with_alt = logOfAlts(alts, 0.5) + refs * kLog10Half;
+  const Likelihoods found = likelihoodsOf(normal, kind, 0.5);
+  const double lod = -found.lod();
   if (!debug_.empty() && debug_.levelIn(contig, position, position + 1) >= kDebugRegions) {
     const double reads = double(alts.size()) + refs;
     debugPrint("normalRefCnt=%d normalAltCnt=%d normalF=%f\n", refs, int(alts.size()),
                reads > 0 ? double(alts.size()) / reads : 0.0);
     debugPrint("At locus %s:%d nonRefInNormal=%d normalLOD=%.6f - %.6f=%.6f\n", contig, int(position + 1),
-               int(alts.size()), 0.0, with_alt, -with_alt);
+               int(alts.size()), found.reference, found.alternate, lod);
   }
-  return int(alts.size()) <= limits_.maxNormalAlt && -with_alt >= limits_.minNormalLod;
+  return int(alts.size()) <= limits_.maxNormalAlt && lod >= limits_.minNormalLod;
 }

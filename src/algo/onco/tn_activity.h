@@ -3,8 +3,8 @@
 //
 // A read of at least minMapQual that is no supplementary alignment counts inside its adapterFreeWindow(). Kinds of
 // alternates are the four bases, and gaps: the aligned bases beside an insertion, a deletion or a soft clip that is no
-// adapter. A base has the error of its quality, no better than that of the mapping. What matches the reference is counted
-// whatever its quality: for where to look that is enough, and it spares a look at each base.
+// adapter. A base has the error of its quality, with the cap that the sample's likelihoods have. What matches the reference
+// is counted whatever its quality, and taken as sure: for where to look that is enough, and it spares a look at each base.
 //
 // Coords   zero-based half open; log odds are log10.
 // Owns     its counts; memory grows with the longest window and is kept.
@@ -29,6 +29,8 @@ class TNActivity {
     bool checksNormal = true;
     double minNormalLod = 0.5;  // log10 odds of no alternate against one of two chromosomes
     int maxNormalAlt = 10;      // reads of the normal with the alternate
+    // By sample, of a base's quality; 0: that of the read's mapping.
+    std::array<uint8_t, 2> mapQualCap = {60, 0};
   };
 
   TNActivity(const Limits& limits, const DebugPositions& debug);
@@ -63,14 +65,23 @@ class TNActivity {
   void addBlock(const Read& read, int32_t sample, int64_t from, int64_t to, int32_t offset);
   void observe(const Read& read, int32_t sample, int64_t position, int32_t offset, uint32_t kind);
   void addDepth(int32_t sample, int64_t from, int64_t to);
+  // Of the reads of a sample, log10; those of the reference are certain of it.
+  struct Likelihoods {
+    double alternate = 0, reference = 0;
+    double lod() const { return alternate - reference; }
+  };
   bool isActive(const Counts* counts, const char* contig, uint32_t position) const;
   bool passesNormal(const Counts& normal, uint32_t kind, const char* contig, uint32_t position) const;
-  double logOfAlts(std::span<const Observation> alts, double fraction) const;
+  Likelihoods likelihoodsOf(const Counts& counts, uint32_t kind, double fraction) const;
 
   const Limits limits_;
   const DebugPositions& debug_;
-  // By quality: how much likelier a base is with the alternate than with the reference.
-  std::array<double, 256> odds_;
+  // By quality, of a base that shows the alternate.
+  struct BaseOdds {
+    double odds;       // how much likelier it is with the alternate than with the reference
+    double reference;  // log10 of its likelihood with the reference
+  };
+  std::array<BaseOdds, 256> odds_;
 
   const ReferenceWindow* reference_ = nullptr;
   uint32_t start_ = 0, end_ = 0;

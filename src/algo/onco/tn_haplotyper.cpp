@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 #include "algo/number_options.h"
 #include "algo/onco/tn_engine.h"
-#include "algo/vcall/pairhmm/models.h"
 #include "base/text.h"
 
 namespace {
@@ -82,7 +82,10 @@ TNhaplotyper::TNhaplotyper(DriverContext* context, int count, const char* const 
     throw std::invalid_argument(name + ": tumor and normal are the same sample " + tumor_sample_);
   settleParam();
   wanted_ = {};
-  settleAssembly(makeModel());
+  auto owned = makeModel();
+  const TumorNormalModel& model = *owned;
+  settleAssembly(std::move(owned));  // --phmm_param may change the model
+  param_.activity.mapQualCap = {model.mapQualCap(kTumor), model.mapQualCap(kNormal)};
 }
 
 // ---- options ----
@@ -90,8 +93,10 @@ TNhaplotyper::TNhaplotyper(DriverContext* context, int count, const char* const 
 void TNhaplotyper::addOptions(OptionParser& parser) {
   addSampleOptions(parser);
   addFileOptions(parser);
-  parser.addList("cosmic", 0, "Known somatic variants", cosmic_files_);
-  parser.addList("pon", 0, "Panel-of-normal file", panel_files_);
+  addFile(parser, "cosmic", 0, "Known somatic variants",
+          [this](const char* path) { cosmic_files_.push_back(path); });
+  addFile(parser, "pon", 0, "Panel-of-normal file",
+          [this](const char* path) { panel_files_.push_back(path); });
   parser.addFlag("detect_pon", 0, "Call a normal as a tumor, to build a panel of normals", param_.detectPon);
   addThresholdOptions(parser);
   addReadOptions(parser);
@@ -179,7 +184,7 @@ void TNhaplotyper::settleParam() {
   activity.checksNormal = hasNormal() && !param_.ignoreNormalLodLoc;
 }
 
-std::unique_ptr<PairHMM::Model> TNhaplotyper::makeModel() const {
+std::unique_ptr<TumorNormalModel> TNhaplotyper::makeModel() const {
   auto model = std::make_unique<TumorNormalModel>(param_.pcrModel, hasNormal() ? kNormal : -1);
   std::map<std::string, double> settings{{"tumor:mapQualCap", kTumorMapQualCap},
                                          {"maxErrorsForRead", double(param_.maxErrorPerRead)},
@@ -232,8 +237,7 @@ void TNhaplotyper::takeSamples() {
 
 void TNhaplotyper::openKnown(const std::vector<std::string>& paths,
                              std::vector<std::unique_ptr<VCFCache>>& caches) const {
-  for (const std::string& path : paths)
-    if (!path.empty()) caches.push_back(openVcf(path));
+  for (const std::string& path : paths) caches.push_back(openVcf(path));
 }
 
 std::string TNhaplotyper::contigFault(const std::string& path) const {

@@ -13,6 +13,7 @@
 #include "algo/onco/tn_activity.h"
 #include "algo/onco/tn_filters.h"
 #include "algo/vcall/assembly_call_algo.h"
+#include "algo/vcall/pairhmm/models.h"
 
 class TNhaplotyper final : public AssemblyCallAlgo {
  public:
@@ -50,7 +51,7 @@ class TNhaplotyper final : public AssemblyCallAlgo {
   void addThresholdOptions(OptionParser& parser);
   void addReadOptions(OptionParser& parser);
   void settleParam();
-  std::unique_ptr<PairHMM::Model> makeModel() const;
+  std::unique_ptr<TumorNormalModel> makeModel() const;
   void openKnown(const std::vector<std::string>& paths, std::vector<std::unique_ptr<VCFCache>>& caches) const;
   void noteReads(const std::vector<Read*>& reads) const;
   int32_t sampleOfName(const std::string& sample) const;

@@ -6,13 +6,13 @@
 #include <cstring>
 #include <mutex>
 #include <stdexcept>
-#include <string_view>
 #include <unordered_map>
 #include <utility>
 
 #include "algo/assembler/read_threading_assembler.h"
 #include "algo/vcall/crossovers.h"
 #include "algo/vcall/fold_back.h"
+#include "algo/vcall/fragment_name.h"
 #include "algo/vcall/given_haplotypes.h"
 #include "algo/vcall/read_sampling.h"
 #include "algo/vcall/read_window.h"
@@ -163,11 +163,11 @@ size_t RegionAssembler::readLimit(const AssemblyTask& task, int depth) const {
 void RegionAssembler::clipReads(const std::vector<Read*>& reads, ActiveRegion interval,
                                 const ReferenceWindow& reference, std::vector<ReadClip>& clips) const {
   // Where mates overlap they are one fragment, whose errors they share: the reverse read gives way.
-  std::unordered_map<std::string_view, const Read*> forward;
+  std::unordered_map<FragmentName, const Read*, FragmentName::Hash> forward;
   for (const Read* read : reads)
     if (param_.clipOverlaps && !read->isReverse() && !(read->flag & FLAG_SUPPLEMENTARY) &&
         (read->flag & FLAG_PAIRED) && read->mapq >= param_.minMapQual)
-      forward[read->name] = read;
+      forward[FragmentName(*read)] = read;
   clips.clear();
   for (Read* read : reads) {
     if (read->mapq < param_.minMapQual) continue;
@@ -179,7 +179,7 @@ void RegionAssembler::clipReads(const std::vector<Read*>& reads, ActiveRegion in
     if (untrue.front != FoldBacks::kNone) start = std::max(start, read->start + uint32_t(untrue.front));
     if (untrue.back != FoldBacks::kNone) end = std::min(end, read->end - uint32_t(untrue.back));
     const auto mate =
-        read->isReverse() && (read->flag & FLAG_PAIRED) ? forward.find(read->name) : forward.end();
+        read->isReverse() && (read->flag & FLAG_PAIRED) ? forward.find(FragmentName(*read)) : forward.end();
     if (mate != forward.end() && ((mate->second->flag ^ read->flag) & FLAG_FIRST) &&
         read->start < mate->second->end && read->end > mate->second->start)
       start = std::max(start, mate->second->end);

@@ -109,12 +109,23 @@ void VariantCallAlgo::addEmitOptions(OptionParser& parser, const char* emit_mode
   });
 }
 
+void VariantCallAlgo::addFile(OptionParser& parser, const char* option, int shortLetter, const char* help,
+                              std::function<void(const char* path)> take) {
+  parser.add({option, required_argument, shortLetter, help},
+             [this, option, take = std::move(take)](const char* path) {
+               if (!*path) throw std::invalid_argument(name + ": empty file name of --" + option);
+               take(path);
+               return true;
+             });
+}
+
 void VariantCallAlgo::addGivenOption(OptionParser& parser) {
-  parser.addText("given", 0, "Call only the variants given in a vcf file", given_file_);
+  addFile(parser, "given", 0, "Call only the variants given in a vcf file",
+          [this](const char* path) { given_file_ = path; });
 }
 
 void VariantCallAlgo::addFileOptions(OptionParser& parser) {
-  parser.addText("dbsnp", 'd', "dbSNP file", dbsnp_file_);
+  addFile(parser, "dbsnp", 'd', "dbSNP file", [this](const char* path) { dbsnp_file_ = path; });
   parser.addFlag("merge", 0, nullptr, merge_);
 }
 

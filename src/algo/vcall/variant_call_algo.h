@@ -10,6 +10,7 @@
 // Errors   std::invalid_argument and std::runtime_error with the algorithm's name in front.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -49,6 +50,9 @@ class VariantCallAlgo : public Algo {
   void addEmitOptions(OptionParser& parser, const char* emit_mode_help);  // call_conf, emit_conf, emit_mode
   void addGivenOption(OptionParser& parser);                              // given
   void addFileOptions(OptionParser& parser);                              // dbsnp; hidden: merge
+  // Of a file that is read; an empty name is refused.
+  void addFile(OptionParser& parser, const char* option, int shortLetter, const char* help,
+               std::function<void(const char* path)> take);
   // Gives the help that was asked for, and returns false; else parses the arguments and settles what is common.
   bool readArguments(OptionParser& parser, const std::string& usage, int count, const char* const args[],
                      bool gvcf_allowed);

@@ -41,6 +41,7 @@ std::unique_ptr<VCFWriter> VCFWriter::clone() {
 
 void VCFWriter::open(const std::string& path) {
   assert(!stream_);
+  if (path.ends_with(".bcf")) fail("output is VCF text, whose file name cannot be " + path);
   stream_ = isClone_ ? parent_->open(path.c_str(), "w") : openStream(path, "w");
   if (!stream_) fail("failed to open output file " + path);
   path_ = path;

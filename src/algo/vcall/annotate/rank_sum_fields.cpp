@@ -76,11 +76,10 @@ bool isComparable(const SiteRead& read) {
 double neighbourQuality(const std::vector<const SiteRead*>& reads) {
   int64_t sum = 0, bases = 0;
   for (const SiteRead* read : reads) {
-    const uint8_t* quals = read->read->getQuals();
     const int32_t first = std::max(read->offset - kNeighbours, 0);
     const int32_t last = std::min(read->offset + kNeighbours, read->read->length - 1);
     for (int32_t i = first; i <= last; ++i)
-      if (i != read->offset) sum += quals[i], ++bases;
+      if (i != read->offset) sum += qualityAt(*read->read, i), ++bases;
   }
   if (bases == 0) return std::numeric_limits<double>::quiet_NaN();
   return static_cast<double>(sum) / static_cast<double>(bases);

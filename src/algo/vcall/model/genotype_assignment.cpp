@@ -71,7 +71,7 @@ SiteRead siteRead(Read* read, int32_t sample, uint32_t position) {
   r.offset = offsetAt(*read, position);
   if (r.offset >= 0) {
     r.base = read->getBases()[r.offset];
-    r.qual = read->getQuals()[r.offset];
+    r.qual = qualityAt(*read, r.offset);
   }
   return r;
 }

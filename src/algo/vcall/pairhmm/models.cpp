@@ -160,12 +160,11 @@ void HaploModel::setupRead(const ReadClip& clip, PairHMM::Engine& engine, bool) 
   const int n = clip.length();
   Read& read = *clip.read;
   const char* bases = read.getBases() + clip.readStart;
-  const uint8_t* quals = read.getQuals() + clip.readStart;
   const uint8_t *ins_text = read.getBITag() + clip.readStart, *del_text = read.getBDTag() + clip.readStart;
   const int cap = map_qual_cap_ ? map_qual_cap_ : read.mapq;
   auto gapQual = [](uint8_t letter) { return (letter - 33) & 0x7f; };
   for (int i = 0; i < n; ++i) {
-    int base = std::min<int>(quals[i], cap);
+    int base = std::min<int>(qualityAt(read, clip.readStart + i), cap);
     if (base < base_qual_thresh_) base = kMinQual;
     int ins = gapQual(ins_text[i]), del = gapQual(del_text[i]);
     if (!pcr_table_.empty() && i < n - 1) {
@@ -207,9 +206,9 @@ bool TumorNormalModel::configure(const Settings& settings) {
 }
 
 void TumorNormalModel::setupRead(const ReadClip& clip, PairHMM::Engine& engine, bool debug) const {
-  modelOf(clip).setupRead(clip, engine, debug);
+  modelOf(clip.sample).setupRead(clip, engine, debug);
 }
 
 void TumorNormalModel::finishRead(const ReadClip& clip, double* row, int nAlleles, int refIndex) const {
-  modelOf(clip).finishRead(clip, row, nAlleles, refIndex);
+  modelOf(clip.sample).finishRead(clip, row, nAlleles, refIndex);
 }

@@ -45,6 +45,7 @@ class HaploModel : public PairHMM::Model {
   bool configure(const std::map<std::string, double>& settings) override;
   void setupRead(const ReadClip& clip, PairHMM::Engine& engine, bool debug) const override;
   void finishRead(const ReadClip& clip, double* row, int nAlleles, int refIndex) const override;
+  uint8_t mapQualCap() const { return map_qual_cap_; }
 
  private:
   void fillPcrTable();
@@ -70,11 +71,11 @@ class TumorNormalModel : public PairHMM::Model {
   bool configure(const std::map<std::string, double>& settings) override;
   void setupRead(const ReadClip& clip, PairHMM::Engine& engine, bool debug) const override;
   void finishRead(const ReadClip& clip, double* row, int nAlleles, int refIndex) const override;
+  // "mapQualCap" as set for the sample: the highest base quality, or 0 for the mapping quality of the read.
+  uint8_t mapQualCap(int32_t sample) const { return modelOf(sample).mapQualCap(); }
 
  private:
-  const HaploModel& modelOf(const ReadClip& clip) const {
-    return clip.sample == normal_sample_ ? normal_ : tumor_;
-  }
+  const HaploModel& modelOf(int32_t sample) const { return sample == normal_sample_ ? normal_ : tumor_; }
 
   HaploModel normal_, tumor_;
   int32_t normal_sample_;

@@ -15,3 +15,9 @@ struct ReadClip {
 
   int32_t length() const { return readEnd - readStart; }
 };
+
+// Phred of a base; one without quality counts with the mapping quality of its read.
+inline uint8_t qualityAt(const Read& read, int32_t offset) {
+  constexpr uint8_t kAbsent = 0xFF;
+  return read.quals[offset] == kAbsent ? read.mapq : read.quals[offset];
+}

@@ -13,8 +13,11 @@ class LocusMaker {
   static constexpr uint32_t kPosition = 100;
 
   // A read of 20 bases whose offset 10 lies at the position; `row`: the log10 likelihoods of the alleles.
-  LocusMaker& add(int32_t sample, const std::string& name, std::vector<double> row, int flags = 0) {
-    return add(sample, readBuilder(name).at(0, 90).cigar("20M").flag(flags), row);
+  LocusMaker& add(int32_t sample, const std::string& name, std::vector<double> row, int flags = 0,
+                  int group = 0) {
+    add(sample, readBuilder(name).at(0, 90).cigar("20M").flag(flags), row);
+    reads_.back().read_group = group;
+    return *this;
   }
   LocusMaker& add(int32_t sample, const ReadBuilder& builder, const std::vector<double>& row) {
     bam_record record = builder.build();

@@ -66,6 +66,12 @@ TEST(LocusReads, Overlap) {
   LocusReads reads = maker.build();
   reads.removeOverlap();
   EXPECT_EQ(counting(reads), "010");
+  // Another lane has another fragment of that name.
+  LocusMaker lanes;
+  lanes.add(kTumor, "a", {-2, -5}).add(kTumor, "a", {-1, -4}, 0, 1).add(kTumor, "a", {-1.5, -4.5});
+  reads = lanes.build();
+  reads.removeOverlap();
+  EXPECT_EQ(counting(reads), "011");
 }
 
 TEST(LocusReads, DownsampleShares) {

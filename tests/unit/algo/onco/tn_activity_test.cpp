@@ -14,19 +14,18 @@ struct Pileup {
   std::deque<BAMRead> owned;
   std::vector<Read*> reads;
 
-  void add(int32_t group, int alts, const char* cigar = "30M", int flags = 0) {
+  void add(int32_t group, int alts, const char* cigar = "30M", int flags = 0, int mapq = 60, int qual = 30) {
     for (int i = 0; i < 20; ++i) {
       std::string bases(30, 'A');
       if (i < alts && std::string(cigar) == "30M") bases[10] = 'C';
-      bam_record record =
-          readBuilder("r").at(0, kStart).flag(flags).seq(bases).cigar(i < alts ? cigar : "30M").build();
+      ReadBuilder read = readBuilder("r").at(0, kStart).flag(flags).mapq(mapq).qual(qual).seq(bases);
+      bam_record record = read.cigar(i < alts ? cigar : "30M").build();
       owned.emplace_back().attach(record);
       owned.back().read_group = group;
       reads.push_back(&owned.back());
     }
   }
-  std::vector<uint32_t> active(bool checksNormal = true) {
-    TNActivity::Limits limits;
+  std::vector<uint32_t> active(bool checksNormal = true, TNActivity::Limits limits = {}) {
     limits.checksNormal = checksNormal;
     const DebugPositions none;
     TNActivity activity(limits, none);
@@ -58,6 +57,23 @@ TEST(TNActivity, GapsAndClipsMakeTheBasesBesideThemActive) {
     pileup.add(0, 8, cigar);
     pileup.add(1, 0);
     EXPECT_EQ(pileup.active(), places) << cigar;
+  }
+}
+
+// Two of 20 reads are enough at a quality of 30, and not at 20.
+TEST(TNActivity, QualitiesHaveTheCapOfTheSample) {
+  TNActivity::Limits by_mapq, low;
+  by_mapq.mapQualCap = {0, 0};
+  low.mapQualCap = {20, 0};
+  for (const auto& [mapq, qual, fixed, mapped] : {std::tuple{60, 30, true, true},
+                                                  {20, 30, true, false},
+                                                  {20, 255, false, false},
+                                                  {30, 255, true, true}}) {
+    Pileup pileup;
+    pileup.add(0, 2, "30M", 0, mapq, qual);
+    EXPECT_EQ(pileup.active(false).size(), fixed ? 1u : 0u) << mapq << ' ' << qual;
+    EXPECT_EQ(pileup.active(false, by_mapq).size(), mapped ? 1u : 0u) << mapq << ' ' << qual;
+    EXPECT_TRUE(pileup.active(false, low).empty());
   }
 }
 

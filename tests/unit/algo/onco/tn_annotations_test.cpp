@@ -91,4 +91,15 @@ TEST(AnnotateSample, Column) {
                                  "\t0,0:0.000:0:0:.:.:.:.:.:0,0:0:0:.:."));
 }
 
+TEST(AnnotateSample, BasesWithoutQualityHaveThatOfTheMapping) {
+  LocusMaker maker;
+  const ReadBuilder bare = readBuilder("r").at(0, 90).cigar("20M").qual(255).mapq(41);
+  maker.add(kTumor, bare, {-1, -4}).add(kTumor, bare, {-4, -1}).add(kTumor, bare, {-4, -1});
+  VariantContext record;
+  annotateSample(maker.build(), kTumor, 1, 'C', 'A', "TUMOR", record);
+  std::string line;
+  record.print(line, {"TUMOR"});
+  EXPECT_THAT(line, testing::HasSubstr("41.000:41,82:"));  // NBQPS:QSS
+}
+
 }  // namespace

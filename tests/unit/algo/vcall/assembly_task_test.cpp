@@ -211,20 +211,22 @@ TEST(RegionAssembler, CountsOverlappingMatesOnce) {
   const std::string& bases = region.bases();
   region.cover(bases);
   region.cover(region.with(200, 1, std::string(1, otherBase(bases[200]))));
-  const auto mate = [&](size_t start, int flag) {
+  const auto mate = [&](size_t start, int flag, int group) {
     region.add(readBuilder("pair")
                    .at(0, int32_t(kStart + start))
                    .cigar("100M")
                    .seq(bases.substr(start, 100))
                    .mapq(60)
-                   .flag(FLAG_PAIRED | flag));
+                   .flag(FLAG_PAIRED | flag),
+               group);
   };
-  mate(110, FLAG_FIRST);
-  mate(190, FLAG_SECOND | FLAG_REVERSE);
+  mate(110, FLAG_FIRST, 0);
+  mate(190, FLAG_SECOND | FLAG_REVERSE, 0);
+  mate(195, FLAG_SECOND | FLAG_REVERSE, 1);  // of another fragment: names are those of a read group
   std::vector<uint32_t> starts;
   for (const ReadClip& clip : region.assemble().reads)
     if (clip.read->name == std::string("pair")) starts.push_back(clip.refStart);
-  EXPECT_EQ(starts, (std::vector<uint32_t>{kStart + 155, kStart + 210}));
+  EXPECT_EQ(starts, (std::vector<uint32_t>{kStart + 155, kStart + 195, kStart + 210}));
 }
 
 TEST(RegionAssembler, DoesNotDependOnOrderOrThreads) {

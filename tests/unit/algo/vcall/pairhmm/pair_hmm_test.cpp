@@ -287,6 +287,7 @@ TEST(HaploModel, CapsGapsInRepeats) {
 TEST(HaploModel, LimitsBaseQualities) {
   Fixture fixture("ACGTACGTAA");
   for (int i = 0; i < 4; ++i) fixture.read.quals[i] = uint8_t(16 + i);
+  fixture.read.quals[9] = 255;  // none
   fixture.read.mapq = 25;
   HaploModel model(PairHMM::kNone);
   EXPECT_THAT(column(model, fixture.clip, 0), testing::ElementsAre(6, 6, 18, 19, 25, 25, 25, 25, 25, 25));
@@ -299,6 +300,8 @@ TEST(HaploModel, LimitsBaseQualities) {
   EXPECT_TRUE(both.configure({{"normal:constantGCP", 20}, {"constantGCP", 5}, {"tumor:mapQualCap", 30}}));
   EXPECT_EQ(column(both, fixture.clip, 3)[0], 5);
   EXPECT_EQ(column(both, fixture.clip, 0)[5], 30);
+  EXPECT_EQ(column(both, fixture.clip, 0)[9], 25);
+  EXPECT_EQ((std::vector{both.mapQualCap(0), both.mapQualCap(1)}), (std::vector<uint8_t>{30, 0}));
   fixture.clip.sample = 1;
   EXPECT_EQ(column(both, fixture.clip, 3)[0], 20);
   EXPECT_EQ(column(both, fixture.clip, 0)[5], 25);
