@@ -38,11 +38,14 @@ def save_negative_set():
     np.save(f"calls{count}/negative.npy", simulated_calls.scores(f"calls{count}/out.recal.vcf.gz")[1])
 
 
-def ours(size, threads=2):
+AS_MANY_ROUNDS = ["--prob_tol", "0", "--max_iter", str(EM_ROUNDS), "--bad_lod_thresh", "-4"]
+HARDLY_ANY = ["--kmeans_iter", "1", "--max_iter", "1", "--bad_lod_thresh", "1000"]
+
+
+def ours(size, threads=2, rounds=AS_MANY_ROUNDS):
     folder = f"calls{size}"
     apart(lambda: simulated_calls.make(folder, size, "near", true_share=0.9, in_resource=1.0))
-    return Timed(simulated_calls.command(driver, folder, "--prob_tol", "0", "--max_iter", str(EM_ROUNDS), "--bad_lod_thresh", "-4",
-                                         threads=threads, output=f"{folder}/out"))
+    return Timed(simulated_calls.command(driver, folder, *rounds, threads=threads, output=f"{folder}/out"))
 
 
 os.environ["OMP_NUM_THREADS"] = os.environ["OPENBLAS_NUM_THREADS"] = "2"
@@ -73,7 +76,7 @@ class Walk(Timed):
 
 folder = f"calls{count}"
 calls, resource, recal = (f"{folder}/{name}.vcf.gz" for name in ["calls", "resource", "out.recal"])
-walk = Walk(ours(count).command + ["--kmeans_iter", "1", "--max_iter", "1", "--bad_lod_thresh", "1000"])
+walk = Walk(ours(count, rounds=HARDLY_ANY).command)
 reading = Timed(f"bcftools view --threads 2 {calls} >/dev/null; bcftools view --threads 2 {resource} >/dev/null")
 apply_words = [driver, "-t", "2", "-r", f"{folder}/reference.fa", "--algo", "ApplyVarCal", "--vcf", calls, "--recal", recal, "--tranches_file",
                f"{folder}/out.tranches", "--sensitivity", "99", "applied.vcf.gz"]
