@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <vector>
 
+inline constexpr double kLog10Of2 = 0.3010299956639812;  // log10(2)
+
 // Makes log10Of() and log10Factorial() answer for numbers below `entries`; at start for numbers up to 200. Never
 // shrinks.
 void growLogTables(size_t entries);

@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr double kLog10Of2 = 0.3010299956639812;
-
 const char* sampleWord(int32_t sample) {
   return sample == kTumor ? "tumor" : "normal";
 }

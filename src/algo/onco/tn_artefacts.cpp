@@ -15,7 +15,6 @@ constexpr size_t kLowPart = 10;          // one in so many qualities of the refe
 constexpr double kLowShare = 0.75;       // of a fault's bases that are low
 constexpr double kExceptions = 0.1;      // faults with qualities like the reference's, variants with low ones
 constexpr double kClearMargin = 1.0;     // ten times likelier: bases without a quality are not
-constexpr double kLog10Of2 = 0.3010299956639812;
 
 // How many reads lie one way and how many the other.
 struct Split {

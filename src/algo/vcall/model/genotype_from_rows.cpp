@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr double kLog10Of2 = 0.3010299956639812;
-
 // Adds what one read says to the genotypes of its sample.
 class RowAdder {
  public:
